@@ -1,0 +1,137 @@
+// What the compositor reports, on its way to the layer's tracker.
+
+#include <cutils/trace.h>
+
+#include <algorithm>
+#include <functional>
+#include <thread>
+
+#include "cindral/ModuleState.h"
+#include "platform/Log.h"
+#include "platform/Thread.h"
+
+namespace android {
+
+using namespace cindral;
+
+namespace {
+
+BufferLayerTracker* findTracker(const char* layerName) REQUIRES(gLayerLock) {
+    for (const sp<BufferLayerTracker>& tracker : gTrackers) {
+        if (tracker->name() == layerName) return tracker.get();
+    }
+    return nullptr;
+}
+
+bool isIgnored(const char* layerName) REQUIRES(gLayerLock) {
+    return std::find(gIgnoredLayers.begin(), gIgnoredLayers.end(), layerName) !=
+           gIgnoredLayers.end();
+}
+
+bool isKnownGame(size_t packageHash) REQUIRES(gLayerLock) {
+    return std::find(gGameHashes.begin(), gGameHashes.end(), packageHash) != gGameHashes.end();
+}
+
+void enterVerdict(const std::string& layerName, size_t packageHash, bool isGame) {
+    Mutex::Autolock lock(gLayerLock);
+    if (isGame) gGameHashes.push_back(packageHash);
+    updateLayerListLocked(layerName, isGame);
+}
+
+// The game-layer checker: one query of the service, which may be slow, so without gLayerLock.
+void checkGameLayer(const std::string& layerName, size_t packageHash) {
+    if (gDebuggable) atrace_begin(ATRACE_TAG_ALWAYS, "game layer checker.");
+    try {
+        const sp<PerfProxy> client = moduleClient();
+        if (client != nullptr) enterVerdict(layerName, packageHash, client->isGameLayer(layerName));
+    } catch (...) {
+        // Out of memory: the layer stays unknown and asks again with its next buffer.
+    }
+    if (gDebuggable) atrace_end(ATRACE_TAG_ALWAYS);
+    gCheckerRunning = false;
+}
+
+void startChecker(const std::string& layerName, size_t packageHash) {
+    gCheckerRunning = true;
+    std::thread checker;
+    if (tryStartThread(checker,
+                       [layerName, packageHash] { checkGameLayer(layerName, packageHash); })) {
+        checker.detach();
+        return;
+    }
+    gCheckerRunning = false;
+    CINDRAL_LOGE(kModuleTag, "game checker thread create failed!");
+}
+
+void classifyLayer(const std::string& layerName) REQUIRES(gLayerLock) {
+    const sp<PerfProxy> client = moduleClient();
+    if (client == nullptr) return;  // a failed initialisation: nobody to ask
+    const std::string package = client->getPackageName(layerName);
+    if (package.empty()) {
+        updateLayerListLocked(layerName, false);
+        return;
+    }
+    const size_t packageHash = std::hash<std::string>()(package);
+    if (isKnownGame(packageHash)) {
+        updateLayerListLocked(layerName, true);
+    } else if (!gCheckerRunning) {
+        startChecker(layerName, packageHash);
+    }
+    // With a checker already running, the layer asks again with its next buffer.
+}
+
+void trackBufferIncrement(const char* layerName) {
+    BufferLayerTracker* tracker = nullptr;
+    {
+        Mutex::Autolock lock(gLayerLock);
+        if (isIgnored(layerName)) return;
+        tracker = findTracker(layerName);
+        if (tracker == nullptr) {
+            classifyLayer(layerName);
+            return;
+        }
+        // From here on the work lock keeps the tracker: retiring it waits for that lock first.
+        tracker->lockForWork();
+    }
+    tracker->onBufferIncrement();
+}
+
+void trackBufferDecrement(const char* layerName, int pending) {
+    Mutex::Autolock lock(gLayerLock);
+    if (BufferLayerTracker* tracker = findTracker(layerName)) tracker->onBufferDecrement(pending);
+}
+
+void trackVsync() {
+    const nsecs_t timestamp = systemTime(SYSTEM_TIME_MONOTONIC);
+    Mutex::Autolock lock(gLayerLock);
+    for (const sp<BufferLayerTracker>& tracker : gTrackers) tracker->onVsync(timestamp);
+}
+
+// Keeps what may be thrown inside, which is std::bad_alloc, from the compositor: the report is
+// lost.
+template <typename Report>
+void contain(Report&& report) noexcept {
+    try {
+        report();
+    } catch (...) {
+    }
+}
+
+}  // namespace
+
+}  // namespace android
+
+void cindralTrackBufferIncrement(const char* layerName) {
+    if (!android::gActive || layerName == nullptr) return;
+    android::contain([&] { android::trackBufferIncrement(layerName); });
+}
+
+void cindralTrackBufferDecrement(const char* layerName, int pending) {
+    if (!android::gActive || layerName == nullptr) return;
+    android::contain([&] { android::trackBufferDecrement(layerName, pending); });
+}
+
+void cindralTrackVsyncSignal(void) {
+    if (!android::gActive) return;
+    android::contain([&] { android::trackVsync(); });
+}

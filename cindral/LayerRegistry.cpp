@@ -1,0 +1,88 @@
+// Which layers are tracked and which are ignored.
+
+#include <new>
+
+#include "cindral/ModuleState.h"
+#include "platform/Log.h"
+
+namespace android {
+
+using namespace cindral;
+
+namespace {
+
+constexpr size_t kMaxTrackers = 2;
+constexpr size_t kMaxIgnoredLayers = 4;
+
+// An oldest tracker that queued a buffer within this time is not given up for a third layer.
+constexpr nsecs_t kActiveWithinNs = 999'999'999;
+// A third layer that asks this often while both others are active is ignored.
+constexpr int32_t kMaxMultiActiveRefusals = 200;
+
+void ignoreLayer(const std::string& layerName) REQUIRES(gLayerLock) {
+    if (gIgnoredLayers.size() == kMaxIgnoredLayers) gIgnoredLayers.erase(gIgnoredLayers.begin());
+    gIgnoredLayers.push_back(layerName);
+}
+
+// A third layer asks for a tracker while the oldest one is active.
+void refuseLayer(const std::string& layerName) REQUIRES(gLayerLock) {
+    // Until the limit nothing changes, and the layer asks again with its next buffer. The count
+    // stays beyond the limit, deliberately: every further layer is then ignored at once.
+    if (gMultiActiveCount <= kMaxMultiActiveRefusals) ++gMultiActiveCount;
+    if (gMultiActiveCount <= kMaxMultiActiveRefusals) return;
+    ignoreLayer(layerName);
+    CINDRAL_LOGW(gDebuggable, kModuleTag, "Multi active layers are detected!");
+}
+
+// Makes room for one more tracker. Returns false while the oldest one is active; the other one
+// plays no part.
+bool retireOldestTracker() REQUIRES(gLayerLock) {
+    const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
+    const sp<BufferLayerTracker>& oldest = gTrackers.front();
+    if (now - oldest->lastQueueTime() <= kActiveWithinNs) return false;
+    gMultiActiveCount = 0;
+    oldest->checkForExit();
+    gTrackers.erase(gTrackers.begin());
+    return true;
+}
+
+void trackLayer(const std::string& layerName) REQUIRES(gLayerLock) {
+    if (gTrackers.size() == kMaxTrackers && !retireOldestTracker()) {
+        refuseLayer(layerName);
+        return;
+    }
+    const sp<BufferLayerTracker> tracker = new (std::nothrow)
+            BufferLayerTracker(layerName, gGfarEnabled, gPhrEnabled, gDebuggable);
+    if (tracker == nullptr) {
+        // Deliberately, although on the way of a known game no checker is involved.
+        gCheckerRunning = false;
+        return;
+    }
+    gTrackers.push_back(tracker);
+    tracker->setVsyncPeriod(gVsyncPeriod);
+}
+
+}  // namespace
+
+void updateLayerListLocked(const std::string& layerName, bool isGame) {
+    try {
+        if (isGame) {
+            trackLayer(layerName);
+        } else {
+            ignoreLayer(layerName);
+        }
+    } catch (...) {
+        // Out of memory: the layer stays unknown and asks again with its next buffer.
+        if (isGame) gCheckerRunning = false;
+    }
+}
+
+}  // namespace android
+
+void cindralSetVsyncPeriod(long period) {
+    using namespace android;
+    if (!gActive) return;
+    gVsyncPeriod = period;
+    Mutex::Autolock lock(gLayerLock);
+    for (const sp<BufferLayerTracker>& tracker : gTrackers) tracker->setVsyncPeriod(period);
+}

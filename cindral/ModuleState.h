@@ -1,0 +1,68 @@
+#pragma once
+
+#include <utils/Mutex.h>
+#include <utils/StrongPointer.h>
+#include <utils/Timers.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cindral.h"
+#include "perf/PerfProxy.h"
+#include "platform/UnlockedField.h"
+#include "tracker/BufferLayerTracker.h"
+
+// The state of the module, constructed when the library is loaded and destroyed, in the reverse
+// order, when it is unloaded. Before that, no entry point may be running any more.
+
+namespace android {
+
+namespace cindral {
+inline constexpr char kModuleTag[] = "Cindral";
+}  // namespace cindral
+
+// "Unlocked": read by the entry points without a lock, by design.
+
+extern cindral::UnlockedField<nsecs_t> gVsyncPeriod;  // unlocked; given to every new tracker
+
+// Serialises cindralInit, and is never taken together with gLayerLock.
+extern Mutex gInitLock;
+
+// The module's own service client. cindralInit may replace it while others use it, so it is only
+// reached through moduleClient and replaceModuleClient.
+extern Mutex gPerfProxyLock;
+extern sp<PerfProxy> gPerfProxy GUARDED_BY(gPerfProxyLock);
+
+// The outermost lock. The lock order of the library:
+//   gLayerLock -> a tracker's mWorkLock -> its mStateLock -> PerfProxy::mBoostLock or
+//   PowerProxy::mLock gLayerLock -> a regulator's mVsyncLock -> its mQueueLock
+// gInitLock is taken with none of these; gPerfProxyLock is held for copying a pointer, under
+// anything.
+extern Mutex gLayerLock;
+extern std::vector<size_t> gGameHashes
+        GUARDED_BY(gLayerLock);  // packages known to be games; only grows
+extern std::vector<sp<BufferLayerTracker>> gTrackers
+        GUARDED_BY(gLayerLock);                                         // at most 2, oldest first
+extern std::vector<std::string> gIgnoredLayers GUARDED_BY(gLayerLock);  // at most 4, oldest first
+
+extern cindral::UnlockedField<bool>
+        gInitialized;  // unlocked; written by cindralInit and clearConfigs
+extern cindral::UnlockedField<bool> gGfarEnabled;         // unlocked, likewise
+extern cindral::UnlockedField<bool> gPhrEnabled;          // unlocked, likewise
+extern cindral::UnlockedField<bool> gDebuggable;          // unlocked, likewise
+extern cindral::UnlockedField<bool> gActive;              // unlocked; written by cindralInit
+extern int32_t gMultiActiveCount GUARDED_BY(gLayerLock);  // refusals of a third game layer in a row
+extern cindral::UnlockedField<bool>
+        gCheckerRunning;  // unlocked; cleared by the checker thread's last act
+
+// A strong reference to the module's client for the time of one use; may be null.
+sp<PerfProxy> moduleClient() EXCLUDES(gPerfProxyLock);
+// Puts `client` in place and drops the previous one.
+void replaceModuleClient(const sp<PerfProxy>& client) EXCLUDES(gPerfProxyLock);
+
+// Declared again for the lock it needs, which its public declaration cannot name.
+void updateLayerListLocked(const std::string& layerName, bool isGame) REQUIRES(gLayerLock);
+
+}  // namespace android
