@@ -1,0 +1,45 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "device/StandInDevice.h"
+
+namespace standin {
+
+constexpr size_t kEntryPointCount = 8;
+
+// What the Device holds, shared with the Backend.
+class Device::State {
+  public:
+    // Everything that Device::reset() returns to its beginning.
+    struct Content {
+        std::map<std::string, std::string> properties;
+        std::map<int, int> knobs;
+        std::map<std::string, int> verdicts;
+        std::map<std::string, int> gameWeights;
+        double halVersion = 2.3;
+        std::array<int64_t, kEntryPointCount> delayNs{};
+        std::set<int> heldHandles;
+        int nextHandle = 1;
+        std::vector<Event> events;
+    };
+
+    // Stamps the event with time and thread and appends it. Requires `lock`, so that the order of
+    // the records is the order of their times.
+    void record(Event event);
+
+    // Innermost lock: nothing else is locked and nobody sleeps while it is held.
+    std::mutex lock;
+    Content content;                // guarded by lock
+    std::function<int()> labeller;  // guarded by lock; empty: the kernel's thread id
+    // Not under the lock: a client asks at every marker, traced or not.
+    std::atomic<uint64_t> traceTags{0};
+};
+
+}  // namespace standin

@@ -1,0 +1,93 @@
+#include "device/StandInDevice.h"
+
+#include <time.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "device/DeviceState.h"
+
+namespace standin {
+namespace {
+
+int64_t monotonicNs() {
+    constexpr int64_t kNsPerSecond = 1'000'000'000;
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * kNsPerSecond + now.tv_nsec;
+}
+
+}  // namespace
+
+void Device::State::record(Event event) {
+    event.thread = labeller ? labeller() : gettid();
+    event.timeNs = monotonicNs();
+    content.events.push_back(std::move(event));
+}
+
+Device::Device() : mState(std::make_unique<State>()) {}
+Device::~Device() = default;
+
+// Never destroyed: threads and destructors of static objects may still log while the process exits.
+Device& Device::instance() {
+    static Device* const device = new Device;
+    return *device;
+}
+
+// The labeller stays: it describes the host, not the device.
+void Device::reset() {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    mState->content = {};
+    mState->traceTags.store(0, std::memory_order_relaxed);
+}
+
+void Device::setProperty(const std::string& name, const std::string& value) {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    mState->content.properties[name] = value;
+}
+
+void Device::setKnob(int id, int value) {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    mState->content.knobs[id] = value;
+}
+
+void Device::setVerdict(const std::string& package, int verdict) {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    mState->content.verdicts[package] = verdict;
+}
+
+void Device::setGameWeight(const std::string& package, int weight) {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    mState->content.gameWeights[package] = weight;
+}
+
+void Device::setHalVersion(double version) {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    mState->content.halVersion = version;
+}
+
+void Device::setDelay(EntryPoint entryPoint, int64_t delayNs) {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    mState->content.delayNs.at(static_cast<size_t>(entryPoint)) = delayNs;
+}
+
+void Device::setTraceTags(uint64_t tags) {
+    mState->traceTags.store(tags, std::memory_order_relaxed);
+}
+
+void Device::setThreadLabeller(std::function<int()> labeller) {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    mState->labeller = std::move(labeller);
+}
+
+std::vector<Event> Device::events() const {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    return mState->content.events;
+}
+
+void Device::clearEvents() {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    mState->content.events.clear();
+}
+
+}  // namespace standin

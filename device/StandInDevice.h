@@ -1,0 +1,105 @@
+#pragma once
+
+// The stand-in device: what a phone's feature library, performance service, log and tracing would be
+// on a machine that has none of them.
+//
+// The two service libraries of this folder carry the exact sonames that the library under test opens
+// ("libskewknob_system.so", "libnuv-perfd-client_system.so") and forward every call to the one Device
+// of the process. The host program sets what they answer and reads back what was called.
+//
+// Every member may be called from any thread at any time. Times are nanoseconds of CLOCK_MONOTONIC,
+// virtual ones inside a simulation.
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace standin {
+
+// The service entry points, in the order in which a client is expected to bind them.
+enum class EntryPoint {
+    kIsFeatureEnabled,
+    kPerfGetProp,
+    kPerfGetFeedback,
+    kPerfHint,
+    kPerfLockAcq,
+    kPerfLockRel,
+    kGetPerfHalVer,
+    kPerfGetFeedbackExtn,
+};
+
+const char* toString(EntryPoint entryPoint);  // the exported name, such as "perf_hint"
+
+enum class EventKind { kServiceCall, kLog, kTraceBegin, kTraceEnd };
+
+// One thing the library under test did that can be seen from outside.
+struct Event {
+    EventKind kind = EventKind::kServiceCall;
+    int64_t timeNs = 0;   // when the call came in, before any delay
+    int thread = 0;       // who called, as the host's thread labeller names it
+    // kServiceCall
+    EntryPoint entryPoint = EntryPoint::kIsFeatureEnabled;
+    std::vector<int> arguments;  // the integers in the order of the signature, a list flattened
+    std::string text;     // property or package name ("(null)" for a null pointer); log or trace text
+    std::string defaultValue;  // perf_get_prop only: the caller's default
+    std::string result;   // what was answered, as text
+    // kLog
+    int priority = 0;
+    std::string tag;
+};
+
+// One line without time and thread, for instance: perf_hint(4166, (null), 8, 1500) = 17
+std::string describe(const Event& event);
+
+class Device {
+public:
+    // The device of this process.
+    static Device& instance();
+
+    // Back to the state of a fresh device: no property set, every knob 0, no game, HAL 2.3, no delay,
+    // nothing recorded.
+    void reset();
+
+    void setProperty(const std::string& name, const std::string& value);
+    void setKnob(int id, int value);
+    // Answers of perf_get_feedback (2 is a game) and of the weight queries. Others answer 0 and -1.
+    void setVerdict(const std::string& package, int verdict);
+    void setGameWeight(const std::string& package, int weight);
+    void setHalVersion(double version);
+    // How long every call of the entry point takes from now on, in ns.
+    void setDelay(EntryPoint entryPoint, int64_t delayNs);
+    // The tags that tracing reports as enabled; 0 at the start.
+    void setTraceTags(uint64_t tags);
+    // Names the calling thread in the records. The default is the kernel's thread id.
+    void setThreadLabeller(std::function<int()> labeller);
+
+    // Everything recorded since the last reset, in order of arrival.
+    std::vector<Event> events() const;
+    void clearEvents();
+
+private:
+    Device();
+    ~Device();
+    friend class Backend;
+    class State;
+    std::unique_ptr<State> mState;
+};
+
+// Opens the two service libraries so that a later dlopen by bare file name finds them, and closes them
+// when it goes. `without` names libraries ("libskewknob_system.so") or entry points ("perf_hint") that
+// shall be missing.
+class ServiceLibraries {
+public:
+    explicit ServiceLibraries(const std::vector<std::string>& without = {});
+    ~ServiceLibraries();
+    ServiceLibraries(const ServiceLibraries&) = delete;
+    ServiceLibraries& operator=(const ServiceLibraries&) = delete;
+
+private:
+    std::vector<void*> mHandles;
+};
+
+}  // namespace standin

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <pthread.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <unordered_map>
+
+#include "sim/Engine.h"
+
+namespace sim {
+
+// What a run knows about objects of one kind, by address. They are numbered in order of first use.
+// A freed object is not always announced, so the idle ones are forgotten whenever there are many.
+template <typename State>
+class ObjectTable {
+  public:
+    State& at(const void* address) {
+        const auto found = mStates.find(address);
+        if (found != mStates.end()) return found->second;
+        if (mStates.size() >= mSweepAtSize) sweep();
+        State& state = mStates[address];
+        state.number = ++mLastNumber;
+        return state;
+    }
+    void forget(const void* address) { mStates.erase(address); }
+
+  private:
+    static constexpr size_t kSmallestSweep = 4096;
+
+    void sweep() {
+        for (auto it = mStates.begin(); it != mStates.end();) {
+            it = it->second.idle() ? mStates.erase(it) : std::next(it);
+        }
+        mSweepAtSize = std::max(kSmallestSweep, 2 * mStates.size());
+    }
+
+    std::unordered_map<const void*, State> mStates;
+    size_t mSweepAtSize = kSmallestSweep;
+    int mLastNumber = 0;
+};
+
+// The modelled mutexes and conditions; the real objects are never locked or waited on.
+// Results are those of the pthread function of the same name. All calls are for the current thread.
+//
+// An unlocked mutex is free for anybody: the longest waiting thread is woken but has to compete
+// with those that run, as with the real ones. A signal goes to the longest waiting thread.
+class Primitives {
+  public:
+    explicit Primitives(Engine& engine) : mEngine(engine) {}
+
+    int lock(pthread_mutex_t* mutex);
+    int tryLock(pthread_mutex_t* mutex);
+    int unlock(pthread_mutex_t* mutex);
+    void destroy(pthread_mutex_t* mutex);
+
+    int wait(pthread_cond_t* condition, pthread_mutex_t* mutex, int64_t deadlineNs);
+    // `clock` is the one that the deadline is meant for; any but CLOCK_MONOTONIC is refused.
+    int timedWait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                  const timespec& deadline);
+    void signal(pthread_cond_t* condition);
+    void broadcast(pthread_cond_t* condition);
+    void destroy(pthread_cond_t* condition);
+
+  private:
+    struct Mutex {
+        int number = 0;
+        Thread* owner = nullptr;
+        int depth = 0;  // above 1 only for recursive ones
+        WaitQueue waiters;
+
+        bool idle() const { return !owner && waiters.empty(); }
+    };
+    struct Condition {
+        int number = 0;
+        const void* mutex = nullptr;  // of the present waiters
+        WaitQueue waiters;
+
+        bool idle() const { return waiters.empty(); }
+    };
+
+    void acquire(const pthread_mutex_t* handle);
+    void take(Mutex& mutex);
+    void release(Mutex& mutex);
+    int lockAgain(Mutex& mutex, int kind);
+    void requireHeldOnce(const Mutex& mutex);
+
+    Engine& mEngine;
+    ObjectTable<Mutex> mMutexes;
+    ObjectTable<Condition> mConditions;
+};
+
+// The clock that the condition's attribute was set to.
+clockid_t clockOf(const pthread_cond_t& condition);
+
+bool isValid(const timespec& time);
+// Times beyond the range of int64_t nanoseconds, nearly three centuries, become kNever.
+int64_t toNs(const timespec& time);
+timespec toTimespec(int64_t timeNs);
+
+}  // namespace sim

@@ -1,0 +1,102 @@
+#include "sim/Strategy.h"
+
+#include <iterator>
+
+namespace sim {
+
+namespace {
+
+// Rates of clock jumps that find starvation bugs soon without drowning ordinary schedules.
+constexpr uint32_t kJumpMinPpm = 5'000;
+constexpr uint32_t kJumpMaxPpm = 50'000;
+constexpr uint32_t kSpuriousMaxPpm = 30'000;
+constexpr size_t kSeedsPerSpuriousFree = 4;  // one in so many seeds has no spurious wake-ups
+constexpr uint32_t kChangeMaxPpm = 500'000;  // of a thread change; halved up to so many times
+constexpr size_t kChangeHalvings = 8;
+
+std::string percent(uint32_t ppm) {
+    std::string hundredths = std::to_string(ppm / 100 % 100);
+    return std::to_string(ppm / 10'000) + (hundredths.size() < 2 ? ".0" : ".") + hundredths + " %";
+}
+
+}  // namespace
+
+Strategy::Strategy(Schedule schedule, uint64_t seed) : mState(seed), mSeed(seed) {
+    if (schedule == Schedule::kFirstCome) return;
+    constexpr Kind kKinds[] = {Kind::kUniform, Kind::kSticky, Kind::kPriorities};
+    mKind = kKinds[below(std::size(kKinds))];
+    mChangePpm = kChangeMaxPpm >> below(kChangeHalvings);
+    mJumpPpm = kJumpMinPpm + static_cast<uint32_t>(below(kJumpMaxPpm - kJumpMinPpm + 1));
+    const bool spurious = below(kSeedsPerSpuriousFree) != 0;
+    mSpuriousPpm = spurious ? static_cast<uint32_t>(below(kSpuriousMaxPpm + 1)) : 0;
+}
+
+// A Weyl sequence, mixed by two multiplications: neighbouring seeds give unrelated runs.
+uint64_t Strategy::draw() {
+    mState += 0x9e3779b97f4a7c15u;
+    uint64_t bits = mState;
+    bits = (bits ^ (bits >> 30)) * 0xbf58476d1ce4e5b9u;
+    bits = (bits ^ (bits >> 27)) * 0x94d049bb133111ebu;
+    return bits ^ (bits >> 31);
+}
+
+size_t Strategy::below(size_t limit) {
+    return static_cast<size_t>(((draw() >> 32) * limit) >> 32);
+}
+
+void Strategy::addThread() {
+    if (mKind == Kind::kPriorities) mPriorities.push_back(static_cast<int64_t>(draw() >> 1));
+}
+
+size_t Strategy::choose(const std::vector<Thread*>& ready, const Thread* current) {
+    switch (mKind) {
+        case Kind::kFirstCome:
+            return current ? ready.size() : 0;
+        case Kind::kUniform:
+            return below(ready.size() + (current ? 1 : 0));
+        case Kind::kSticky:
+            return chooseSticky(ready, current);
+        case Kind::kPriorities:
+            return chooseByPriority(ready, current);
+    }
+    return 0;
+}
+
+size_t Strategy::chooseSticky(const std::vector<Thread*>& ready, const Thread* current) {
+    if (current && !chance(mChangePpm)) return ready.size();
+    return below(ready.size());
+}
+
+size_t Strategy::chooseByPriority(const std::vector<Thread*>& ready, const Thread* current) {
+    const size_t first = highest(ready, current);
+    if (!chance(mChangePpm)) return first;
+    const Thread* demoted = first < ready.size() ? ready[first] : current;
+    mPriorities[static_cast<size_t>(demoted->record.id)] = mLowestPriority--;
+    return highest(ready, current);
+}
+
+size_t Strategy::highest(const std::vector<Thread*>& ready, const Thread* current) const {
+    const auto priority = [this](const Thread* thread) {
+        return mPriorities[static_cast<size_t>(thread->record.id)];
+    };
+    const Thread* best = current;
+    size_t index = ready.size();
+    for (size_t i = 0; i < ready.size(); ++i) {
+        if (best && priority(ready[i]) <= priority(best)) continue;
+        best = ready[i];
+        index = i;
+    }
+    return index;
+}
+
+std::string Strategy::describe() const {
+    if (mKind == Kind::kFirstCome) return "first-come schedule, the same for every seed";
+    std::string text = "replay with seed " + std::to_string(mSeed) + ", random schedule (";
+    if (mKind == Kind::kUniform) text += "any thread at every step";
+    if (mKind == Kind::kSticky) text += "thread left at " + percent(mChangePpm) + " of the steps";
+    if (mKind == Kind::kPriorities) text += "priorities, demotion at " + percent(mChangePpm);
+    return text + ", clock jumps " + percent(mJumpPpm) + ", spurious wake-ups " +
+           percent(mSpuriousPpm) + ")";
+}
+
+}  // namespace sim

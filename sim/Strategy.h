@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "sim/Simulation.h"
+#include "sim/Thread.h"
+
+namespace sim {
+
+// Decides who runs next. A pure function of the schedule, the seed and the questions asked so far;
+// integer arithmetic only, so that a seed means the same run on every machine.
+//
+// A random schedule draws one of three ways to choose: any ready thread at every step (short
+// races), mostly the running one (long undisturbed stretches), or always the ready thread of the
+// highest random priority, demoted now and then (whole threads starve). It also draws how often the
+// clock jumps although threads could run, and how often a condition wakes without a signal.
+class Strategy {
+  public:
+    Strategy(Schedule schedule, uint64_t seed);
+
+    bool isRandom() const { return mKind != Kind::kFirstCome; }
+    bool jumpsClock() { return chance(mJumpPpm); }
+    bool wakesSpuriously() { return chance(mSpuriousPpm); }
+    size_t below(size_t limit);
+
+    // Threads are added in the order of their ids.
+    void addThread();
+    // An index into `ready`, or ready.size() for `current` to go on. `current` is null if it
+    // cannot.
+    size_t choose(const std::vector<Thread*>& ready, const Thread* current);
+
+    std::string describe() const;
+
+  private:
+    enum class Kind { kFirstCome, kUniform, kSticky, kPriorities };
+
+    uint64_t draw();
+    bool chance(uint32_t ppm) { return below(1'000'000) < ppm; }
+    size_t chooseSticky(const std::vector<Thread*>& ready, const Thread* current);
+    size_t chooseByPriority(const std::vector<Thread*>& ready, const Thread* current);
+    size_t highest(const std::vector<Thread*>& ready, const Thread* current) const;
+
+    Kind mKind = Kind::kFirstCome;
+    uint64_t mState;
+    uint64_t mSeed;
+    uint32_t mChangePpm = 0;  // kSticky: of leaving the running thread; kPriorities: of a demotion
+    uint32_t mJumpPpm = 0;
+    uint32_t mSpuriousPpm = 0;
+    std::vector<int64_t> mPriorities;  // by thread id, the greater the sooner
+    int64_t mLowestPriority = -1;      // below all that were drawn; every demotion goes lower
+};
+
+}  // namespace sim

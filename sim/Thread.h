@@ -1,0 +1,73 @@
+#pragma once
+
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "sim/Simulation.h"
+
+namespace sim {
+
+struct Run;
+
+constexpr int64_t kNever = INT64_MAX;
+
+// Where a real thread stands while another one has the turn.
+class Gate {
+  public:
+    Gate() { sem_init(&mSemaphore, 0, 0); }
+    ~Gate() { sem_destroy(&mSemaphore); }
+    Gate(const Gate&) = delete;
+    Gate& operator=(const Gate&) = delete;
+
+    void open() { sem_post(&mSemaphore); }
+    void pass() {
+        while (sem_wait(&mSemaphore) != 0) {
+        }
+    }
+
+  private:
+    sem_t mSemaphore;
+};
+
+enum class WaitKind { kNothing, kMutex, kCondition, kJoin, kSleep, kYield };
+enum class Wake { kSignal, kDeadline, kSpurious };
+
+struct Thread;
+using WaitQueue = std::vector<Thread*>;  // the longest waiting one first
+
+// What keeps a thread from running.
+struct Wait {
+    WaitKind kind = WaitKind::kNothing;
+    int object = 0;               // number of the mutex or condition, id of the thread to be joined
+    int64_t deadlineNs = kNever;  // kNever: only another thread can end the wait
+    WaitQueue* queue = nullptr;   // where others find it; null for a plain sleep
+};
+
+// A simulated thread. Only the thread that has the turn touches these, whoever's they are.
+struct Thread {
+    ThreadRecord record;
+    Run* run = nullptr;
+    void* (*start)(void*) = nullptr;
+    void* argument = nullptr;
+    pthread_t handle{};  // unique among the threads of the run until it is joined for real
+    pid_t tid = 0;       // set at its first turn
+    Gate gate;
+
+    Wait wait;
+    Wake wake = Wake::kSignal;     // how the last wait ended
+    std::vector<int> heldMutexes;  // their numbers
+    WaitQueue joiners;
+    bool detached = false;
+    bool ended = false;
+    bool joined = false;  // also for real
+    int destructorRounds = 0;
+};
+
+// The simulated thread that the calling real thread is; null outside a run.
+inline thread_local Thread* tSelf = nullptr;
+
+}  // namespace sim
