@@ -1,11 +1,12 @@
 #pragma once
 
-// The stand-in device: what a phone's feature library, performance service, log and tracing would be
-// on a machine that has none of them.
+// The stand-in device: what a phone's feature library, performance service, log and tracing would
+// be on a machine that has none of them.
 //
-// The two service libraries of this folder carry the exact sonames that the library under test opens
-// ("libskewknob_system.so", "libnuv-perfd-client_system.so") and forward every call to the one Device
-// of the process. The host program sets what they answer and reads back what was called.
+// The two service libraries of this folder carry the exact sonames that the library under test
+// opens
+// ("libskewknob_system.so", "libnuv-perfd-client_system.so") and forward every call to the one
+// Device of the process. The host program sets what they answer and reads back what was called.
 //
 // Every member may be called from any thread at any time. Times are nanoseconds of CLOCK_MONOTONIC,
 // virtual ones inside a simulation.
@@ -38,14 +39,14 @@ enum class EventKind { kServiceCall, kLog, kTraceBegin, kTraceEnd };
 // One thing the library under test did that can be seen from outside.
 struct Event {
     EventKind kind = EventKind::kServiceCall;
-    int64_t timeNs = 0;   // when the call came in, before any delay
-    int thread = 0;       // who called, as the host's thread labeller names it
+    int64_t timeNs = 0;  // when the call came in, before any delay
+    int thread = 0;      // who called, as the host's thread labeller names it
     // kServiceCall
     EntryPoint entryPoint = EntryPoint::kIsFeatureEnabled;
     std::vector<int> arguments;  // the integers in the order of the signature, a list flattened
-    std::string text;     // property or package name ("(null)" for a null pointer); log or trace text
+    std::string text;  // property or package name ("(null)" for a null pointer); log or trace text
     std::string defaultValue;  // perf_get_prop only: the caller's default
-    std::string result;   // what was answered, as text
+    std::string result;        // what was answered, as text
     // kLog
     int priority = 0;
     std::string tag;
@@ -55,12 +56,12 @@ struct Event {
 std::string describe(const Event& event);
 
 class Device {
-public:
+  public:
     // The device of this process.
     static Device& instance();
 
-    // Back to the state of a fresh device: no property set, every knob 0, no game, HAL 2.3, no delay,
-    // nothing recorded.
+    // Back to the state of a fresh device: no property set, every knob 0, no game, HAL 2.3, no
+    // delay, nothing recorded.
     void reset();
 
     void setProperty(const std::string& name, const std::string& value);
@@ -80,7 +81,7 @@ public:
     std::vector<Event> events() const;
     void clearEvents();
 
-private:
+  private:
     Device();
     ~Device();
     friend class Backend;
@@ -88,17 +89,17 @@ private:
     std::unique_ptr<State> mState;
 };
 
-// Opens the two service libraries so that a later dlopen by bare file name finds them, and closes them
-// when it goes. `without` names libraries ("libskewknob_system.so") or entry points ("perf_hint") that
-// shall be missing.
+// Opens the two service libraries so that a later dlopen by bare file name finds them, and closes
+// them when it goes. `without` names libraries ("libskewknob_system.so") or entry points
+// ("perf_hint") that shall be missing.
 class ServiceLibraries {
-public:
+  public:
     explicit ServiceLibraries(const std::vector<std::string>& without = {});
     ~ServiceLibraries();
     ServiceLibraries(const ServiceLibraries&) = delete;
     ServiceLibraries& operator=(const ServiceLibraries&) = delete;
 
-private:
+  private:
     std::vector<void*> mHandles;
 };
 

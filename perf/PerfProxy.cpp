@@ -19,7 +19,8 @@ constexpr int kUntilReleased = 0;
 void* openLibrary(const char* name, int mode) {
     void* library = dlopen(name, mode);
     if (library == nullptr) {
-        // The full stop after the line end is part of the text.
+        // The full stop after the line end is part of the text. dlerror is per thread here and on
+        // Android. NOLINTNEXTLINE(concurrency-mt-unsafe)
         CINDRAL_LOGE(kPerfProxyTag, "Unable to open %s: %s\n.", name, dlerror());
     }
     return library;

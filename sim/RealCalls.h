@@ -23,12 +23,16 @@ class RealCall {
 
     template <typename... Arguments>
     auto operator()(Arguments... arguments) {
+        return resolve()(arguments...);
+    }
+
+    Function* resolve() {
         Function* function = mFunction.load(std::memory_order_relaxed);
         if (!function) {
             function = reinterpret_cast<Function*>(findRealCall(mName));
             mFunction.store(function, std::memory_order_relaxed);
         }
-        return function(arguments...);
+        return function;
     }
 
   private:
@@ -68,5 +72,17 @@ inline RealCall<int(useconds_t)> usleep{"usleep"};
 inline RealCall<unsigned(unsigned)> sleep{"sleep"};
 
 }  // namespace real
+
+// Looks all of them up. A look-up takes the loader's lock, which a simulated thread may hold while
+// it waits for others, in a destructor that dlclose runs; so none may be left for the middle of a
+// run.
+inline void resolveRealCalls() {
+    const auto resolve = [](auto&... calls) { (calls.resolve(), ...); };
+    using namespace real;
+    resolve(mutexLock, mutexTrylock, mutexTimedlock, mutexClocklock, mutexUnlock, mutexDestroy,
+            condWait, condTimedwait, condClockwait, condSignal, condBroadcast, condDestroy, create,
+            join, detach, setName, yield, setScheduler, setPriority, clockGettime, clockNanosleep,
+            nanosleep, usleep, sleep);
+}
 
 }  // namespace sim

@@ -7,6 +7,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "sim/RealCalls.h"
 #include "sim/Report.h"
 #include "sim/Run.h"
 
@@ -92,6 +93,7 @@ const char* toString(Failure failure) {
 Outcome run(const Options& options, const std::function<void()>& body) {
     const OnlyRun onlyRun;
     const PinnedToOneProcessor pinned;
+    resolveRealCalls();
     auto run = std::make_unique<Run>(options);
     Thread& bodyThread =
             run->threads.createBody(callBody, const_cast<std::function<void()>*>(&body));

@@ -1,0 +1,90 @@
+#pragma once
+
+// A capture as the replay needs it: what happened to each layer's buffers and when the vsyncs were.
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "replay/LayerName.h"
+#include "replay/VsyncTrack.h"
+
+namespace replay {
+
+struct ConsumeEvent {
+    int64_t timeNs = 0;
+    int pending = 0;  // buffers still queued afterwards
+
+    bool operator==(const ConsumeEvent& other) const {
+        return timeNs == other.timeNs && pending == other.pending;
+    }
+};
+
+// One layer's buffers. Times are ns since the first event of the capture.
+struct LayerEvents {
+    LayerName name;
+    std::string counter;     // where it comes from
+    int pendingAtStart = 0;  // buffers in the queue when the capture began
+    std::vector<int64_t> queueTimesNs;
+    std::vector<ConsumeEvent> consumes;
+};
+
+struct VsyncCounter {
+    std::string name;
+    std::vector<int64_t> timesNs;
+};
+
+struct Capture {
+    std::string source;                // file name, or what the modelled session calls itself
+    int64_t originNs = 0;              // the first event on the capture's own clock
+    int64_t durationNs = 0;            // from the first to the last event
+    std::vector<LayerEvents> layers;   // by name
+    std::vector<VsyncCounter> vsyncs;  // the most telling counter first
+    uint64_t outOfOrder = 0;           // lines that were older than one before them
+    uint64_t lostEvents = 0;
+    bool lastLineCutOff = false;
+};
+
+// Gathers the counters of a capture. Single-threaded; times are ns of the capture's own clock.
+class CaptureBuilder {
+  public:
+    // Takes what is of use from a userspace marker ("C|123|VSYNC-sf|1"), in the order of the
+    // capture. Throws InputError for a damaged one of a counter that matters.
+    void addMarker(int64_t timeNs, std::string_view payload);
+    void addCounter(int64_t timeNs, const std::string& name, int64_t value);
+
+    // Throws InputError if nothing can be replayed from what was added.
+    Capture build(const std::string& source) const;
+
+  private:
+    struct Sample {
+        int64_t timeNs;
+        int64_t value;
+    };
+    enum class Use { kLayer, kVsync, kNone };
+
+    static Use useOf(const std::string& name);
+    void noteTime(int64_t timeNs);
+    void noteOther(const std::string& name);
+    std::vector<Sample> sorted(const std::string& counter) const;
+    LayerEvents layerEvents(const std::string& counter) const;
+    VsyncCounter vsyncCounter(const std::string& counter) const;
+    std::vector<LayerEvents> layers() const;
+    std::vector<VsyncCounter> vsyncs() const;
+    [[noreturn]] void failWithoutLayers(const std::string& source) const;
+
+    std::map<std::string, std::vector<Sample>> mSamples;  // of the counters that matter
+    std::vector<std::string> mOtherCounters;              // a few that do not, for the message
+    int64_t mFirstTimeNs = INT64_MAX;
+    int64_t mLastTimeNs = INT64_MIN;
+    uint64_t mOutOfOrder = 0;
+};
+
+// The vsyncs to play. `refreshHz` is what the user says; needed when the capture does not tell, and
+// checked against it when it does. Throws InputError.
+VsyncTrack vsyncTrack(const Capture& capture, std::optional<double> refreshHz);
+
+}  // namespace replay

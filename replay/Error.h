@@ -1,0 +1,24 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace replay {
+
+// Something the user gave cannot be used. what() is one line that says where, what, and what to do.
+class InputError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// The replay itself went wrong: the library could not be run, or the run ended in a deadlock.
+// what() may have many lines.
+class ReplayError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// `text` for use inside a one-line message: unprintable bytes escaped, cut at a readable length.
+std::string inQuotes(const std::string& text);
+
+}  // namespace replay

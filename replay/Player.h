@@ -1,0 +1,56 @@
+#pragma once
+
+// Plays a capture to the real library in virtual time, on the stand-in device.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "device/StandInDevice.h"
+#include "replay/Capture.h"
+#include "replay/Settings.h"
+#include "replay/VsyncTrack.h"
+
+namespace replay {
+
+// One call of the compositor into the library. It is delivered late if its thread was still held by
+// the call before. Times are ns since the first event of the capture.
+struct FedEvent {
+    enum class Kind { kInit, kVsyncPeriod, kQueue, kConsume, kVsync };
+    static constexpr int kKinds = 5;
+
+    Kind kind = Kind::kInit;
+    int thread = 0;
+    int64_t dueNs = 0;
+    int64_t deliveredNs = 0;
+    int64_t returnedNs = 0;
+    int64_t value = 0;  // kInit: the answer; kVsyncPeriod: ns; kConsume: buffers pending
+
+    int64_t heldNs() const { return returnedNs - deliveredNs; }
+    int64_t lateNs() const { return deliveredNs - dueNs; }
+};
+
+const char* toString(FedEvent::Kind kind);
+
+// What went in and what came out, each in the order it happened.
+struct Run {
+    std::vector<FedEvent> fed;
+    std::vector<standin::Event> seen;      // the library's calls, log lines and markers
+    std::vector<std::string> threadNames;  // by FedEvent::thread and standin::Event::thread
+    int64_t endNs = 0;                     // the library was unloaded
+
+    std::string threadName(int thread) const;
+};
+
+struct PlayOptions {
+    std::string library = "libcindral.so";
+    bool closedLoop = false;       // the game and the compositor react to being held
+    int64_t cpuCostPerCallNs = 0;  // what every blocking call of the library costs in virtual time
+};
+
+// Throws InputError if the library cannot be opened, ReplayError if the run ends in a deadlock or
+// the like; after that its threads are parked for ever and the process should end without clean-up.
+Run play(const LayerEvents& layer, const VsyncTrack& vsyncs, const Settings& settings,
+         const PlayOptions& options);
+
+}  // namespace replay

@@ -1,0 +1,26 @@
+#pragma once
+
+// What the device of a replay answers: its properties and what it thinks of the game.
+
+#include <map>
+#include <string>
+
+namespace replay {
+
+class Settings {
+  public:
+    // Everything switched on, with the library's markers and log lines.
+    Settings();
+
+    // Takes "PROPERTY=VALUE". Throws InputError for a property that the library does not read or a
+    // value that a device could not hold.
+    void set(const std::string& assignment);
+
+    // Only what differs from a device on which nothing was ever set.
+    const std::map<std::string, std::string>& properties() const { return mProperties; }
+
+  private:
+    std::map<std::string, std::string> mProperties;
+};
+
+}  // namespace replay

@@ -1,0 +1,144 @@
+// What the boost engine offers beyond what the tracker uses.
+
+#include <gtest/gtest.h>
+
+#include "device/StandInDevice.h"
+#include "perf/BoostRules.h"
+#include "perf/PerfProxy.h"
+#include "sim/Simulation.h"
+
+using android::PerfProxy;
+using android::sp;
+using standin::Device;
+
+namespace {
+
+constexpr int64_t kMs = 1'000'000;
+
+// Runs `body` with a client whose boost thread is running and waiting.
+template <typename Body>
+void withBoostThread(Body body) {
+    Device::instance().reset();
+    const sim::Outcome outcome = sim::run({}, [&] {
+        const standin::ServiceLibraries services;
+        const sp<PerfProxy> perf = new PerfProxy();
+        perf->startBoostThread();
+        sim::sleepFor(kMs);
+        Device::instance().clearEvents();
+        body(*perf);
+        perf->stopBoostThread();
+    });
+    ASSERT_TRUE(outcome.ok());
+}
+
+void hint(PerfProxy& perf, int checkpoint) {
+    perf.boostHint(checkpoint);
+    sim::sleepFor(kMs);
+}
+
+std::vector<std::string> sent() {
+    std::vector<std::string> calls;
+    for (const standin::Event& event : Device::instance().events()) {
+        calls.push_back(standin::describe(event));
+    }
+    return calls;
+}
+
+}  // namespace
+
+TEST(BoostEngine, FastLayers_GetTheirOwnDurationsAndTypes) {
+    withBoostThread([](PerfProxy& perf) {
+        perf.setNegativeBoostProp(true);
+        for (const int fps : {60, 66, 67, 90, 0}) {
+            perf.setFpsMode(fps);
+            hint(perf, 1);
+            hint(perf, 2);
+        }
+        EXPECT_EQ(sent(), (std::vector<std::string>{"perf_hint(4166, (null), 8, 1500) = 1",
+                                                    "perf_hint(4166, (null), 16, 2000) = 2",
+                                                    "perf_hint(4166, (null), 8, 1500) = 3",
+                                                    "perf_hint(4166, (null), 15, 2000) = 4",
+                                                    "perf_hint(4166, (null), 4, 1300) = 5",
+                                                    "perf_hint(4166, (null), 14, 2000) = 6",
+                                                    "perf_hint(4166, (null), 4, 1300) = 7",
+                                                    "perf_hint(4166, (null), 11, 2000) = 8",
+                                                    "perf_hint(4166, (null), 8, 1500) = 9",
+                                                    "perf_hint(4166, (null), 0, 2000) = 10"}));
+    });
+}
+
+TEST(BoostEngine, Counters_TellHintsFromBoosts) {
+    withBoostThread([](PerfProxy& perf) {
+        perf.setBoostLevel(1);
+        hint(perf, 0);  // below the level: nothing at all
+        EXPECT_EQ(perf.getBoostHintCounter(), 0);
+        hint(perf, 1);  // skipped, but counted
+        hint(perf, 4);  // no checkpoint, but counted
+        EXPECT_EQ(perf.getBoostHintCounter(), 2);
+        EXPECT_EQ(perf.getBoostCounter(), 0);
+        EXPECT_FALSE(perf.isBoosted());
+        hint(perf, 2);
+        EXPECT_EQ(perf.getBoostHintCounter(), 3);
+        EXPECT_EQ(perf.getBoostCounter(), 1);
+        EXPECT_TRUE(perf.isBoosted());
+    });
+}
+
+TEST(BoostEngine, Expectation_StaysWithinThreeEitherWayAndIsForgottenWithTheCounters) {
+    withBoostThread([](PerfProxy& perf) {
+        for (int i = 0; i < 4; ++i) perf.adjustBoostExpectation(true);
+        EXPECT_EQ(perf.getBoostExpectationDegree(), 3);
+        for (int i = 0; i < 7; ++i) perf.adjustBoostExpectation(false);
+        EXPECT_EQ(perf.getBoostExpectationDegree(), -3);
+        hint(perf, 3);
+        perf.resetStats();
+        EXPECT_EQ(perf.getBoostExpectationDegree(), 0);
+        EXPECT_EQ(perf.getBoostCounter() + perf.getBoostHintCounter(), 0);
+    });
+}
+
+TEST(BoostEngine, Release_TakesBackAnyBoostButTryReleaseOnlyTheLongOne) {
+    withBoostThread([](PerfProxy& perf) {
+        hint(perf, 2);
+        perf.tryBoostRelease();
+        sim::sleepFor(kMs);
+        EXPECT_TRUE(perf.isBoosted());
+        perf.boostRelease();
+        sim::sleepFor(kMs);
+        EXPECT_FALSE(perf.isBoosted());
+        hint(perf, 3);
+        perf.tryBoostRelease();
+        sim::sleepFor(kMs);
+        EXPECT_FALSE(perf.isBoosted());
+        EXPECT_EQ(sent().size(), 4U);
+    });
+}
+
+TEST(BoostEngine, CallersNeverWaitInTheServiceUnlessItIsBusyWithAHint) {
+    withBoostThread([](PerfProxy& perf) {
+        Device::instance().setDelay(standin::EntryPoint::kPerfHint, 5000 * kMs);
+        const int64_t start = sim::now();
+        perf.boostHint(2);
+        EXPECT_EQ(sim::now(), start);
+        sim::sleepFor(kMs);
+        perf.tryBoostRelease();
+        perf.adjustBoostExpectation(true);
+        EXPECT_EQ(sim::now(), start + kMs);
+        perf.boostHint(3);
+        EXPECT_EQ(sim::now(), start + 10'000 * kMs)
+                << "the hint and the release that was marked meanwhile";
+    });
+}
+
+TEST(BoostEngine, WithoutItsThread_StopsWithoutJoining) {
+    Device::instance().reset();
+    const sim::Outcome outcome = sim::run({}, [] {
+        const standin::ServiceLibraries services;
+        const sp<PerfProxy> perf = new PerfProxy();
+        perf->boostHint(3);
+        perf->stopBoostThread();
+        perf->startBoostThread();
+        perf->stopBoostThread();
+    });
+    EXPECT_TRUE(outcome.ok());
+}

@@ -1,0 +1,190 @@
+#include "tests/library/Compositor.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <ostream>
+
+using standin::Device;
+using standin::EntryPoint;
+using standin::Event;
+using standin::EventKind;
+
+namespace {
+
+constexpr int kBoostHintId = 0x1046;
+constexpr int64_t kClassificationNs = 10 * kMs;
+constexpr uint64_t kTagAlways = 1;
+constexpr uint64_t kTagGraphics = 2;
+
+const int64_t kStart = sim::Options().startTimeNs;
+
+void configure(const Scene& scene) {
+    Device& device = Device::instance();
+    device.reset();
+    device.setThreadLabeller(sim::currentThread);
+    device.setTraceTags(kTagAlways | kTagGraphics);
+    device.setHalVersion(scene.halVersion);
+    for (const auto& [name, value] : scene.properties) device.setProperty(name, value);
+    for (const auto& [id, value] : scene.knobs) device.setKnob(id, value);
+    for (const auto& [package, verdict] : scene.verdicts) device.setVerdict(package, verdict);
+    for (const auto& [package, weight] : scene.weights) device.setGameWeight(package, weight);
+}
+
+template <typename Filter, typename Text>
+std::vector<Sight> sights(Filter filter, Text text) {
+    std::vector<Sight> found;
+    for (const Event& event : Device::instance().events()) {
+        if (filter(event)) found.push_back({event.timeNs - kStart, text(event), event.thread});
+    }
+    return found;
+}
+
+}  // namespace
+
+Scene::Scene()
+      : properties{{"vendor.perf.pfar2.enable", "1"},
+                   {"vendor.perf.phr.enable", "1"},
+                   {"vendor.perf.cindral.debug", "1"}},
+        knobs{{5, 1}, {6, 1}, {7, 1}},
+        verdicts{{"com.example.game", 2}, {"com.example.other", 2}, {"com.example.third", 2}},
+        weights{{"com.example.game", 1}, {"com.example.other", 1}, {"com.example.third", 1}} {}
+
+Scene& Scene::set(const std::string& property, const std::string& value) {
+    properties[property] = value;
+    return *this;
+}
+
+Scene& Scene::headroomOnly() {
+    return set("vendor.perf.pfar2.enable", "0");
+}
+
+Scene& Scene::frameRegulatorOnly() {
+    return set("vendor.perf.phr.enable", "0");
+}
+
+void PrintTo(const Sight& sight, std::ostream* stream) {
+    *stream << sight.time << " ns: " << sight.what;
+}
+
+int64_t Compositor::now() {
+    return sim::now() - kStart;
+}
+
+void Compositor::waitUntil(int64_t time) {
+    sim::sleepUntil(kStart + time);
+}
+
+void Compositor::start(const std::string& layer, int64_t period) {
+    ASSERT_TRUE(library.init());
+    library.setVsyncPeriod(period);
+    queue(layer);
+    waitUntil(now() + kClassificationNs);
+}
+
+void Compositor::play(const std::string& layer, int frames, int64_t period, int pending) {
+    for (int i = 0; i < frames; ++i) {
+        const int64_t frameStart = now();
+        queue(layer);
+        consume(layer, pending);
+        waitUntil(frameStart + period);
+    }
+}
+
+int64_t Compositor::playUntilEnvironment(const std::string& layer, int64_t period) {
+    // Classification, the first interval, and just over a second of measuring.
+    const int mostFrames = static_cast<int>(kSecond / period) + 10;
+    for (int i = 0; i < mostFrames; ++i) {
+        queue(layer);
+        if (!serviceCalls(EntryPoint::kPerfGetFeedbackExtn).empty()) return now();
+        consume(layer);
+        waitUntil(now() + period);
+    }
+    ADD_FAILURE() << "the environment of " << layer << " was not built in " << mostFrames
+                  << " frames";
+    return now();
+}
+
+sim::Outcome play(const Scene& scene, const std::function<void(Compositor&)>& body) {
+    configure(scene);
+    return sim::run(scene.schedule, [&] {
+        const standin::ServiceLibraries services(scene.without);
+        Compositor compositor;
+        body(compositor);
+    });
+}
+
+std::vector<Sight> serviceCalls() {
+    return sights([](const Event& event) { return event.kind == EventKind::kServiceCall; },
+                  standin::describe);
+}
+
+std::vector<Sight> serviceCalls(EntryPoint entryPoint) {
+    return sights(
+            [&](const Event& event) {
+                return event.kind == EventKind::kServiceCall && event.entryPoint == entryPoint;
+            },
+            standin::describe);
+}
+
+std::vector<Sight> boosts() {
+    return sights(
+            [](const Event& event) {
+                return event.kind == EventKind::kServiceCall &&
+                       event.entryPoint == EntryPoint::kPerfHint &&
+                       event.arguments[0] == kBoostHintId;
+            },
+            [](const Event& event) {
+                return std::to_string(event.arguments[1]) + "/" +
+                       std::to_string(event.arguments[2]);
+            });
+}
+
+std::vector<Sight> logs() {
+    return sights([](const Event& event) { return event.kind == EventKind::kLog; },
+                  standin::describe);
+}
+
+std::vector<Sight> markers() {
+    return sights([](const Event& event) { return event.kind == EventKind::kTraceBegin; },
+                  [](const Event& event) { return event.text; });
+}
+
+namespace {
+
+// Some log lines come with a marker of the same text; those are one sight.
+std::vector<Sight> withText(const std::string& text) {
+    const auto of = [&](EventKind kind) {
+        return sights([&](const Event& event) { return event.kind == kind && event.text == text; },
+                      standin::describe);
+    };
+    const std::vector<Sight> lines = of(EventKind::kLog);
+    return lines.empty() ? of(EventKind::kTraceBegin) : lines;
+}
+
+}  // namespace
+
+int countOf(const std::string& text) {
+    return static_cast<int>(withText(text).size());
+}
+
+int64_t timeOf(const std::string& text) {
+    const std::vector<Sight> found = withText(text);
+    EXPECT_EQ(found.size(), 1U) << "\"" << text << "\"";
+    return found.empty() ? -1 : found.front().time;
+}
+
+std::vector<int64_t> timesOf(const std::string& text) {
+    std::vector<int64_t> times;
+    for (const Sight& sight : withText(text)) times.push_back(sight.time);
+    return times;
+}
+
+std::string record() {
+    std::string lines;
+    for (const Event& event : Device::instance().events()) {
+        lines += std::to_string(event.timeNs) + " " + std::to_string(event.thread) + " " +
+                 standin::describe(event) + "\n";
+    }
+    return lines;
+}

@@ -1,0 +1,94 @@
+#pragma once
+
+// A compositor for tests: plays scenes to the shipped library in virtual time, on the stand-in
+// device.
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "device/StandInDevice.h"
+#include "replay/CindralLibrary.h"
+#include "sim/Simulation.h"
+
+inline constexpr int64_t kMs = 1'000'000;
+inline constexpr int64_t kSecond = 1'000'000'000;
+
+inline constexpr int64_t kPeriod60 = 16'666'667;
+inline constexpr int64_t kPeriod90 = 11'111'111;
+
+inline const std::string kGame = "SurfaceView[com.example.game/com.example.game.Main](BLAST)#1";
+inline const std::string kOtherGame =
+        "SurfaceView[com.example.other/com.example.other.Main](BLAST)#2";
+inline const std::string kThirdGame =
+        "SurfaceView[com.example.third/com.example.third.Main](BLAST)#3";
+inline const std::string kNoGame = "SurfaceView[com.example.video/com.example.video.Main](BLAST)#4";
+
+// The device and the schedule of a scene. The default device has both regulators and the debug
+// switch on, and knows the three games above.
+struct Scene {
+    Scene();
+
+    std::map<std::string, std::string> properties;
+    std::map<int, int> knobs;
+    std::map<std::string, int> verdicts;  // package -> answer of the service
+    std::map<std::string, int> weights;
+    double halVersion = 2.3;
+    std::vector<std::string> without;  // missing libraries or entry points
+    sim::Options schedule;
+
+    Scene& set(const std::string& property, const std::string& value);
+    Scene& headroomOnly();
+    Scene& frameRegulatorOnly();
+};
+
+// One thing seen from outside, and when, in ns since the start of the scene.
+struct Sight {
+    int64_t time;
+    std::string what;
+    int thread = 0;
+
+    bool operator==(const Sight& other) const { return time == other.time && what == other.what; }
+};
+void PrintTo(const Sight& sight, std::ostream* stream);
+
+// The library, loaded, inside a running scene. Times are ns since the start of the scene.
+class Compositor {
+  public:
+    replay::CindralLibrary library;
+
+    static int64_t now();
+    static void waitUntil(int64_t time);
+
+    void queue(const std::string& layer) { library.trackBufferIncrement(layer.c_str()); }
+    void consume(const std::string& layer, int pending = 0) {
+        library.trackBufferDecrement(layer.c_str(), pending);
+    }
+    // Initialises, sets the period and lets the layer be classified.
+    void start(const std::string& layer, int64_t period = kPeriod60);
+    // Queues and consumes `frames` buffers, the first one now and the last one period before the
+    // end.
+    void play(const std::string& layer, int frames, int64_t period = kPeriod60, int pending = 0);
+    // Plays until the layer's environment exists. Returns the time of the last queued buffer, right
+    // now.
+    int64_t playUntilEnvironment(const std::string& layer, int64_t period = kPeriod60);
+};
+
+// Plays a scene. The library is loaded before the body and unloaded after it, in virtual time. A
+// run that fails prints its report and aborts.
+sim::Outcome play(const Scene& scene, const std::function<void(Compositor&)>& body);
+
+// What has been seen since the start of the scene, in order.
+std::vector<Sight> serviceCalls();
+std::vector<Sight> serviceCalls(standin::EntryPoint entryPoint);
+std::vector<Sight> boosts();   // boosts and releases through perf_hint, as "duration/type"
+std::vector<Sight> logs();     // as "priority tag: text"
+std::vector<Sight> markers();  // trace sections that began
+// When a log line or marker with this text was written. Fails the test if it was not, or more than
+// once.
+int64_t timeOf(const std::string& text);
+std::vector<int64_t> timesOf(const std::string& text);
+int countOf(const std::string& text);
+std::string record();  // everything, one line each

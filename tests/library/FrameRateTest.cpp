@@ -1,0 +1,136 @@
+// Measuring the layer's rate, and what a match or a mismatch with the display sets going.
+
+#include <gtest/gtest.h>
+
+#include "tests/library/Compositor.h"
+
+namespace {
+
+constexpr char kOff[] = "disable FrameRegulator";
+
+std::string rateLine(const std::string& fps) {
+    return "FPS:" + fps + "[" + kGame + "]";
+}
+
+}  // namespace
+
+TEST(FrameRate, FirstMatchingPeriod_BuildsTheEnvironmentInOrder) {
+    int64_t last = 0;
+    Scene scene;
+    scene.set("vendor.perf.pfar2.hgpe.enable", "1");
+    play(scene, [&](Compositor& compositor) {
+        compositor.start(kGame);
+        standin::Device::instance().clearEvents();
+        last = compositor.playUntilEnvironment(kGame);
+    });
+    std::vector<Sight> expected;
+    for (const char* call : {
+                 "get_perf_hal_ver() = 2.3",
+                 R"(perf_get_prop("vendor.perf.pfar2.boost_level", "1") = "1")",
+                 R"(perf_get_prop("vendor.perf.pfar2.disable_pl", "1") = "1")",
+                 R"(perf_get_prop("vendor.perf.pfar2.disable_core_ctl", "1") = "1")",
+                 R"(perf_get_prop("vendor.perf.pfar2.hgpe.enable", "0") = "1")",
+                 R"(perf_get_prop("vendor.perf.pfar2.hgpe.max_rendertime", "0") = "0")",
+                 R"(perf_get_prop("vendor.perf.pfar2.hgpe.max_neboost", "0") = "0")",
+                 R"(perf_get_feedback_extn(5633, "com.example.game", 2, {1, 0}) = 1)",
+                 R"(perf_get_prop("vendor.perf.phr.hr_min_rate", "0.500000") = "0.500000")",
+         }) {
+        expected.push_back({last, call});
+    }
+    EXPECT_EQ(serviceCalls(), expected);
+    EXPECT_EQ(timeOf(rateLine("60.00")), last);
+}
+
+TEST(FrameRate, MeasuringPeriod_ClosesWithTheFirstFrameAfterMoreThanASecond) {
+    // Frames of exactly 20 ms: the frame at one second is still inside, the next one closes.
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        const int64_t first = Compositor::now();
+        compositor.play(kGame, 60, 20 * kMs);
+        // The first interval opens the period at the second frame.
+        EXPECT_EQ(timeOf(rateLine("50.00")), first + 20 * kMs + kSecond + 20 * kMs);
+    });
+}
+
+TEST(FrameRate, PauseOf150ms_StartsTheMeasurementOver) {
+    for (const int64_t pause : {int64_t{149'999'999}, 150 * kMs}) {
+        play(Scene(), [&](Compositor& compositor) {
+            compositor.start(kGame);
+            compositor.play(kGame, 40);
+            Compositor::waitUntil(Compositor::now() - kPeriod60 + pause);
+            compositor.play(kGame, 20);
+        });
+        bool closed = false;
+        for (const Sight& line : logs()) closed |= line.what.find("FPS:") != std::string::npos;
+        EXPECT_EQ(closed, pause < 150 * kMs) << pause;
+    }
+}
+
+TEST(FrameRate, RateOfAnotherClass_SwitchesBothRegulatorsOff) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.playUntilEnvironment(kGame);
+        for (int i = 0; i < 31; ++i) compositor.consume(kGame, 1);
+        EXPECT_EQ(countOf("enable PHR"), 1);
+        const int64_t slowFrom = Compositor::now();
+        while (countOf(kOff) == 0 && Compositor::now() < slowFrom + 3 * kSecond) {
+            Compositor::waitUntil(Compositor::now() + 40 * kMs);
+            compositor.queue(kGame);
+        }
+        EXPECT_EQ(countOf(kOff), 1);
+        EXPECT_EQ(countOf("disable PHR"), 1);
+        EXPECT_EQ(timeOf("disable PHR"), timeOf(kOff));
+    });
+}
+
+TEST(FrameRate, NonGameOnAFastDisplay_GetsNoThreads) {
+    struct Case {
+        int64_t period;
+        int weight;
+        size_t threads;  // the library's own, beside the checker
+    };
+    const Case cases[] = {{kPeriod90, 0, 0}, {kPeriod90, 1, 3}, {kPeriod60, 0, 3}};
+    for (const Case& c : cases) {
+        Scene scene;
+        scene.weights["com.example.game"] = c.weight;
+        const sim::Outcome outcome = play(scene, [&](Compositor& compositor) {
+            compositor.start(kGame, c.period);
+            compositor.playUntilEnvironment(kGame, c.period);
+        });
+        EXPECT_EQ(outcome.threads.size() - 2, c.threads) << c.period << " weight " << c.weight;
+        EXPECT_EQ(countOf("~BufferLayerTracker"), c.threads > 0 ? 1 : 0);
+    }
+}
+
+TEST(FrameRate, BeforeAnyVsyncPeriod_ARateOfNoClassCountsAsMatching) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.library.init();
+        compositor.queue(kGame);
+        Compositor::waitUntil(10 * kMs);
+        compositor.play(kGame, 13, 100 * kMs);
+        EXPECT_EQ(countOf(rateLine("10.00")), 1);
+        EXPECT_EQ(countOf("enable FrameRegulator"), 1);
+    });
+}
+
+TEST(FrameRate, ThreadsThatCannotBeMade_AreLoggedAndLeftOut) {
+    struct Case {
+        int failing;
+        const char* line;
+    };
+    // After the checker: the monitor, the boost thread, the headroom thread.
+    const Case cases[] = {{2, "MonitorThread Creation Failed"},
+                          {3, "BoostThread Creation Failed"},
+                          {4, "HeadroomThread Creation Failed"}};
+    for (const Case& c : cases) {
+        Scene scene;
+        scene.schedule.failThreadCreation = c.failing;
+        const sim::Outcome outcome = play(scene, [](Compositor& compositor) {
+            compositor.start(kGame);
+            compositor.playUntilEnvironment(kGame);
+            compositor.play(kGame, 10, kPeriod60, 1);
+        });
+        EXPECT_EQ(countOf(c.line), 1);
+        EXPECT_EQ(outcome.threads.size(), 4U);
+    }
+}

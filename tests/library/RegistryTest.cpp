@@ -1,0 +1,172 @@
+// Which layers are tracked, refused, ignored and given up.
+
+#include <gtest/gtest.h>
+
+#include "tests/library/Compositor.h"
+
+using standin::EntryPoint;
+
+namespace {
+
+constexpr char kMultiActive[] = "Multi active layers are detected!";
+constexpr char kRetired[] = "~BufferLayerTracker";
+
+std::string layerOf(const std::string& package) {
+    return "SurfaceView[" + package + "/" + package + ".Main](BLAST)#9";
+}
+
+size_t questions() {
+    return serviceCalls(EntryPoint::kPerfGetFeedback).size();
+}
+
+void ask(Compositor& compositor, const std::string& layer) {
+    compositor.queue(layer);
+    Compositor::waitUntil(Compositor::now() + kMs);
+}
+
+}  // namespace
+
+TEST(Registry, LayerThatNamesNoPackage_IsNeverAskedAbout) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        for (const char* name : {"StatusBar#0", "SurfaceView[com.example.game/Main]#4x", "",
+                                 "SurfaceView[#1", "SurfaceView[/Main]#1"}) {
+            ask(compositor, name);
+        }
+        EXPECT_EQ(questions(), 1U);
+    });
+}
+
+TEST(Registry, OnlyTheGameVerdict_MakesAGame) {
+    for (const int verdict : {-1, 0, 1, 2, 3}) {
+        Scene scene;
+        scene.verdicts["com.example.game"] = verdict;
+        play(scene, [](Compositor& compositor) {
+            compositor.start(kGame);
+            compositor.play(kGame, 70);
+        });
+        EXPECT_EQ(countOf("FPS:60.00[" + kGame + "]"), verdict == 2 ? 1 : 0) << verdict;
+        EXPECT_EQ(questions(), 1U) << verdict;
+    }
+}
+
+TEST(Registry, IgnoredName_IsAskedAboutAgainOnceFourNewerOnesPushedItOut) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kNoGame);
+        for (const char* package : {"a.b", "c.d", "e.f"}) ask(compositor, layerOf(package));
+        ask(compositor, kNoGame);
+        EXPECT_EQ(questions(), 4U);
+        ask(compositor, layerOf("g.h"));
+        ask(compositor, kNoGame);
+        EXPECT_EQ(questions(), 6U);
+    });
+}
+
+TEST(Registry, SlowService_HoldsNobodyAndOneQuestionIsUnderWayAtATime) {
+    constexpr int64_t kSlow = 5 * kSecond;
+    play(Scene(), [](Compositor& compositor) {
+        compositor.library.init();
+        standin::Device::instance().setDelay(EntryPoint::kPerfGetFeedback, kSlow);
+        const int64_t asked = Compositor::now();
+        compositor.queue(kGame);
+        Compositor::waitUntil(asked + kMs);
+        for (int i = 0; i < 10; ++i) compositor.queue(kOtherGame);
+        EXPECT_EQ(Compositor::now(), asked + kMs);
+        EXPECT_EQ(questions(), 1U);
+        Compositor::waitUntil(asked + kSlow + kMs);
+        compositor.queue(kOtherGame);
+        Compositor::waitUntil(asked + kSlow + 2 * kMs);
+        EXPECT_EQ(questions(), 2U);
+        EXPECT_EQ(serviceCalls(EntryPoint::kPerfGetFeedback).back().time, asked + kSlow + kMs);
+    });
+}
+
+TEST(Registry, KnownPackage_IsTrackedWithoutAnotherQuestion) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        const std::string second = "SurfaceView[com.example.game/com.example.game.Menu](BLAST)#2";
+        compositor.queue(second);
+        compositor.play(second, 70);
+        EXPECT_EQ(questions(), 1U);
+        EXPECT_EQ(countOf("FPS:60.00[" + second + "]"), 1);
+    });
+}
+
+TEST(Registry, CheckerThatCannotStart_IsLoggedAndTriedAgainWithTheNextBuffer) {
+    Scene scene;
+    scene.schedule.failThreadCreation = 1;
+    play(scene, [](Compositor& compositor) {
+        compositor.start(kGame);
+        EXPECT_EQ(questions(), 0U);
+        EXPECT_EQ(countOf("game checker thread create failed!"), 1);
+        ask(compositor, kGame);
+        EXPECT_EQ(questions(), 1U);
+    });
+}
+
+TEST(Registry, ThirdGame_IsRefused200TimesAndIgnoredAtThe201st) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.queue(kGame);
+        ask(compositor, kOtherGame);
+        ask(compositor, kThirdGame);  // the checker's attempt is the first one
+        for (int attempt = 2; attempt <= 200; ++attempt) compositor.queue(kThirdGame);
+        EXPECT_EQ(countOf(kMultiActive), 0);
+        compositor.queue(kThirdGame);
+        EXPECT_EQ(countOf(kMultiActive), 1);
+        compositor.queue(kThirdGame);
+        EXPECT_EQ(countOf(kMultiActive), 1) << "an ignored layer does not ask";
+
+        const std::string fourth = "SurfaceView[com.example.game/com.example.game.Other](BLAST)#5";
+        compositor.queue(fourth);
+        EXPECT_EQ(countOf(kMultiActive), 2) << "beyond the limit the first attempt is enough";
+    });
+}
+
+TEST(Registry, OldestTracker_IsGivenUpOnceSilentForAWholeSecond) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.queue(kGame);
+        ask(compositor, kOtherGame);
+        ask(compositor, kThirdGame);  // refused, but known from now on
+        const int64_t last = compositor.playUntilEnvironment(kGame);
+        Compositor::waitUntil(last + 999'999'999);
+        compositor.queue(kThirdGame);
+        EXPECT_EQ(countOf(kRetired), 0);
+        Compositor::waitUntil(last + 1'000'000'000);
+        compositor.queue(kThirdGame);
+        EXPECT_EQ(timeOf(kRetired), last + 1'000'000'000);
+        // The newcomer is tracked, the refusals are forgotten, and the one that had been given up
+        // has become the third.
+        compositor.play(kThirdGame, 70);
+        EXPECT_EQ(countOf("FPS:60.00[" + kThirdGame + "]"), 1);
+    });
+}
+
+TEST(Registry, NewTracker_GetsTheLastVsyncPeriodAndEveryTrackerLaterOnes) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame, 123);
+        const std::string unexpected = "unexpected vsync recevied: ld\n";
+        EXPECT_EQ(countOf(unexpected), 1);
+        ask(compositor, kOtherGame);
+        EXPECT_EQ(countOf(unexpected), 2);
+        compositor.library.setVsyncPeriod(kPeriod60);
+        EXPECT_EQ(countOf(unexpected), 2);
+        compositor.library.setVsyncPeriod(18 * kMs);
+        compositor.library.setVsyncPeriod(18 * kMs);
+        EXPECT_EQ(countOf(unexpected), 6) << "it is not stored, so it is logged again";
+    });
+}
+
+TEST(Registry, NullAndVeryLongNames_DoNoHarm) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.library.trackBufferIncrement(nullptr);
+        compositor.library.trackBufferDecrement(nullptr, 1);
+        const std::string longName(1 << 20, 'x');
+        ask(compositor, longName);
+        ask(compositor, layerOf(longName));
+        compositor.consume(longName);
+        EXPECT_EQ(questions(), 2U) << "a package of any length is asked about";
+    });
+}

@@ -1,0 +1,79 @@
+// Loading and unloading: no thread and no mapping may stay behind.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/library/Compositor.h"
+
+namespace {
+
+bool isMapped(const std::string& file) {
+    std::ifstream maps("/proc/self/maps");
+    std::string line;
+    while (std::getline(maps, line)) {
+        if (line.find(file) != std::string::npos) return true;
+    }
+    return false;
+}
+
+size_t realThreads() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+}  // namespace
+
+TEST(Unload, HundredTimesLoadedAndUsed_LeavesNoThreadAndNoMapping) {
+    const size_t threads = realThreads();
+    for (int round = 0; round < 100; ++round) {
+        Scene scene;
+        scene.set("vendor.perf.pfar2.hgpe.enable", "1");
+        // Unloaded in different states: measuring, watching, held, boosted, given up.
+        const int64_t silence = (round % 20) * 70 * kMs;
+        play(scene, [&](Compositor& compositor) {
+            ASSERT_TRUE(isMapped("libcindral.so"));
+            compositor.start(kGame);
+            compositor.play(kGame, 40 + round, kPeriod60, 1);
+            Compositor::waitUntil(Compositor::now() + silence);
+        });
+        ASSERT_FALSE(isMapped("libcindral.so")) << "round " << round;
+        ASSERT_FALSE(isMapped("libskewknob_system.so")) << "round " << round;
+    }
+    EXPECT_EQ(realThreads(), threads);
+}
+
+TEST(Unload, WithTheCheckerAsking_WaitsForItsAnswer) {
+    int64_t unloaded = 0;
+    play(Scene(), [&](Compositor& compositor) {
+        standin::Device::instance().setDelay(standin::EntryPoint::kPerfGetFeedback, kSecond);
+        compositor.library.init();
+        compositor.queue(kGame);
+    });
+    for (const Sight& line : logs()) unloaded = line.time;
+    EXPECT_EQ(unloaded, kSecond) << "the verdict is the last thing heard of it";
+    EXPECT_FALSE(isMapped("libcindral.so"));
+}
+
+TEST(Unload, WithRealThreads_LeavesNothingBehindEither) {
+    standin::Device& device = standin::Device::instance();
+    device.reset();
+    device.setKnob(6, 1);
+    device.setProperty("vendor.perf.phr.enable", "1");
+    const size_t threads = realThreads();
+    for (int round = 0; round < 100; ++round) {
+        const standin::ServiceLibraries services;
+        replay::CindralLibrary library;
+        ASSERT_TRUE(library.init());
+        library.setVsyncPeriod(kPeriod60);
+        for (int i = 0; i < 20; ++i) {
+            library.trackBufferIncrement(kGame.c_str());
+            library.trackVsyncSignal();
+            library.trackBufferDecrement(kGame.c_str(), 1);
+        }
+    }
+    EXPECT_EQ(device.events().size() % 100, 0U) << "every round asked the same questions";
+    EXPECT_FALSE(isMapped("libcindral.so"));
+    EXPECT_LE(realThreads(), threads + 1) << "the last checker may still be on its way out";
+}

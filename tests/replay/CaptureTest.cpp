@@ -1,0 +1,263 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "replay/Capture.h"
+#include "replay/Error.h"
+#include "replay/Feedback.h"
+#include "replay/FtraceReader.h"
+#include "replay/ModelledSession.h"
+#include "replay/Settings.h"
+#include "replay/Statistics.h"
+
+namespace replay {
+namespace {
+
+using Times = std::vector<int64_t>;
+constexpr char kOldCounter[] = "SurfaceView - a.b/c.D#0";
+
+template <typename Function>
+std::string errorOf(Function&& function) {
+    try {
+        function();
+    } catch (const InputError& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+TEST(LayerName, Counters_BecomeTheCompositorsPresentName) {
+    const std::pair<const char*, const char*> kNames[] = {
+            {"SurfaceView - a.b/c.D#0", "SurfaceView[a.b/c.D](BLAST)#0"},
+            {"BufferTX - SurfaceView[a.b/c.D](BLAST)#12", "SurfaceView[a.b/c.D](BLAST)#12"},
+            {"BufferTX - SurfaceView[a.b/c.D]#12", "SurfaceView[a.b/c.D](BLAST)#12"},
+            {"BufferTX - SurfaceView[a.b/c.D]@1(BLAST)#3", "SurfaceView[a.b/c.D]@1(BLAST)#3"},
+    };
+    for (const auto& [counter, layer] : kNames) {
+        const auto name = layerOfCounter(counter);
+        ASSERT_TRUE(name.has_value()) << counter;
+        EXPECT_EQ(name->layer, layer);
+        EXPECT_EQ(name->package, "a.b");
+    }
+    for (const char* counter :
+         {"VSYNC-sf", "SurfaceView - a.b/c.D", "SurfaceView - #1", "SurfaceView - nothing#1",
+          "SurfaceView - /c.D#1", "BufferTX - a.b/c.D#1", "BufferTX - SurfaceView[a.b/c.D](BLAST)#",
+          "BufferTX - SurfaceView[a.b/c.D(BLAST)#1", "QueuedBuffer - SurfaceView[a.b/c.D](BLAST)#1",
+          "SurfaceView - a.b/c.D#1x", "BufferTX - StatusBar#4"}) {
+        EXPECT_FALSE(layerOfCounter(counter).has_value()) << counter;
+    }
+    EXPECT_FALSE(layerOfCounter("SurfaceView - a.b/" + std::string(5000, 'c') + "#1").has_value());
+}
+
+Capture captureOf(const std::vector<std::pair<int64_t, int64_t>>& levels) {
+    CaptureBuilder builder;
+    for (const auto& [timeNs, level] : levels) builder.addCounter(timeNs, kOldCounter, level);
+    return builder.build("test");
+}
+
+TEST(Capture, CounterChanges_BecomeQueueAndConsumeEventsOneByOne) {
+    const Capture capture =
+            captureOf({{1000, 2}, {1010, 3}, {1020, 3}, {1030, 1}, {1040, 3}, {1050, 2}});
+    ASSERT_EQ(capture.layers.size(), 1u);
+    EXPECT_EQ(capture.originNs, 1000);
+    EXPECT_EQ(capture.durationNs, 50);
+    EXPECT_EQ(capture.layers[0].queueTimesNs, (Times{10, 40, 40}));
+    EXPECT_EQ(capture.layers[0].consumes, (std::vector<ConsumeEvent>{{30, 2}, {30, 1}, {50, 2}}));
+}
+
+TEST(Capture, LinesOutOfOrder_AreSortedAndCounted) {
+    const Capture capture = captureOf({{1000, 0}, {1030, 2}, {1020, 1}, {1040, 1}});
+    EXPECT_EQ(capture.layers.at(0).queueTimesNs, (Times{20, 30}));
+    EXPECT_EQ(capture.layers.at(0).consumes, (std::vector<ConsumeEvent>{{40, 1}}));
+    EXPECT_EQ(capture.outOfOrder, 1u);
+}
+
+TEST(Capture, DamagedCounters_AreRefusedOnlyWhereTheyMatter) {
+    CaptureBuilder builder;
+    for (const char* harmless :
+         {"C|1|heat|1.5", "C|1|heat", "C|1", "B|1|VSYNC-sf", "C|1|heat|2|category"}) {
+        builder.addMarker(0, harmless);
+    }
+    const auto addError = [&](const std::string& payload) {
+        return errorOf([&] { builder.addMarker(0, payload); });
+    };
+    EXPECT_NE(addError("C|1|VSYNC-sf|").find("no whole number"), std::string::npos);
+    EXPECT_NE(addError(std::string("C|1|") + kOldCounter + "|1x").find("no whole number"),
+              std::string::npos);
+    EXPECT_NE(addError(std::string("C|1|") + kOldCounter + "|2000000000").find("0 to 64"),
+              std::string::npos);
+    EXPECT_NE(addError(std::string("C|1|") + kOldCounter + "|-1").find("0 to 64"),
+              std::string::npos);
+    builder.addCounter(0, kOldCounter, 0);
+    EXPECT_NE(errorOf([&] {
+                  builder.addCounter(INT64_C(100'000'000'000'000), kOldCounter, 1);
+              }).find("hours"),
+              std::string::npos);
+}
+
+TEST(Capture, WithoutAnyLayer_SaysWhatWasSoughtAndFound) {
+    CaptureBuilder builder;
+    EXPECT_NE(errorOf([&] { builder.build("f"); }).find("found none"), std::string::npos);
+    builder.addMarker(0, "C|1|VSYNC-sf|1");
+    builder.addMarker(0, "C|1|heat|2|category");
+    const std::string error = errorOf([&] { builder.build("f"); });
+    EXPECT_EQ(error.find("f: "), 0u);
+    EXPECT_NE(error.find("\"BufferTX - SurfaceView["), std::string::npos);
+    EXPECT_NE(error.find("found \"VSYNC-sf\", \"heat\""), std::string::npos);
+}
+
+TEST(VsyncTrack, Period_IsMeasuredThroughPausesJitterAndHalfRate) {
+    const auto measured = [](const Times& intervals) {
+        Times times{0};
+        for (const int64_t interval : intervals) times.push_back(times.back() + interval);
+        return measurePeriodNs(times).value_or(-1);
+    };
+    EXPECT_EQ(measured(Times(20, 16'667'000)), 16'667'000);
+    EXPECT_EQ(measured({10, 20, 20, 20, 10, 20, 20, 20, 20, 900, 20, 10}),
+              10);  // mostly every second
+    EXPECT_EQ(measured({98, 102, 100, 99, 101, 301, 100, 100, 5000, 100}), 100);
+    EXPECT_EQ(measured(Times(7, 10)), -1);
+}
+
+TEST(VsyncTrack, Pauses_AreContinuedAtThePeriodFromStartToEnd) {
+    EXPECT_EQ(continueVsyncs({25, 36, 75, 84}, 10, 0, 110),
+              (Times{5, 15, 25, 36, 46, 56, 66, 75, 84, 94, 104}));
+    EXPECT_EQ(continueVsyncs({}, 10, 0, 20), (Times{0, 10, 20}));
+}
+
+Capture vsyncCapture(const std::vector<std::pair<std::string, int>>& counters) {
+    CaptureBuilder builder;
+    builder.addCounter(0, kOldCounter, 0);
+    builder.addCounter(20 * 16'667'000, kOldCounter, 1);
+    for (const auto& [name, count] : counters) {
+        for (int i = 0; i < count; ++i)
+            builder.addCounter(i * 16'667'000 + name.size() * 1000, name, i % 2);
+    }
+    return builder.build("test");
+}
+
+TEST(VsyncTrack, Source_IsTheFirstCounterThatTells) {
+    EXPECT_EQ(vsyncTrack(vsyncCapture({{"VSYNC-app", 20}, {"VSYNC-sf", 20}}), {}).source,
+              "VSYNC-sf");
+    EXPECT_EQ(vsyncTrack(vsyncCapture({{"VSYNC-app", 20}, {"VSYNC-sf", 4}}), {}).source,
+              "VSYNC-app");
+    EXPECT_EQ(vsyncTrack(vsyncCapture({{"HW_VSYNC_0", 20}, {"VSYNC-appSf", 20}}), {}).source,
+              "VSYNC-appSf");
+    const VsyncTrack track =
+            vsyncTrack(vsyncCapture({{"HW_VSYNC_0", 10}, {"HW_VSYNC_ON_0", 15}}), {});
+    EXPECT_EQ(track.source, "HW_VSYNC_0");
+    EXPECT_EQ(track.periodNs, 16'667'000);
+    EXPECT_EQ(track.timesNs.size(), 20u);
+    EXPECT_EQ(track.continued, 10u);
+}
+
+TEST(VsyncTrack, Refresh_FillsInForTheCaptureAndMustNotContradictIt) {
+    const Capture silent = vsyncCapture({{"HW_VSYNC_ON_0", 20}});
+    EXPECT_NE(errorOf([&] { vsyncTrack(silent, {}); }).find("--refresh HZ"), std::string::npos);
+    EXPECT_EQ(vsyncTrack(silent, 90.0).periodNs, 11'111'111);
+    const Capture telling = vsyncCapture({{"VSYNC-sf", 20}});
+    EXPECT_EQ(vsyncTrack(telling, 61.1).periodNs, 16'667'000);
+    EXPECT_NE(errorOf([&] { vsyncTrack(telling, 61.3); }).find("60.00 Hz"), std::string::npos);
+    EXPECT_NE(errorOf([&] { vsyncTrack(telling, 0.0); }).find("--refresh"), std::string::npos);
+}
+
+TEST(ModelledSession, WrittenAsFtrace_ReadsBackAsTheSameCapture) {
+    std::stringstream text;
+    writeFtrace(text, modelledSession());
+    CaptureBuilder builder;
+    readFtrace(text, "text",
+               [&](const Marker& marker) { builder.addMarker(marker.timeNs, marker.payload); });
+    const Capture read = builder.build("text");
+    const Capture made = modelledCapture();
+    ASSERT_EQ(read.layers.size(), 1u);
+    EXPECT_GT(read.layers[0].queueTimesNs.size(), 1500u);
+    EXPECT_EQ(read.originNs, made.originNs);
+    EXPECT_EQ(read.durationNs, made.durationNs);
+    EXPECT_EQ(read.layers[0].name.layer, made.layers.at(0).name.layer);
+    EXPECT_EQ(read.layers[0].queueTimesNs, made.layers.at(0).queueTimesNs);
+    EXPECT_EQ(read.layers[0].consumes, made.layers.at(0).consumes);
+    ASSERT_EQ(read.vsyncs.size(), 1u);
+    EXPECT_EQ(read.vsyncs[0].timesNs, made.vsyncs.at(0).timesNs);
+}
+
+TEST(Feedback, RenderTime_CountsFromTheBufferBeforeOrFromTheFirstOneFreedSince) {
+    const Capture capture = captureOf({{0, 1},
+                                       {10, 2},
+                                       {30, 1},
+                                       {45, 2},
+                                       {50, 1},
+                                       {60, 2},
+                                       {70, 1},
+                                       {80, 0},
+                                       {99, 1},
+                                       {110, 2}});
+    EXPECT_EQ(renderTimesNs(capture.layers.at(0)), (Times{0, 15, 10, 29, 11}));
+    EXPECT_EQ(mostPending(capture.layers.at(0)), 2);
+}
+
+TEST(Feedback, Compositor_TakesABufferThatWasLateAtTheNextVsyncWithoutAnother) {
+    const Capture capture = captureOf({{0, 1}, {10, 2}, {23, 1}, {33, 0}, {35, 1}, {43, 0}});
+    const VsyncTrack vsyncs{10, {0, 10, 20, 30, 40, 50, 60}, "test", 0};
+    std::string taken;
+    Times chances;
+    for (const ConsumeChance& chance : consumeChances(capture.layers.at(0), vsyncs)) {
+        chances.push_back(chance.timeNs);
+        taken += chance.captured ? 'c' : '-';
+    }
+    EXPECT_EQ(chances, (Times{3, 13, 23, 33, 43, 53, 63}));
+    EXPECT_EQ(taken, "--ccc--");
+
+    BufferQueue queue(capture.layers.at(0));
+    EXPECT_EQ(queue.consume(false), std::nullopt);  // nothing was taken here in the capture either
+    EXPECT_EQ(queue.consume(true), 0);
+    EXPECT_EQ(queue.consume(true), std::nullopt);  // the buffer is late
+    queue.queue();
+    queue.queue();
+    EXPECT_TRUE(queue.isFull());
+    EXPECT_EQ(queue.consume(false), 1);
+    EXPECT_EQ(queue.consume(false), std::nullopt);  // nothing owed any more
+    EXPECT_EQ(queue.consume(true), 0);
+}
+
+TEST(Settings, Assignments_AreCheckedAgainstWhatADeviceCouldHold) {
+    Settings settings;
+    settings.set("vendor.perf.phr.enable=0");
+    settings.set("vendor.perf.phr.hr_min_rate=0.25");
+    EXPECT_EQ(settings.properties().at("vendor.perf.phr.enable"), "0");
+    EXPECT_EQ(settings.properties().at("vendor.perf.phr.hr_min_rate"), "0.25");
+    const std::pair<std::string, const char*> kBad[] = {
+            {"vendor.perf.phr.enabled=1", "did you mean vendor.perf.phr.enable?"},
+            {"vendor.perf.pfar2.boostlevel=1", "did you mean vendor.perf.pfar2.boost_level?"},
+            {"vendor.perf.phr.enable=on", "whole number"},
+            {"vendor.perf.phr.hr_min_rate=half", "number such as"},
+            {"ro.vendor.perf.zgpe=" + std::string(92, 'x'), "at most 91"},
+            {"vendor.perf.phr.enable", "PROPERTY=VALUE"},
+            {"=1", "PROPERTY=VALUE"},
+    };
+    for (const auto& bad : kBad) {
+        EXPECT_NE(errorOf([&] { settings.set(bad.first); }).find(bad.second), std::string::npos)
+                << bad.first;
+    }
+    EXPECT_NO_THROW(settings.set("ro.vendor.perf.zgpe=" + std::string(91, 'x')));
+}
+
+TEST(Statistics, OnTimes_EndWhenTheyLapseAreSwitchedOffOrRenewed) {
+    OnTimes times;
+    times.onFor(10, 5);   // lapses at 15
+    times.onFor(20, 10);  // renewed at 25
+    times.onFor(25, 10);
+    times.off(30);
+    times.off(40);
+    times.on(50);
+    times.finish(60);
+    EXPECT_EQ(times.spans(),
+              (std::vector<std::pair<int64_t, int64_t>>{{10, 15}, {20, 30}, {50, 60}}));
+    EXPECT_EQ(times.totalNs(), 25);
+    EXPECT_EQ(percentile({5, 1, 4, 2, 3}, 50), 3);
+    EXPECT_EQ(percentile({5, 1, 4, 2, 3}, 99), 5);
+}
+
+}  // namespace
+}  // namespace replay

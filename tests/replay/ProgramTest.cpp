@@ -1,0 +1,179 @@
+// The program as its user runs it.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+
+namespace {
+
+struct Result {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+class Program : public testing::Test {
+  protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/cindral-replay-test-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        mFolder = pattern;
+    }
+
+    void TearDown() override { std::system(("rm -rf " + mFolder).c_str()); }
+
+    std::string path(const std::string& name) const { return mFolder + "/" + name; }
+
+    std::string file(const std::string& name, const std::string& text) const {
+        std::ofstream(path(name)) << text;
+        return path(name);
+    }
+
+    static std::string textOf(const std::string& name) {
+        std::ostringstream text;
+        text << std::ifstream(name).rdbuf();
+        return text.str();
+    }
+
+    Result run(const std::string& arguments, const std::string& output = "") const {
+        const std::string out = output.empty() ? path("out") : output;
+        const std::string command =
+                CINDRAL_REPLAY " " + arguments + " >" + out + " 2>" + path("err") + " </dev/null";
+        Result result;
+        const int status = std::system(command.c_str());
+        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        if (output.empty()) result.out = textOf(out);
+        result.err = textOf(path("err"));
+        return result;
+    }
+
+    std::string mFolder;
+};
+
+std::string event(const std::string& time, const std::string& counter, int value) {
+    return "a-1 [000] .... " + time + ": tracing_mark_write: C|1|" + counter + "|" +
+           std::to_string(value) + "\n";
+}
+
+std::string layerEvents(const std::string& package) {
+    const std::string counter = "SurfaceView - " + package + "/.Main#0";
+    return event("1.000000", counter, 0) + event("1.010000", counter, 1) +
+           event("1.020000", counter, 0);
+}
+
+TEST_F(Program, BadInput_GivesOneLineAndStatusTwo) {
+    const std::string garbage = file("garbage", "# fine\nnot a trace\n");
+    const std::string one = file("one", layerEvents("a.b"));
+    const std::string two = file("two", layerEvents("a.b") + layerEvents("c.d"));
+    const std::pair<std::string, std::string> kCases[] = {
+            {garbage, garbage + ":2: not an ftrace event"},
+            {file("empty", ""), "no layer"},
+            {path("absent"), "No such file"},
+            {mFolder, "cannot be read"},
+            {one, "--refresh HZ"},
+            {one + " --refresh 1e9", "--refresh"},
+            {one + " --refresh sixty", "--refresh"},
+            {one + " --layer '['", "not a regular expression"},
+            {one + " --layer other", "matches none of: SurfaceView[a.b/.Main](BLAST)#0"},
+            {two + " --refresh 60",
+             "SurfaceView[a.b/.Main](BLAST)#0, SurfaceView[c.d/.Main](BLAST)#0"},
+            {two + " --refresh 60 --layer SurfaceView", "choose one layer"},
+            {"--set vendor.perf.phr.enable=2x", "whole number"},
+            {"--set", "--set"},
+            {"--cpu-cost -1", "--cpu-cost"},
+            {"--frobnicate", "--frobnicate"},
+            {one + " " + two, "not expected"},
+            {one + " --write-capture " + path("x"), "--write-capture"},
+            {"--library " + path("absent.so"), "absent.so"},
+    };
+    for (const auto& [arguments, expected] : kCases) {
+        SCOPED_TRACE(arguments);
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err.rfind("cindral-replay: ", 0), 0u) << result.err;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        EXPECT_NE(result.err.find(expected), std::string::npos) << result.err;
+    }
+}
+
+TEST_F(Program, OutputThatCannotBeWritten_IsAnError) {
+    for (const char* arguments : {"", "--timeline", "--list-layers", "--help", "--version"}) {
+        const Result result = run(arguments, "/dev/full");
+        EXPECT_EQ(result.status, 1) << arguments;
+        EXPECT_NE(result.err.find("standard output"), std::string::npos) << arguments << result.err;
+    }
+    EXPECT_EQ(run("--write-capture /dev/full").status, 1);
+    EXPECT_EQ(run("--write-capture " + path("no/such/folder")).status, 1);
+}
+
+TEST_F(Program, TwoRuns_AreByteForByteTheSame) {
+    for (const char* arguments : {"", "--timeline", "--timeline --cpu-cost 1500"}) {
+        const Result first = run(arguments);
+        EXPECT_EQ(first.status, 0) << first.err;
+        EXPECT_GT(first.out.size(), 500u);
+        EXPECT_TRUE(first.out == run(arguments).out) << arguments;
+    }
+}
+
+TEST_F(Program, WrittenCapture_ReplaysLikeTheModelledSession) {
+    ASSERT_EQ(run("--write-capture " + path("model")).status, 0);
+    // All but the first rows, which name the source.
+    const auto afterSource = [](const std::string& text) {
+        const size_t layer = text.find("  layer ");
+        return layer == std::string::npos ? "no layer row" : text.substr(layer);
+    };
+    EXPECT_TRUE(afterSource(run(path("model") + " --timeline").out) ==
+                afterSource(run("--timeline").out));
+    EXPECT_NE(run(path("model") + " --list-layers").out.find("SurfaceView[com.example.game/"),
+              std::string::npos);
+}
+
+// The first number of the summary's row, -1 without such a row.
+double figure(const std::string& summary, const std::string& label) {
+    std::smatch match;
+    const std::regex row("\n  " + label + " +([0-9.]+)");
+    return std::regex_search(summary, match, row) ? std::stod(match[1]) : -1;
+}
+
+TEST_F(Program, ModelledSession_ShowsEveryKindOfHelp) {
+    const Result result = run("");
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("[GFAR:1][PHR:1]"), std::string::npos);
+    for (const char* label : {"checkpoint 1", "checkpoint 2", "checkpoint 3", "releases",
+                              "time boosted", "buffers held", "PL off", "core control off",
+                              "frame regulator on", "headroom regulator on", "negative releases"}) {
+        EXPECT_GE(figure(result.out, label), label == std::string("negative releases") ? 0 : 0.001)
+                << label << "\n"
+                << result.out;
+    }
+}
+
+TEST_F(Program, ClosedLoop_DiffersOnlyWhenTheGameIsHeld) {
+    const std::string noPhr = "--timeline --set vendor.perf.phr.enable=0";
+    EXPECT_TRUE(run(noPhr + " --closed-loop").out == run(noPhr).out);
+    const std::string summary = run("--closed-loop").out;
+    EXPECT_GT(figure(summary, "buffers held"), 100) << summary;
+    EXPECT_GT(figure(summary, "negative boosts"), 10) << summary;
+    EXPECT_EQ(summary, run("--closed-loop").out);
+}
+
+TEST_F(Program, SwitchedOffFeatures_DoNothing) {
+    const std::string noPhr = run("--set vendor.perf.phr.enable=0").out;
+    EXPECT_EQ(figure(noPhr, "buffers held"), 0) << noPhr;
+    EXPECT_GT(figure(noPhr, "checkpoint 2"), 0) << noPhr;
+    const std::string nothing =
+            run("--set vendor.perf.phr.enable=0 --set vendor.perf.pfar2.enable=0").out;
+    EXPECT_NE(nothing.find("[GFAR:0][PHR:0]"), std::string::npos) << nothing;
+    EXPECT_EQ(figure(nothing, "checkpoint 2"), 0) << nothing;
+    EXPECT_NE(nothing.find("environment built       never"), std::string::npos) << nothing;
+}
+
+}  // namespace
