@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "replay/Settings.h"
+#include "replay/player/Settings.h"
 
 namespace replay {
 

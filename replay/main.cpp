@@ -9,14 +9,14 @@
 #include <iostream>
 #include <regex>
 
-#include "replay/Capture.h"
 #include "replay/CommandLine.h"
 #include "replay/Error.h"
-#include "replay/FtraceReader.h"
-#include "replay/ModelledSession.h"
-#include "replay/Player.h"
-#include "replay/Summary.h"
-#include "replay/Timeline.h"
+#include "replay/capture/Capture.h"
+#include "replay/capture/FtraceReader.h"
+#include "replay/capture/ModelledSession.h"
+#include "replay/findings/Summary.h"
+#include "replay/findings/Timeline.h"
+#include "replay/player/Player.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "device/StandInDevice.h"
-#include "replay/CindralLibrary.h"
+#include "replay/player/CindralLibrary.h"
 #include "sim/Simulation.h"
 
 inline constexpr int64_t kMs = 1'000'000;

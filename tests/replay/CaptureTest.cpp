@@ -4,13 +4,13 @@
 #include <utility>
 #include <vector>
 
-#include "replay/Capture.h"
 #include "replay/Error.h"
-#include "replay/Feedback.h"
-#include "replay/FtraceReader.h"
-#include "replay/ModelledSession.h"
-#include "replay/Settings.h"
-#include "replay/Statistics.h"
+#include "replay/capture/Capture.h"
+#include "replay/capture/FtraceReader.h"
+#include "replay/capture/ModelledSession.h"
+#include "replay/findings/Statistics.h"
+#include "replay/player/Feedback.h"
+#include "replay/player/Settings.h"
 
 namespace replay {
 namespace {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "replay/Error.h"
-#include "replay/FtraceReader.h"
+#include "replay/capture/FtraceReader.h"
 
 namespace replay {
 namespace {

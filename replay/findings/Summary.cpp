@@ -1,13 +1,13 @@
-#include "replay/Summary.h"
+#include "replay/findings/Summary.h"
 
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <numeric>
 
-#include "replay/Effects.h"
 #include "replay/Error.h"
-#include "replay/Statistics.h"
+#include "replay/findings/Effects.h"
+#include "replay/findings/Statistics.h"
 
 namespace replay {
 

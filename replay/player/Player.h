@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "device/StandInDevice.h"
-#include "replay/Capture.h"
-#include "replay/Settings.h"
-#include "replay/VsyncTrack.h"
+#include "replay/capture/Capture.h"
+#include "replay/capture/VsyncTrack.h"
+#include "replay/player/Settings.h"
 
 namespace replay {
 

@@ -2,7 +2,7 @@
 
 #include <ostream>
 
-#include "replay/Player.h"
+#include "replay/player/Player.h"
 
 namespace replay {
 

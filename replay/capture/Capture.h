@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "replay/LayerName.h"
-#include "replay/VsyncTrack.h"
+#include "replay/capture/LayerName.h"
+#include "replay/capture/VsyncTrack.h"
 
 namespace replay {
 

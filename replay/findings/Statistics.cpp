@@ -1,4 +1,4 @@
-#include "replay/Statistics.h"
+#include "replay/findings/Statistics.h"
 
 #include <algorithm>
 

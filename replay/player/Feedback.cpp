@@ -1,8 +1,8 @@
-#include "replay/Feedback.h"
+#include "replay/player/Feedback.h"
 
 #include <algorithm>
 
-#include "replay/Statistics.h"
+#include "replay/findings/Statistics.h"
 
 namespace replay {
 

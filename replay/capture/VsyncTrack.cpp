@@ -1,4 +1,4 @@
-#include "replay/VsyncTrack.h"
+#include "replay/capture/VsyncTrack.h"
 
 #include <algorithm>
 

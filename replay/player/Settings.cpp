@@ -1,4 +1,4 @@
-#include "replay/Settings.h"
+#include "replay/player/Settings.h"
 
 #include <algorithm>
 #include <charconv>

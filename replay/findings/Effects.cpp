@@ -1,4 +1,4 @@
-#include "replay/Effects.h"
+#include "replay/findings/Effects.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "replay/ModelledSession.h"
+#include "replay/capture/ModelledSession.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "replay/LayerName.h"
+#include "replay/capture/LayerName.h"
 
 namespace replay {
 

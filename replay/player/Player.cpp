@@ -1,4 +1,4 @@
-#include "replay/Player.h"
+#include "replay/player/Player.h"
 
 #include <pthread.h>
 
@@ -6,9 +6,9 @@
 #include <memory>
 #include <thread>
 
-#include "replay/CindralLibrary.h"
 #include "replay/Error.h"
-#include "replay/Feedback.h"
+#include "replay/player/CindralLibrary.h"
+#include "replay/player/Feedback.h"
 #include "sim/Simulation.h"
 
 namespace replay {

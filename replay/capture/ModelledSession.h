@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "replay/Capture.h"
+#include "replay/capture/Capture.h"
 
 namespace replay {
 

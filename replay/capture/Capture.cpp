@@ -1,4 +1,4 @@
-#include "replay/Capture.h"
+#include "replay/capture/Capture.h"
 
 #include <algorithm>
 #include <charconv>

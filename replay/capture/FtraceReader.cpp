@@ -1,4 +1,4 @@
-#include "replay/FtraceReader.h"
+#include "replay/capture/FtraceReader.h"
 
 #include <charconv>
 #include <vector>

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "replay/Player.h"
-#include "replay/Statistics.h"
+#include "replay/findings/Statistics.h"
+#include "replay/player/Player.h"
 
 namespace replay {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "replay/Capture.h"
-#include "replay/Player.h"
+#include "replay/capture/Capture.h"
+#include "replay/player/Player.h"
 
 namespace replay {
 

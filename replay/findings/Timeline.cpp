@@ -1,4 +1,4 @@
-#include "replay/Timeline.h"
+#include "replay/findings/Timeline.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -9,8 +9,8 @@
 #include <optional>
 #include <vector>
 
-#include "replay/Capture.h"
-#include "replay/VsyncTrack.h"
+#include "replay/capture/Capture.h"
+#include "replay/capture/VsyncTrack.h"
 
 namespace replay {
 

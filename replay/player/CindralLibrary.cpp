@@ -1,4 +1,4 @@
-#include "replay/CindralLibrary.h"
+#include "replay/player/CindralLibrary.h"
 
 #include <dlfcn.h>
 
