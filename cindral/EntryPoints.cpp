@@ -1,10 +1,12 @@
 // What the compositor reports, on its way to the layer's tracker.
 
 #include <cutils/trace.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "cindral/ModuleState.h"
 #include "platform/Log.h"
@@ -40,6 +42,7 @@ void enterVerdict(const std::string& layerName, size_t packageHash, bool isGame)
 
 // The game-layer checker: one query of the service, which may be slow, so without gLayerLock.
 void checkGameLayer(const std::string& layerName, size_t packageHash) {
+    gCheckerThread = gettid();
     if (gDebuggable) atrace_begin(ATRACE_TAG_ALWAYS, "game layer checker.");
     try {
         const sp<PerfProxy> client = moduleClient();
@@ -52,10 +55,10 @@ void checkGameLayer(const std::string& layerName, size_t packageHash) {
 }
 
 void startChecker(const std::string& layerName, size_t packageHash) {
-    gCheckerRunning = true;
+    auto check = [layerName, packageHash] { checkGameLayer(layerName, packageHash); };
     std::thread checker;
-    if (tryStartThread(checker,
-                       [layerName, packageHash] { checkGameLayer(layerName, packageHash); })) {
+    gCheckerRunning = true;
+    if (tryStartThread(checker, std::move(check))) {
         checker.detach();
         return;
     }

@@ -1,6 +1,10 @@
 #include "cindral/ModuleState.h"
 
-#include <sched.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
 
 namespace android {
 
@@ -22,16 +26,35 @@ UnlockedField<bool> gDebuggable{false};
 UnlockedField<bool> gActive{false};
 int32_t gMultiActiveCount = 0;
 UnlockedField<bool> gCheckerRunning{false};
+UnlockedField<pid_t> gCheckerThread{kNoThread};
 
 namespace {
 
-// The checker thread is detached, and uses the state above. Constructed last, this is destroyed
-// first and lets a checker that is still asking the service finish. What then remains of the thread
-// is its way out of the thread function, a few instructions long.
+// The checker thread is detached, and uses the state above and the library's code. Constructed
+// last, this is destroyed first: it lets a checker that is still asking the service finish, and
+// then gives the thread, which has only to leave its function, the time to be gone from the
+// process.
 class CheckerDrain {
   public:
     ~CheckerDrain() {
-        while (gCheckerRunning) sched_yield();
+        // Sleeps rather than yields: the thread that unloads may be a real-time one, and the
+        // checker is not.
+        while (gCheckerRunning) std::this_thread::sleep_for(kPollInterval);
+        {
+            Mutex::Autolock lock(gLayerLock);  // everything the checker did under it has happened
+        }
+        // Bounded, as a checker that ended long ago may have left its number to another thread.
+        for (int i = 0; i < kMostPolls && isAlive(gCheckerThread); ++i) {
+            std::this_thread::sleep_for(kPollInterval);
+        }
+    }
+
+  private:
+    static constexpr std::chrono::microseconds kPollInterval{100};
+    static constexpr int kMostPolls = 100;
+
+    static bool isAlive(pid_t thread) {
+        return thread != kNoThread && tgkill(getpid(), thread, 0) == 0;
     }
 };
 

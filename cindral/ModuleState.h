@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/types.h>
 #include <utils/Mutex.h>
 #include <utils/StrongPointer.h>
 #include <utils/Timers.h>
@@ -36,26 +37,36 @@ extern Mutex gPerfProxyLock;
 extern sp<PerfProxy> gPerfProxy GUARDED_BY(gPerfProxyLock);
 
 // The outermost lock. The lock order of the library:
-//   gLayerLock -> a tracker's mWorkLock -> its mStateLock -> PerfProxy::mBoostLock or
-//   PowerProxy::mLock gLayerLock -> a regulator's mVsyncLock -> its mQueueLock
-// gInitLock is taken with none of these; gPerfProxyLock is held for copying a pointer, under
+//
+//   gLayerLock -> a tracker's mWorkLock -> its mStateLock -> PerfProxy::mBoostLock,
+//                                                         or PowerProxy::mLock
+//   gLayerLock -> a regulator's mVsyncLock -> its mQueueLock
+//
+// gInitLock is taken with none of these. gPerfProxyLock is held for copying a pointer, under
 // anything.
 extern Mutex gLayerLock;
-extern std::vector<size_t> gGameHashes
-        GUARDED_BY(gLayerLock);  // packages known to be games; only grows
-extern std::vector<sp<BufferLayerTracker>> gTrackers
-        GUARDED_BY(gLayerLock);                                         // at most 2, oldest first
-extern std::vector<std::string> gIgnoredLayers GUARDED_BY(gLayerLock);  // at most 4, oldest first
 
-extern cindral::UnlockedField<bool>
-        gInitialized;  // unlocked; written by cindralInit and clearConfigs
-extern cindral::UnlockedField<bool> gGfarEnabled;         // unlocked, likewise
-extern cindral::UnlockedField<bool> gPhrEnabled;          // unlocked, likewise
-extern cindral::UnlockedField<bool> gDebuggable;          // unlocked, likewise
-extern cindral::UnlockedField<bool> gActive;              // unlocked; written by cindralInit
-extern int32_t gMultiActiveCount GUARDED_BY(gLayerLock);  // refusals of a third game layer in a row
-extern cindral::UnlockedField<bool>
-        gCheckerRunning;  // unlocked; cleared by the checker thread's last act
+// Hashes of the packages known to be games. Only grows.
+extern std::vector<size_t> gGameHashes GUARDED_BY(gLayerLock);
+// The tracked layers and the names to be skipped, oldest first: at most two and four.
+extern std::vector<sp<BufferLayerTracker>> gTrackers GUARDED_BY(gLayerLock);
+extern std::vector<std::string> gIgnoredLayers GUARDED_BY(gLayerLock);
+
+// Unlocked. Written by cindralInit, which clearConfigs may overtake; gActive by cindralInit alone.
+extern cindral::UnlockedField<bool> gInitialized;
+extern cindral::UnlockedField<bool> gGfarEnabled;
+extern cindral::UnlockedField<bool> gPhrEnabled;
+extern cindral::UnlockedField<bool> gDebuggable;
+extern cindral::UnlockedField<bool> gActive;
+
+// How often in a row a third game layer was refused.
+extern int32_t gMultiActiveCount GUARDED_BY(gLayerLock);
+
+// Unlocked. Whether a game-layer checker runs, cleared by the checker's last act; and the kernel's
+// number of the latest one.
+inline constexpr pid_t kNoThread = 0;
+extern cindral::UnlockedField<bool> gCheckerRunning;
+extern cindral::UnlockedField<pid_t> gCheckerThread;
 
 // A strong reference to the module's client for the time of one use; may be null.
 sp<PerfProxy> moduleClient() EXCLUDES(gPerfProxyLock);

@@ -8,9 +8,9 @@
  * consumed buffer and every vsync. The library decides everything else: which layers are games,
  * which two of them it tracks, when it boosts, holds or saves.
  *
- * Every function may be called from any thread and none of them reports a failure or lets an
- * exception out. Times are nanoseconds of CLOCK_MONOTONIC. While the module is inactive, everything
- * but cindralInit returns at once.
+ * Every function may be called from any thread, reports no failure and lets no exception out. Times
+ * are nanoseconds of CLOCK_MONOTONIC. While the module is inactive, cindralSetVsyncPeriod and the
+ * three cindralTrack functions return at once.
  */
 
 #ifdef __cplusplus
@@ -25,23 +25,23 @@ extern "C" {
 /*
  * Decides, once, which features run, from the device's feature knobs and properties, and returns
  * whether any does. Later calls return the same answer without reading anything again, until
- * clearConfigs. Takes as long as the performance service takes for up to three knobs and five
+ * clearConfigs. Takes as long as the performance service takes to answer for its knobs and
  * properties.
  */
 CINDRAL_API bool cindralInit(void);
 
 /*
- * The display's vsync period in ns, at the start and at every change of the refresh rate. A period
- * outside the classes of 60, 75, 90, 120 and 144 Hz keeps the last good one and is logged by every
- * tracker.
+ * The display's vsync period in ns, at the start and at every change of the refresh rate. A tracked
+ * layer logs a period outside the classes of 60, 75, 90, 120 and 144 Hz, keeps its last good one,
+ * and matches no frame rate until a good one comes.
  */
 CINDRAL_API void cindralSetVsyncPeriod(long period);
 
 /*
  * The layer queued a buffer. May hold the caller, who should be the thread that queued it: for up
- * to two vsync periods and 2 ms while the layer is paced, and for the service calls of the set-up
- * the first time the layer runs at the display's rate. `layerName` is compared byte by byte; null
- * is ignored.
+ * to two vsync periods and a little while the layer is paced, and for the service calls of the
+ * set-up the first time the layer runs at the display's rate. `layerName` is compared byte by byte;
+ * null is ignored.
  */
 CINDRAL_API void cindralTrackBufferIncrement(const char* layerName);
 

@@ -24,8 +24,7 @@ bool PerfProxy::isGameLayer(const std::string& layerName) {
 int PerfProxy::getGameWeight(const std::string& layerName) noexcept {
     try {
         const std::string package = getPackageName(layerName);
-        if (package.empty()) return kUnavailable;
-        const int weight = queryGameWeight(package);
+        const int weight = package.empty() ? kUnavailable : queryGameWeight(package);
         CINDRAL_LOGD(mDebuggable, kPerfProxyTag, "GameWeight:%d [%s][%s]", weight,
                      layerName.c_str(), package.c_str());
         return weight;

@@ -23,8 +23,8 @@ bool isLineEnd(char c) {
 
 std::string packageNameOf(const std::string& layerName) {
     if (layerName.size() > kMaxRegexNameLength) return packageNameOfLongName(layerName);
-    // Built anew on every call, deliberately: it runs once for a layer that is not known yet, and
-    // keeps no state that an unload would have to free.
+    // Built anew on every call, deliberately: tracked and ignored layers never come here, and the
+    // others too seldom for a state that outlives the call.
     const std::regex pattern(kLayerNamePattern);
     std::smatch match;
     return std::regex_match(layerName, match, pattern) ? match[1].str() : std::string();

@@ -5,8 +5,6 @@
 #include <utils/Mutex.h>
 #include <utils/Timers.h>
 
-#include <algorithm>
-
 namespace android::cindral {
 
 enum class WaitResult {
@@ -24,7 +22,7 @@ class MonotonicCondition {
     // carried into seconds and the seconds saturated. There is no borrow for a negative duration:
     // it returns at once, as timed out or, where the nanoseconds become negative, as woken.
     WaitResult waitFor(Mutex& mutex, nsecs_t duration) REQUIRES(mutex) {
-        return mCondition.waitRelative(mutex, std::max(duration, kShortestWaitNs)) == -ETIMEDOUT
+        return mCondition.waitRelative(mutex, withoutNegativeSeconds(duration)) == -ETIMEDOUT
                        ? WaitResult::kTimedOut
                        : WaitResult::kWoken;
     }
@@ -33,9 +31,12 @@ class MonotonicCondition {
     void broadcast() { mCondition.broadcast(); }
 
   private:
-    // The platform's arithmetic overflows for a second or more below zero, and every negative
-    // duration means the same.
-    static constexpr nsecs_t kShortestWaitNs = -999'999'999;
+    // The platform's saturation overflows for negative seconds. They only move a deadline that has
+    // passed further back, so what is left without them ends the same way.
+    static constexpr nsecs_t withoutNegativeSeconds(nsecs_t duration) {
+        constexpr nsecs_t kNsPerSecond = 1'000'000'000;
+        return duration < 0 ? duration % kNsPerSecond : duration;
+    }
 
     Condition mCondition;
 };

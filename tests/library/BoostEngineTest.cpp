@@ -2,46 +2,25 @@
 
 #include <gtest/gtest.h>
 
-#include "device/StandInDevice.h"
 #include "perf/BoostRules.h"
-#include "perf/PerfProxy.h"
-#include "sim/Simulation.h"
-
-using android::PerfProxy;
-using android::sp;
-using standin::Device;
+#include "tests/library/Component.h"
 
 namespace {
-
-constexpr int64_t kMs = 1'000'000;
 
 // Runs `body` with a client whose boost thread is running and waiting.
 template <typename Body>
 void withBoostThread(Body body) {
-    Device::instance().reset();
-    const sim::Outcome outcome = sim::run({}, [&] {
-        const standin::ServiceLibraries services;
-        const sp<PerfProxy> perf = new PerfProxy();
-        perf->startBoostThread();
+    withClient({}, [&](PerfProxy& perf) {
+        perf.startBoostThread();
         sim::sleepFor(kMs);
-        Device::instance().clearEvents();
-        body(*perf);
-        perf->stopBoostThread();
+        body(perf);
+        perf.stopBoostThread();
     });
-    ASSERT_TRUE(outcome.ok());
 }
 
 void hint(PerfProxy& perf, int checkpoint) {
     perf.boostHint(checkpoint);
     sim::sleepFor(kMs);
-}
-
-std::vector<std::string> sent() {
-    std::vector<std::string> calls;
-    for (const standin::Event& event : Device::instance().events()) {
-        calls.push_back(standin::describe(event));
-    }
-    return calls;
 }
 
 }  // namespace
@@ -54,7 +33,7 @@ TEST(BoostEngine, FastLayers_GetTheirOwnDurationsAndTypes) {
             hint(perf, 1);
             hint(perf, 2);
         }
-        EXPECT_EQ(sent(), (std::vector<std::string>{"perf_hint(4166, (null), 8, 1500) = 1",
+        EXPECT_EQ(seen(), (std::vector<std::string>{"perf_hint(4166, (null), 8, 1500) = 1",
                                                     "perf_hint(4166, (null), 16, 2000) = 2",
                                                     "perf_hint(4166, (null), 8, 1500) = 3",
                                                     "perf_hint(4166, (null), 15, 2000) = 4",
@@ -110,7 +89,7 @@ TEST(BoostEngine, Release_TakesBackAnyBoostButTryReleaseOnlyTheLongOne) {
         perf.tryBoostRelease();
         sim::sleepFor(kMs);
         EXPECT_FALSE(perf.isBoosted());
-        EXPECT_EQ(sent().size(), 4U);
+        EXPECT_EQ(seen().size(), 4U);
     });
 }
 
@@ -130,15 +109,34 @@ TEST(BoostEngine, CallersNeverWaitInTheServiceUnlessItIsBusyWithAHint) {
     });
 }
 
-TEST(BoostEngine, WithoutItsThread_StopsWithoutJoining) {
-    Device::instance().reset();
-    const sim::Outcome outcome = sim::run({}, [] {
-        const standin::ServiceLibraries services;
-        const sp<PerfProxy> perf = new PerfProxy();
-        perf->boostHint(3);
-        perf->stopBoostThread();
-        perf->startBoostThread();
-        perf->stopBoostThread();
+TEST(BoostEngine, Boost_IsATraceSectionAroundItsLineAndItsCall) {
+    withBoostThread([](PerfProxy& perf) {
+        perf.setDebuggable(true);
+        hint(perf, 1);
+        perf.setNegativeBoostProp(true);
+        hint(perf, 1);
+        Device::instance().setDelay(EntryPoint::kPerfHint, kMs);
+        perf.boostRelease();
+        sim::sleepFor(kMs / 2);
+        EXPECT_FALSE(perf.isBoosted()) << "over before the service has answered";
+        sim::sleepFor(kMs);
     });
-    EXPECT_TRUE(outcome.ok());
+    EXPECT_EQ(seen(),
+              (std::vector<std::string>{
+                      "begin skip boost", "end", "begin Boost CHECKPOINT1_NOT_QUEUED",
+                      "D Cindral.PerfProxy: Boost CHECKPOINT1_NOT_QUEUED",
+                      "perf_hint(4166, (null), 8, 1500) = 1", "end", "begin boostReleaseImp",
+                      "perf_hint(4166, (null), 0, 0) = 2", "end",
+                      // The stop wakes the thread, which serves the stored request again.
+                      "begin boostReleaseImp", "perf_hint(4166, (null), 0, 0) = 3", "end"}));
+}
+
+TEST(BoostEngine, WithoutItsThread_StopsWithoutJoining) {
+    withClient({}, [](PerfProxy& perf) {
+        perf.boostHint(3);
+        perf.stopBoostThread();
+        perf.startBoostThread();
+        perf.stopBoostThread();
+        EXPECT_TRUE(seen().empty());
+    });
 }

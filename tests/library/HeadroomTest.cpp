@@ -166,21 +166,42 @@ TEST(Headroom, ChangedHeadroom_HoldsFromTheNextCycleOn) {
 }
 
 TEST(Headroom, SixthStutterWithin15Seconds_SwitchesRegulationOff) {
-    for (const bool oldestIsTooOld : {false, true}) {
+    play(Scene().headroomOnly(), [](Compositor& compositor) {
+        int64_t time = activate(compositor);  // the first decrement of all counts as a stutter
+        const auto stutter = [&](int64_t after) {
+            Compositor::waitUntil(time += after);
+            compositor.consume(kGame, 0);
+        };
+        for (int i = 0; i < 4; ++i) stutter(100 * kMs);
+        EXPECT_EQ(countOf(kOff), 0);
+        stutter(100 * kMs);
+        EXPECT_EQ(countOf(kOff), 1);
+        // They are forgotten, and the one that switched it off is not among the next six.
+        for (int i = 0; i < 31; ++i) compositor.consume(kGame, 1);
+        EXPECT_EQ(countOf(kOn), 2);
+        for (int i = 0; i < 5; ++i) stutter(100 * kMs);
+        EXPECT_EQ(countOf(kOff), 1);
+        stutter(100 * kMs);
+        EXPECT_EQ(countOf(kOff), 2);
+    });
+}
+
+TEST(Headroom, StuttersMoreThan15SecondsOld_AreDropped) {
+    for (const bool dropped : {false, true}) {
         play(Scene().headroomOnly(), [&](Compositor& compositor) {
-            // The first decrement of all counts as a stutter, and so does the one after the pause
-            // for the classification.
             int64_t time = activate(compositor);
-            const int64_t first = 10 * kMs;
+            const int64_t first = 10 * kMs;  // the very first decrement
             for (int i = 0; i < 4; ++i) {
-                time += 100 * kMs;
-                Compositor::waitUntil(time);
+                Compositor::waitUntil(time += 100 * kMs);
                 compositor.consume(kGame, 0);
             }
-            EXPECT_EQ(countOf(kOff), 0);
-            Compositor::waitUntil(first + 15 * kSecond - (oldestIsTooOld ? 0 : 1));
+            Compositor::waitUntil(first + 15 * kSecond - (dropped ? 0 : 1));
             compositor.consume(kGame, 0);
-            EXPECT_EQ(countOf(kOff), oldestIsTooOld ? 0 : 1);
+            EXPECT_EQ(countOf(kOff), dropped ? 0 : 1);
+            // Five are remembered, the oldest of them no longer the first one.
+            Compositor::waitUntil(Compositor::now() + 100 * kMs);
+            compositor.consume(kGame, 0);
+            EXPECT_EQ(countOf(kOff), 1);
         });
     }
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "tests/library/Compositor.h"
 
 using standin::EntryPoint;
@@ -66,6 +68,18 @@ const Decision kDecisions[] = {
          {{"vendor.perf.pfar.enable", "2"},
           {"vendor.perf.phr.enable", "on"},
           {"vendor.perf.pfar2.enable", "-1"}},
+         false,
+         "[GFAR:0][PHR:0]",
+         5},
+        {"a knob is on whatever its number",
+         {{5, 2}, {6, -1}},
+         {{"vendor.perf.pfar.enable", "1"}, {"vendor.perf.phr.enable", "1"}},
+         true,
+         "[GFAR:1][PHR:1]",
+         4},
+        {"a hexadecimal 1 is not a 1",
+         {{6, 1}},
+         {{"vendor.perf.phr.enable", "0x1"}},
          false,
          "[GFAR:0][PHR:0]",
          5},
@@ -165,5 +179,71 @@ TEST(Init, Inactive_NoEntryPointDoesAnything) {
         Compositor::waitUntil(kSecond);
         EXPECT_EQ(serviceCalls().size(), calls);
         EXPECT_EQ(serviceCalls(EntryPoint::kPerfGetFeedback).size(), 0U);
+    });
+}
+
+TEST(Init, DecidedAnew_NothingOfTheFormerDecisionRemains) {
+    play(Scene(), [](Compositor& compositor) {
+        standin::Device& device = standin::Device::instance();
+        ASSERT_TRUE(compositor.library.init());
+        for (const int knob : {5, 6, 7}) device.setKnob(knob, 0);
+        compositor.library.clearConfigs();
+        EXPECT_FALSE(compositor.library.init());
+        EXPECT_EQ(countOf("[GFAR:0][PHR:0]"), 1);
+        device.setKnob(7, 1);
+        compositor.library.clearConfigs();
+        EXPECT_TRUE(compositor.library.init());
+        EXPECT_EQ(countOf("[GFAR:1][PHR:0]"), 1);
+        compositor.start(kGame);
+        EXPECT_TRUE(markers().empty()) << "without knob 5 or 6 the debug switch is not read";
+    });
+}
+
+TEST(Init, DecidedAnew_TheNewClientAnswers) {
+    play(Scene().set("vendor.perf.cindral.debug", "0"), [](Compositor& compositor) {
+        ASSERT_TRUE(compositor.library.init());
+        standin::Device::instance().setProperty("vendor.perf.cindral.debug", "1");
+        compositor.library.clearConfigs();
+        compositor.start(kNoGame);
+        EXPECT_EQ(countOf("isGameLayer:0 [" + kNoGame + "][com.example.video]"), 1);
+    });
+}
+
+TEST(Init, FromTwoThreads_DecidesOnceAndBothHearTheAnswer) {
+    play(Scene(), [](Compositor& compositor) {
+        standin::Device::instance().setDelay(EntryPoint::kIsFeatureEnabled, kSecond);
+        std::thread other([&] { EXPECT_TRUE(compositor.library.init()); });
+        Compositor::waitUntil(kMs);
+        EXPECT_TRUE(compositor.library.init());
+        other.join();
+        EXPECT_EQ(serviceCalls(EntryPoint::kIsFeatureEnabled).size(), 3U);
+    });
+}
+
+TEST(Init, Deactivated_TrackedLayersAreServedNoMoreAndNoPeriodIsStored) {
+    play(Scene().headroomOnly(), [](Compositor& compositor) {
+        standin::Device& device = standin::Device::instance();
+        compositor.start(kGame);
+        compositor.playUntilEnvironment(kGame);
+        for (int i = 0; i < 31; ++i) compositor.consume(kGame, 1);
+        device.setProperty("vendor.perf.phr.enable", "0");
+        compositor.library.clearConfigs();
+        ASSERT_FALSE(compositor.library.init());
+        const size_t seen = device.events().size();
+        compositor.library.setVsyncPeriod(123);
+        for (int i = 0; i < 8; ++i) {
+            compositor.queue(kGame);
+            compositor.library.trackVsyncSignal();
+            compositor.consume(kGame, 0);
+            Compositor::waitUntil(Compositor::now() + 100 * kMs);
+        }
+        EXPECT_EQ(device.events().size(), seen);
+
+        device.setProperty("vendor.perf.phr.enable", "1");
+        compositor.library.clearConfigs();
+        ASSERT_TRUE(compositor.library.init());
+        compositor.queue(kOtherGame);
+        Compositor::waitUntil(Compositor::now() + kMs);
+        EXPECT_EQ(countOf("unexpected vsync recevied: ld\n"), 0);
     });
 }

@@ -150,6 +150,37 @@ TEST(Monitor, ExpectationAfterAHint_FollowsHowLateTheFrameWas) {
     }
 }
 
+TEST(Monitor, OneHint_MovesTheExpectationOnce) {
+    play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        int64_t time = compositor.playUntilEnvironment(kGame) + kPeriod60 + 1;
+        for (int i = 0; i < 4; ++i) {
+            Compositor::waitUntil(time);
+            compositor.queue(kGame);
+            time += 10 * kMs;
+        }
+        EXPECT_EQ(countOf("mBoostExpectationDegree = -1"), 1);
+        EXPECT_EQ(countOf("mBoostExpectationDegree = -2"), 0);
+    });
+}
+
+TEST(Monitor, HeldBuffer_IsNotWatchedUntilItIsLetGo) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        const int64_t last = compositor.playUntilEnvironment(kGame);
+        for (int i = 0; i < 31; ++i) compositor.consume(kGame, 1);
+        Compositor::waitUntil(last + 10 * kMs);
+        compositor.library.trackVsyncSignal();
+        compositor.consume(kGame, 1);
+        compositor.queue(kGame);  // until the release, and then another period for the pending one
+        const int64_t released = Compositor::now();
+        ASSERT_GT(released, last + 10 * kMs + kPeriod60);
+        EXPECT_EQ(countOf(kCheckpoint1), 0);
+        Compositor::waitUntil(released + 2 * kPeriod60 + kMs);
+        EXPECT_EQ(timeOf(kCheckpoint1), released + 2 * kPeriod60);
+    });
+}
+
 TEST(Monitor, FramesThatStayedLate_GetTheMildestBoostFromThenOn) {
     int64_t late = 0;
     play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
@@ -175,6 +206,11 @@ TEST(Monitor, Stutter_ForgetsThatFramesCameByThemselves) {
         compositor.consume(kGame);  // more than one and a half periods after the last one
         compositor.queue(kGame);
         EXPECT_EQ(countOf("mBoostExpectationDegree = 1"), 1) << "up from 0, not from -1";
+        // A positive expectation is kept.
+        Compositor::waitUntil(Compositor::now() + 2 * kPeriod60);
+        compositor.consume(kGame);
+        compositor.queue(kGame);
+        EXPECT_EQ(countOf("mBoostExpectationDegree = 2"), 1);
     });
 }
 

@@ -9,6 +9,7 @@ using standin::EntryPoint;
 namespace {
 
 constexpr int64_t kEarly = 8 * kMs;
+constexpr int64_t kSlightlySlow = 16'900'000;  // 59.17 frames a second instead of 60
 constexpr char kByPower[] = "release negative boost by  power";
 
 // Only the frame regulator, with negative boosts.
@@ -105,7 +106,8 @@ TEST(NegativeBoost, RunningStrength_IsSentAgainAfterHalfASecond) {
         last = compositor.playUntilEnvironment(kGame);
         queueEvery(compositor, last, kEarly, 64);
     });
-    // The first one was sent with the first early frame; 500 ms later to the ns is not yet beyond.
+    // The first one was sent with the first early frame, the 63rd after it is the first beyond 500
+    // ms.
     const int64_t again = last + kEarly + 63 * kEarly;
     ASSERT_EQ(boosts().size(), 3U);
     EXPECT_EQ(boosts()[2], (Sight{again, "500/65566"}));
@@ -150,20 +152,45 @@ TEST(NegativeBoost, NeedsItsPropertyAndTheFrameRegulator) {
             queueEvery(compositor, compositor.playUntilEnvironment(kGame), kEarly, 3);
         });
         EXPECT_TRUE(boosts().empty());
+        for (const Sight& call : serviceCalls()) {
+            EXPECT_EQ(call.what.find("hgpe.max"), std::string::npos)
+                    << "nobody asks for its limits";
+        }
     }
 }
 
-TEST(NegativeBoost, PacedFrames_MoveTheTargetUpBy3AndDownBy10) {
+TEST(NegativeBoost, Target_FollowsTheVsyncPeriod) {
+    play(negativeBoostScene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        const int64_t last = compositor.playUntilEnvironment(kGame);
+        compositor.library.setVsyncPeriod(kPeriod90);
+        queueEvery(compositor, last, kMs, 1);
+        Compositor::waitUntil(Compositor::now() + 1);
+        EXPECT_EQ(countOf("renderTime(1000000), targetRenderTime(7777777), coe(-88)"), 1);
+    });
+}
+
+TEST(NegativeBoost, PacedFrames_MoveTheTargetDownBy10AndUpBy3) {
     play(Scene().set("vendor.perf.pfar2.hgpe.enable", "1"), [](Compositor& compositor) {
         compositor.start(kGame);
         compositor.playUntilEnvironment(kGame);
         for (int i = 0; i < 31; ++i) compositor.consume(kGame, 1);
         compositor.consume(kGame, 0);
-        queueEvery(compositor, Compositor::now(), kMs, 1);
         queueEvery(compositor, Compositor::now(), kPeriod60 + 3 * kMs, 1);
+        queueEvery(compositor, Compositor::now(), kMs, 1);
     });
-    EXPECT_EQ(countOf("prev thresh:70, curr thresh:73"), 1);
-    EXPECT_EQ(countOf("prev thresh:73, curr thresh:63"), 1);
+    std::vector<std::string> moves;
+    for (const Sight& marker : markers()) {
+        if (marker.what.rfind("headroom = ", 0) == 0 || marker.what == "reduceThreshold" ||
+            marker.what == "increaseThreshold") {
+            moves.push_back(marker.what);
+        }
+    }
+    EXPECT_EQ(moves, (std::vector<std::string>{"reduceThreshold", "headroom = 9333333",
+                                               "headroom = 8333333", "increaseThreshold"}))
+            << "late frames move the threshold first, early ones the headroom";
+    EXPECT_EQ(countOf("prev thresh:70, curr thresh:60"), 1);
+    EXPECT_EQ(countOf("prev thresh:60, curr thresh:63"), 1);
 }
 
 TEST(PowerOptimisation, ThreeSteadyPeriods_SwitchPlAndCoreControlOff) {
@@ -183,7 +210,6 @@ TEST(PowerOptimisation, ThreeSteadyPeriods_SwitchPlAndCoreControlOff) {
 }
 
 TEST(PowerOptimisation, LossOfFrames_WithdrawsItAndAfterFourLossesItIsNotTriedAgain) {
-    constexpr int64_t kSlightlySlow = 16'900'000;  // 59.17 frames a second instead of 60
     play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
         compositor.start(kGame);
         compositor.playUntilEnvironment(kGame);
@@ -198,6 +224,34 @@ TEST(PowerOptimisation, LossOfFrames_WithdrawsItAndAfterFourLossesItIsNotTriedAg
         EXPECT_EQ(lockCalls().size(), 16U);
         playPeriods(compositor, kPeriod60, 1);
         EXPECT_EQ(countOf("already reach pingpong threshold."), 2);
+    });
+}
+
+TEST(PowerOptimisation, LossesAreForgottenWhenTheRegulatorGivesUp) {
+    play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.playUntilEnvironment(kGame);
+        playPeriods(compositor, kPeriod60, 2);
+        for (int loss = 1; loss <= 4; ++loss) {
+            playPeriods(compositor, kSlightlySlow, 3);
+            playPeriods(compositor, kPeriod60, 3);
+        }
+        EXPECT_EQ(lockCalls().size(), 16U);
+        Compositor::waitUntil(Compositor::now() + 2 * kSecond);
+        playPeriods(compositor, kPeriod60, 3);
+        EXPECT_EQ(lockCalls().size(), 18U);
+    });
+}
+
+TEST(PowerOptimisation, RateOfAnotherClass_HandsTheLocksBack) {
+    play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.playUntilEnvironment(kGame);
+        playPeriods(compositor, kPeriod60, 2);
+        EXPECT_EQ(lockCalls().size(), 2U);
+        playPeriods(compositor, 12 * kMs, 1);
+        EXPECT_EQ(serviceCalls(EntryPoint::kPerfLockRel).size(), 2U);
+        EXPECT_EQ(serviceCalls(EntryPoint::kPerfLockRel)[0].time, timeOf("disable FrameRegulator"));
     });
 }
 

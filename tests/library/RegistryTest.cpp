@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "tests/library/Compositor.h"
 
 using standin::EntryPoint;
@@ -35,6 +37,23 @@ TEST(Registry, LayerThatNamesNoPackage_IsNeverAskedAbout) {
         }
         EXPECT_EQ(questions(), 1U);
     });
+}
+
+TEST(Registry, LayersThatNameNoPackage_TakePlacesOnTheIgnoreList) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kNoGame);
+        for (const char* name : {"a", "b", "c", "d"}) ask(compositor, name);
+        ask(compositor, kNoGame);
+        EXPECT_EQ(questions(), 2U);
+    });
+}
+
+TEST(Registry, Checker_IsATraceSectionAndLogsItsVerdict) {
+    play(Scene(), [](Compositor& compositor) { compositor.start(kGame); });
+    ASSERT_EQ(markers().size(), 1U);
+    EXPECT_EQ(markers()[0].what, "game layer checker.");
+    EXPECT_EQ(record().find(" end\n") != std::string::npos, true);
+    EXPECT_EQ(countOf("isGameLayer:1 [" + kGame + "][com.example.game]"), 1);
 }
 
 TEST(Registry, OnlyTheGameVerdict_MakesAGame) {
@@ -140,6 +159,91 @@ TEST(Registry, OldestTracker_IsGivenUpOnceSilentForAWholeSecond) {
         // has become the third.
         compositor.play(kThirdGame, 70);
         EXPECT_EQ(countOf("FPS:60.00[" + kThirdGame + "]"), 1);
+    });
+}
+
+TEST(Registry, RetiredTracker_ForgetsTheRefusals) {
+    play(Scene(), [](Compositor& compositor) {
+        const auto layer = [](int number) {
+            return "SurfaceView[com.example.game/com.example.game.Main]#" + std::to_string(number);
+        };
+        compositor.start(kGame);
+        compositor.queue(kGame);
+        ask(compositor, kOtherGame);
+        for (int attempt = 1; attempt <= 201; ++attempt) compositor.queue(layer(3));
+        EXPECT_EQ(countOf(kMultiActive), 1);
+        Compositor::waitUntil(Compositor::now() + kSecond);
+        compositor.queue(layer(4));  // takes the first game's place
+        compositor.queue(kOtherGame);
+        compositor.queue(layer(5));
+        EXPECT_EQ(countOf(kMultiActive), 1);
+        EXPECT_NE(record().find(" W Cindral: " + std::string(kMultiActive)), std::string::npos);
+    });
+}
+
+TEST(Registry, RetirementAgainstAnIncrementOfTheSameLayer_NeitherCrashesNorHangs) {
+    for (uint64_t seed = 1; seed <= 500; ++seed) {
+        Scene scene;
+        scene.schedule.schedule = sim::Schedule::kRandom;
+        scene.schedule.seed = seed;
+        play(scene, [](Compositor& compositor) {
+            compositor.library.init();
+            compositor.queue(kGame);
+            Compositor::waitUntil(10 * kMs);
+            compositor.queue(kGame);
+            ask(compositor, kOtherGame);
+            ask(compositor, kThirdGame);
+            ask(compositor, kThirdGame);
+            const int64_t silent = Compositor::now() + kSecond;
+            std::thread returning([&] {
+                Compositor::waitUntil(silent);
+                compositor.queue(kGame);
+            });
+            Compositor::waitUntil(silent);
+            compositor.queue(kThirdGame);
+            compositor.queue(kThirdGame);
+            returning.join();
+        });
+    }
+}
+
+TEST(Registry, Vsync_ReachesBothTrackers) {
+    play(Scene().headroomOnly(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.playUntilEnvironment(kGame);
+        ask(compositor, kOtherGame);
+        compositor.play(kOtherGame, 70);
+        for (int i = 0; i < 31; ++i) {
+            compositor.consume(kGame, 1);
+            compositor.consume(kOtherGame, 1);
+        }
+        compositor.library.trackVsyncSignal();
+        EXPECT_EQ(countOf("onVsync"), 2);
+    });
+}
+
+TEST(Registry, TrackerInTheMiddleOfASlowSetUp_IsGivenUpOnlyAfterwards) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.queue(kGame);
+        ask(compositor, kOtherGame);
+        ask(compositor, kThirdGame);
+        standin::Device::instance().setDelay(EntryPoint::kPerfGetFeedbackExtn, 3 * kSecond);
+        int64_t built = 0;
+        std::thread producer([&] {
+            while (serviceCalls(EntryPoint::kPerfGetFeedbackExtn).empty()) {
+                Compositor::waitUntil(Compositor::now() + kPeriod60);
+                compositor.queue(kGame);
+            }
+            built = Compositor::now();
+        });
+        Compositor::waitUntil(3 * kSecond);
+        ASSERT_EQ(built, 0);
+        compositor.queue(kThirdGame);
+        EXPECT_GT(built, 3 * kSecond);
+        EXPECT_EQ(Compositor::now(), built);
+        EXPECT_EQ(timeOf(kRetired), built);
+        producer.join();
     });
 }
 

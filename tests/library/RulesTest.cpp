@@ -200,8 +200,6 @@ TEST(PowerOptimisationRules, Precondition_IsMetByAnyOfThree) {
 TEST(Overflow, OfTheLibrarysOwnArithmetic_EndsTheProcess) {
     using android::PowerProxy;
     const android::sp<PowerProxy> power = new PowerProxy(nullptr);
-    power->setNegativeBoostThresh(std::numeric_limits<int>::min());
-    power->negativeBoostAcq(0);  // the first one only refreshes
-    power->negativeBoostAcq(-2'000'000'000);
-    EXPECT_DEATH(power->negativeBoostAcq(-2'000'000'000), "");
+    power->setVsyncPeriod(std::numeric_limits<int64_t>::max() / 50);  // of which 70 % are asked for
+    EXPECT_DEATH(power->scaleEnergyIfNeed(0), "");
 }

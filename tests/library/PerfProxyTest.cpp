@@ -1,0 +1,118 @@
+// The binding to the service: wrappers, fallbacks and locks.
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include "perf/LayerName.h"
+#include "tests/library/Component.h"
+
+namespace {
+
+int lockSomething(PerfProxy& client) {
+    int list[] = {1, 2};
+    return client.perfLockAcq(0, 0, list, 2);
+}
+
+}  // namespace
+
+TEST(PerfProxy, WithoutLibraries_EveryWrapperGivesItsFixedAnswer) {
+    withClient({"libskewknob_system.so"}, [](PerfProxy& client) {
+        int values[] = {1, 0};
+        EXPECT_EQ(client.featureKnob(5), 0);
+        EXPECT_EQ(client.getPerfHalVer(), -1.0);
+        EXPECT_EQ(client.perfHint(1, nullptr, 2, 3), -1);
+        EXPECT_EQ(lockSomething(client), -1);
+        EXPECT_EQ(client.perfLockRel(1), -1);
+        EXPECT_EQ(client.perfGetFeedback(1, "p"), -1);
+        EXPECT_EQ(client.perfGetFeedbackExtn(1, "p", 2, values), -1);
+        const std::string longDefault(100, 'd');
+        EXPECT_EQ(std::string(client.perfGetProp("x", longDefault.c_str()).text),
+                  std::string(91, 'd'));
+        client.disablePl(true);
+        client.disablePl(false);
+        EXPECT_TRUE(seen().empty());
+    });
+}
+
+TEST(PerfProxy, BindingStopsAtTheFirstMissingEntryPoint) {
+    withClient({"perf_get_feedback"}, [](PerfProxy& client) {
+        EXPECT_EQ(client.perfHint(1, nullptr, 2, 3), -1);
+        EXPECT_EQ(client.getPerfHalVer(), -1.0);
+    });
+    withClient({"perf_lock_acq"}, [](PerfProxy& client) {
+        EXPECT_EQ(client.perfHint(1, nullptr, 2, 3), 1);
+        client.perfLockRel(1);
+        EXPECT_EQ(seen().size(), 1U) << "the release comes behind the acquisition";
+    });
+    Device::instance().reset();
+    sim::run({}, [] {
+        const standin::ServiceLibraries services({"libskewknob_system.so"});
+        const sp<PerfProxy> client = new PerfProxy();
+    });
+    ASSERT_EQ(seen().size(), 1U);
+    EXPECT_EQ(seen()[0].substr(seen()[0].size() - 2), "\n.");
+}
+
+TEST(PerfProxy, ExtendedFeedback_IsBoundOnlyAboveVersion2_2) {
+    for (const double version : {2.2, 2.21}) {
+        Device::instance().reset();
+        Device::instance().setGameWeight("p", 7);
+        Device::instance().setHalVersion(version);
+        sim::run({}, [&] {
+            const standin::ServiceLibraries services;
+            const sp<PerfProxy> client = new PerfProxy();
+            int values[] = {1, 0};
+            EXPECT_EQ(client->perfGetFeedbackExtn(5633, "p", 2, values), version > 2.2 ? 7 : -1);
+        });
+    }
+}
+
+TEST(PerfProxy, Locks_AreHandedBackByTheHandleThatStaysStored) {
+    withClient({}, [](PerfProxy& client) {
+        client.disablePl(false);
+        client.disablePl(true);
+        client.disablePl(false);
+        client.disablePl(false);
+        client.disableCoreCtl(true);
+        client.disableCoreCtl(false);
+    });
+    EXPECT_EQ(seen(),
+              (std::vector<std::string>{
+                      "perf_lock_rel(-1) = -1", "perf_lock_acq(0, 0, {0x41444000, 0}, 2) = 1",
+                      "perf_lock_rel(1) = 0", "perf_lock_rel(1) = -1",
+                      "perf_lock_acq(0, 0, {0x41000000, 3}, 2) = 2", "perf_lock_rel(2) = 0"}));
+}
+
+TEST(PerfProxy, LayerWithoutPackage_IsNoGameWithoutAQuestion) {
+    withClient({}, [](PerfProxy& client) {
+        Device::instance().setVerdict("", 2);
+        client.setDebuggable(true);
+        EXPECT_FALSE(client.isGameLayer("StatusBar#0"));
+        EXPECT_EQ(client.getGameWeight("StatusBar#0"), -1);
+    });
+    EXPECT_EQ(seen(),
+              (std::vector<std::string>{"D Cindral.PerfProxy: isGameLayer:0 [StatusBar#0][]",
+                                        "D Cindral.PerfProxy: GameWeight:-1 [StatusBar#0][]"}));
+}
+
+TEST(PerfProxy, NamesOfAnyLength_FitIntoAStackOfOneMegabyte) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 1 << 20);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(
+                      &thread, &attributes,
+                      [](void*) -> void* {
+                          for (const size_t length : {400, 500, 600, 5'000, 50'000}) {
+                              const std::string package(length, 'p');
+                              EXPECT_EQ(android::cindral::packageNameOf("SurfaceView[" + package +
+                                                                        "/x]#1"),
+                                        package);
+                          }
+                          return nullptr;
+                      },
+                      nullptr),
+              0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}

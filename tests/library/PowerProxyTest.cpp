@@ -1,0 +1,170 @@
+// The power controller by itself: what it says and sends, in which order, and at its edges.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "power/PowerProxy.h"
+#include "tests/library/Component.h"
+
+using android::PowerProxy;
+
+namespace {
+
+constexpr int64_t kPeriod = 16'666'666;
+constexpr int64_t kRefresh = 500 * kMs;
+
+void withPower(bool debuggable, const std::function<void(PowerProxy&)>& body) {
+    withClient({}, [&](PerfProxy& client) {
+        const sp<PowerProxy> power = new PowerProxy(&client);
+        power->setVsyncPeriod(kPeriod);
+        power->setDebuggable(debuggable);
+        body(*power);
+    });
+}
+
+int countOf(const std::string& line) {
+    const std::vector<std::string> lines = seen();
+    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
+}
+
+}  // namespace
+
+TEST(PowerProxy, LinesMarkersAndCalls_ComeInTheirOrder) {
+    withPower(true, [](PowerProxy& power) {
+        power.scaleEnergyIfNeed(8'000'000);
+        power.scaleEnergyIfNeed(8'000'000);
+        power.updateStatusAndRel(true);
+        power.updateStatusAndRel(false);
+        power.reduceThreshold();
+        power.increaseThreshold();
+    });
+    const std::vector<std::string> expected = {
+            "begin scaleEnergyIfNeed",
+            "end",
+            "D Cindral.PowerProxy: renderTime(8000000), targetRenderTime(11666666), coe(-32)",
+            "begin negativeBoostAcq",
+            "end",
+            "D Cindral.PowerProxy: negativeBoostAcq: newCoe(0), prevCoe(0)",
+            "perf_hint(4166, (null), 500, 65536) = 1",
+            "begin newCoe = 0",
+            "end",
+            "begin renderTime = 8000000 targetRenderTime = 11666666",
+            "end",
+            "begin scaleEnergyIfNeed",
+            "end",
+            "D Cindral.PowerProxy: renderTime(8000000), targetRenderTime(11666666), coe(-32)",
+            "begin negativeBoostAcq",
+            "end",
+            "D Cindral.PowerProxy: negativeBoostAcq: newCoe(-30), prevCoe(0)",
+            "perf_hint(4166, (null), 500, 65566) = 2",
+            "begin newCoe = -30",
+            "end",
+            "begin renderTime = 8000000 targetRenderTime = 11666666",
+            "end",
+            "D Cindral.PowerProxy: release negative boost by  perf",
+            "begin negativeBoostRel",
+            "end",
+            "perf_hint(4166, (null), 0, 65536) = 3",
+            "D Cindral.PowerProxy: release negative boost by  power",
+            "begin negativeBoostRel",
+            "end",
+            "begin reduceThreshold",
+            "end",
+            "D Cindral.PowerProxy: prev thresh:70, curr thresh:60",
+            "begin increaseThreshold",
+            "end",
+            "D Cindral.PowerProxy: prev thresh:60, curr thresh:63"};
+    EXPECT_EQ(seen(), expected);
+}
+
+TEST(PowerProxy, FrameIsEarly_FromNothingUpToItsTarget) {
+    struct Case {
+        int64_t renderTime;
+        bool early;
+    };
+    for (const Case& c : {Case{-1, false}, Case{0, true}, Case{11'666'666, true},
+                          Case{11'666'667, false}, Case{kPeriod + 1, false}}) {
+        withPower(false, [&](PowerProxy& power) { power.scaleEnergyIfNeed(c.renderTime); });
+        EXPECT_EQ(!seen().empty(), c.early) << c.renderTime;
+    }
+}
+
+TEST(PowerProxy, MovedThreshold_TakesTheStrengthAlong) {
+    for (const int64_t beyond : {0, 1}) {
+        withPower(false, [&](PowerProxy& power) {
+            power.negativeBoostAcq(0);
+            power.negativeBoostAcq(-30);
+            power.reduceThreshold();
+            sim::sleepFor(kRefresh + beyond);
+            power.negativeBoostAcq(0);
+        });
+        // -30 has become -35. A step cuts it back to the floor; a refresh sends what stands.
+        EXPECT_EQ(seen().back(), beyond == 0 ? "perf_hint(4166, (null), 500, 65566) = 3"
+                                             : "perf_hint(4166, (null), 500, 65571) = 3");
+    }
+}
+
+TEST(PowerProxy, Ceiling_LowersTheTargetAndHoldsIt) {
+    withPower(true, [](PowerProxy& power) {
+        power.setRenderTimeThresh(50);
+        power.increaseThreshold();
+        power.scaleEnergyIfNeed(10'000'000);
+    });
+    EXPECT_EQ(countOf("D Cindral.PowerProxy: prev thresh:60, curr thresh:60"), 1);
+    EXPECT_EQ(countOf("D Cindral.PowerProxy: release negative boost by  power"), 1);
+}
+
+TEST(PowerProxy, Cooldown_HoldsBackAStepButNotARefresh) {
+    withPower(false, [](PowerProxy& power) {
+        power.negativeBoostAcq(0);
+        power.updateStatusAndRel(true);
+        const size_t sent = seen().size();
+        power.negativeBoostAcq(-30);
+        EXPECT_EQ(seen().size(), sent);
+        sim::sleepFor(kRefresh + 1);
+        power.negativeBoostAcq(-30);
+        EXPECT_EQ(seen().size(), sent + 1);
+    });
+}
+
+TEST(PowerProxy, ReleaseWithoutABoost_SendsNothing) {
+    withPower(false, [](PowerProxy& power) {
+        power.negativeBoostAcq(0);
+        power.negativeBoostAcq(-8);
+        power.updateStatusAndRel(false);
+        power.updateStatusAndRel(false);
+        EXPECT_EQ(seen().size(), 3U);
+        power.negativeBoostAcq(-4);
+        EXPECT_EQ(seen().back(), "perf_hint(4166, (null), 500, 65540) = 4") << "from 0 again";
+    });
+}
+
+TEST(PowerProxy, Pingpong_CountsReleasesByMissedFramesOnly) {
+    withPower(true, [](PowerProxy& power) {
+        power.updateStatusAndRel(true);
+        power.negativeBoostAcq(0);
+        power.updateStatusAndRel(false);
+        power.updateStatusAndRel(true);
+        EXPECT_EQ(countOf("D Cindral.PowerProxy: pingpongCount(1)"), 1);
+        // Two shorter periods later the history is over.
+        power.setVsyncPeriod(8'333'333);
+        sim::sleepFor(20 * kMs);
+        power.negativeBoostAcq(0);
+        power.updateStatusAndRel(true);
+        EXPECT_EQ(countOf("D Cindral.PowerProxy: pingpongCount(2)"), 0);
+    });
+}
+
+TEST(PowerProxy, WithoutAServiceOrAtItsEnd_NothingIsSent) {
+    withClient({}, [](PerfProxy& client) {
+        sp<PowerProxy> power = new PowerProxy(&client);
+        power->negativeBoostAcq(0);
+        Device::instance().clearEvents();
+        power.clear();
+        const sp<PowerProxy> alone = new PowerProxy(nullptr);
+        alone->negativeBoostAcq(0);
+        alone->updateStatusAndRel(true);
+        EXPECT_TRUE(seen().empty());
+    });
+}
