@@ -211,6 +211,8 @@ TEST(Headroom, LayerThatFallsSilent_IsNoLongerPacedOnceItsFrameRegulatorGivesUp)
         const int64_t last = activate(compositor);
         Compositor::waitUntil(last + 3 * kSecond);
         EXPECT_EQ(timeOf(kOff), last + kPeriod60 + 2 * (kPeriod60 / 2) + kSecond);
+        for (int i = 0; i < 40; ++i) compositor.consume(kGame, 1);
+        EXPECT_EQ(countOf(kOn), 1) << "it has no rate until a period closes";
         const int64_t now = Compositor::now();
         EXPECT_EQ(queueAt(compositor, now), now);
     });

@@ -77,6 +77,23 @@ TEST(Monitor, BufferBetweenTheCheckpoints_EndsTheEscalationAndStartsANewWatch) {
     EXPECT_EQ(timesOf(kCheckpoint2), std::vector<int64_t>{next + kPeriod60 + 8'333'333});
 }
 
+TEST(Monitor, BufferWhileOthersArePending_EndsTheAdditionalWait) {
+    play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        const int64_t last = compositor.playUntilEnvironment(kGame);
+        compositor.consume(kGame, 1);
+        Compositor::waitUntil(last + kPeriod60 + 5 * kMs);
+        EXPECT_EQ(countOf(kAccumulated), 1);
+        EXPECT_EQ(countOf("fast frame"), 0);
+        compositor.queue(kGame);
+        Compositor::waitUntil(last + kPeriod60 + 10 * kMs);
+        compositor.queue(kGame);
+        Compositor::waitUntil(last + 2 * kPeriod60 + kMs);
+        EXPECT_EQ(countOf(kCheckpoint1), 0);
+        EXPECT_EQ(countOf("fast frame"), 1);
+    });
+}
+
 TEST(Monitor, BufferAfterTheLastCheckpoint_TakesTheLongBoostBackAndKeepsTheRegulatorOn) {
     int64_t back = 0;
     play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {

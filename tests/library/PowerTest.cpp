@@ -227,6 +227,17 @@ TEST(PowerOptimisation, LossOfFrames_WithdrawsItAndAfterFourLossesItIsNotTriedAg
     });
 }
 
+TEST(PowerOptimisation, LayerBelowItsRate_IsOptimisedOnlyWhileItRunsAheadOfTheDisplay) {
+    constexpr int64_t kTooSlow = 17'100'000;  // 58.5 frames a second: class 60, but a frame short
+    for (const int pending : {0, 1}) {
+        play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
+            compositor.start(kGame);
+            compositor.play(kGame, 190, kTooSlow, pending);
+        });
+        EXPECT_EQ(countOf("enable power opt."), pending);
+    }
+}
+
 TEST(PowerOptimisation, LossesAreForgottenWhenTheRegulatorGivesUp) {
     play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
         compositor.start(kGame);
