@@ -10,10 +10,9 @@ namespace android::cindral {
 // How far one adjustment moves the headroom.
 inline constexpr int64_t kHeadroomStepNs = 1'000'000;
 
-// The headroom may take up to this share of the vsync period: some of it must be left for the
-// producer.
+// The most of the vsync period that the headroom may take.
 inline constexpr double kMaxHeadroomShare = 0.9;
-inline constexpr float kMaxMinRate = 0.9F;
+inline constexpr auto kMaxMinRate = static_cast<float>(kMaxHeadroomShare);
 
 // Default of the smallest headroom, as a share of the vsync period.
 inline constexpr double kDefaultMinRate = 0.5;
@@ -24,7 +23,7 @@ struct HeadroomBounds {
 };
 
 // The smallest headroom as a share of the period: the configured rate, raised in proportion to
-// displays faster than 60 Hz, at most 0.9. Every step is rounded to the precision written here,
+// displays faster than 60 Hz, and capped. Every step is rounded to the precision written here,
 // deliberately: the bounds must come out the same everywhere.
 inline float minHeadroomFactor(int32_t refreshRate, float minRate) {
     const float proportional = static_cast<float>(refreshRate) / 60.0F * minRate;

@@ -56,18 +56,14 @@ void PresetHeadroomRegulator::setVsyncInfo(long vsyncPeriod, int refreshRate) {
 
 void PresetHeadroomRegulator::threadMain() {
     enterRealtimeScheduling();
-    mVsyncLock.lock();
+    Mutex::Autolock vsyncLock(mVsyncLock);
     while (mRunning) {
         // No predicate: any wake-up starts a cycle.
         mVsyncCond.wait(mVsyncLock);
-        if (!mRunning) break;
-        runCycle();
+        if (mRunning) runCycle();
     }
-    {
-        Mutex::Autolock lock(mQueueLock);
-        if (mQueueWaiting) mQueueCond.broadcast();
-    }
-    mVsyncLock.unlock();
+    Mutex::Autolock queueLock(mQueueLock);
+    if (mQueueWaiting) mQueueCond.broadcast();
 }
 
 void PresetHeadroomRegulator::runCycle() {
@@ -101,7 +97,6 @@ void PresetHeadroomRegulator::onVsync(long timestamp) {
 void PresetHeadroomRegulator::setActiveStatus(bool enable) {
     if (enable == mActive) return;
     mActive = enable;
-    if (!mDebuggable) return;
     const char* text = enable ? "enable PHR" : "disable PHR";
     TraceSection section(mDebuggable, text);
     CINDRAL_LOGD(mDebuggable, kHeadroomTag, "%s", text);

@@ -26,12 +26,13 @@ inline constexpr char kHeadroomTag[] = "Cindral.HeadroomRegulator";
 // and releases whoever waits. trackQueueBuffer and the two headroom steps are called on the thread
 // that queues buffers, one at a time; updateAccumulationStatus on the one that consumes them;
 // onVsync on the one that reports vsyncs; setActiveStatus also on the tracker's monitor thread.
-// Blocking: only trackQueueBuffer holds its caller, for at most one vsync period, two passes of 1
-// ms and one further period. onVsync waits at most for the PHR thread to pass through a release.
+// Blocking: only trackQueueBuffer holds its caller: for a vsync period at most, and, where buffers
+// are pending, for a short check and another period. onVsync waits at most for the PHR thread to
+// pass through a release.
 // Units: nanoseconds of CLOCK_MONOTONIC.
 // Lifetime: the owner calls forceStop before it drops the last strong pointer; the destructor joins
-// the thread and would wait for ever otherwise. A stopped regulator does not start again. Failure:
-// without a thread there is no release; every held buffer then waits its full time.
+// the thread and would wait for ever otherwise. A stopped regulator does not start again.
+// Failure: without a thread there is no release; every held buffer then waits its full time.
 //
 // Lock order: mVsyncLock before mQueueLock. Only the PHR thread holds both.
 class PresetHeadroomRegulator : public LightRefBase<PresetHeadroomRegulator> {
@@ -53,8 +54,8 @@ class PresetHeadroomRegulator : public LightRefBase<PresetHeadroomRegulator> {
 
     // A buffer was queued: holds the caller until the release. Returns at once while inactive.
     void trackQueueBuffer() EXCLUDES(mQueueLock);
-    // Frames are late: release 1 ms earlier. Frames are early: release 1 ms later. From the next
-    // cycle on, and also while inactive.
+    // Frames are late: a step earlier. Frames are early: a step later. From the next cycle on, and
+    // also while inactive.
     void increasePresetHeadroom();
     void reducePresetHeadroom();
     // A buffer was consumed and left others pending, or none.

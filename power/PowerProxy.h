@@ -19,10 +19,13 @@ namespace android {
 //
 // Threads: the tracker's monitor thread evaluates frames and reports missed ones; the thread that
 // queues buffers moves the threshold; set-up and changes of the vsync period come from the
-// compositor. Every operation that takes mLock may call the service while holding it and blocks as
-// long as the service does. Units: nanoseconds of CLOCK_MONOTONIC; thresholds in percent of the
-// vsync period. Lifetime: held by its tracker. Destroying it sends nothing; a negative boost in
-// force runs out by itself. Failure: without the service everything but the hint itself goes on.
+// compositor.
+// Blocking: every operation that takes mLock may call the service while holding it, and blocks as
+// long as the service does.
+// Units: nanoseconds of CLOCK_MONOTONIC; thresholds in percent of the vsync period.
+// Lifetime: held by its tracker. Destroying it sends nothing; a negative boost in force runs out by
+// itself.
+// Failure: without the service everything but the hint itself goes on.
 class PowerProxy : public LightRefBase<PowerProxy> {
   public:
     explicit PowerProxy(const sp<PerfProxy>& perfProxy);
@@ -32,7 +35,7 @@ class PowerProxy : public LightRefBase<PowerProxy> {
 
     void setDebuggable(bool debuggable) { mDebuggable = debuggable; }
     void setVsyncPeriod(long period) { mVsyncPeriod = period; }
-    // The ceiling of the threshold, cut to 60 .. 90 percent. Lowers the threshold to it, but leaves
+    // The ceiling of the threshold, cut to its range. Lowers the threshold to it, but leaves
     // the coefficient. Set-up only.
     void setRenderTimeThresh(int percent);
     // The lowest coefficient, stored as it comes. Set-up only.
@@ -42,7 +45,7 @@ class PowerProxy : public LightRefBase<PowerProxy> {
     void scaleEnergyIfNeed(long renderTime) EXCLUDES(mLock);
     // Drops the negative boost: because a frame was missed (true) or merely slow (false).
     void updateStatusAndRel(bool byPerf) EXCLUDES(mLock);
-    // Frames are early: up by 3 points. Frames are late: down by 10.
+    // Frames are early: up a little. Frames are late: down by more.
     void increaseThreshold() EXCLUDES(mLock);
     void reduceThreshold() EXCLUDES(mLock);
     // Moves the coefficient by `delta` and sends it if that is worth a call.

@@ -50,16 +50,12 @@ void BufferLayerTracker::setVsyncPeriod(long period) {
 }
 
 void BufferLayerTracker::onBufferIncrement() {
-    try {
-        processIncrement();
-    } catch (...) {
-        // Out of memory while the environment was built: the next matching period tries again.
-    }
+    processIncrement();
     mLastWorkEnd = systemTime(SYSTEM_TIME_MONOTONIC);
     mWorkLock.unlock();
 }
 
-void BufferLayerTracker::processIncrement() {
+void BufferLayerTracker::processIncrement() noexcept {
     const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
     mLastQueueTime = now;
     mRenderTime = now - mLastWorkEnd;
@@ -200,9 +196,9 @@ void BufferLayerTracker::onBufferDecrement(int pending) {
 }
 
 void BufferLayerTracker::recordStutter(nsecs_t now) {
-    if (mFrameRegulatorOn) {
-        PerfProxy* perf = mPerfProxy.get();
-        if (perf->getBoostExpectationDegree() < 0) perf->setBoostExpectationDegree(0);
+    PerfProxy* perf = mPerfProxy.get();
+    if (perf != nullptr && mFrameRegulatorOn && perf->getBoostExpectationDegree() < 0) {
+        perf->setBoostExpectationDegree(0);
     }
     if (mStutterTimes.size() >= kMaxStutters) {
         if (now - mStutterTimes.front() <= kStutterWindowNs) {

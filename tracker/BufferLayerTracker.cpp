@@ -52,7 +52,7 @@ void BufferLayerTracker::initEnvironment() {
     perf->setDebuggable(mDebuggable);
     readBoostProperties();
     createPowerProxy();
-    if (passesGameGate()) {
+    if (applyGameGate()) {
         if (mGfarEnabled) startMonitorThread();
         if (mPhrEnabled) createRegulator();
     }
@@ -86,8 +86,9 @@ void BufferLayerTracker::createPowerProxy() {
     perf->setNegativeBoostProp(true);
 }
 
-// False for a layer that gets neither regulator. One that is no game keeps both on a slow display.
-bool BufferLayerTracker::passesGameGate() {
+// Takes both regulators from a layer that is no game, unless the display is slow. Returns whether it
+// kept them.
+bool BufferLayerTracker::applyGameGate() {
     if (mPerfProxy.get()->getGameWeight(mLayerName) != kNotAGameWeight) return true;
     mIsGame = false;
     if (mVsyncMode <= kMaxDisplayClassForNonGames) return true;
@@ -107,7 +108,7 @@ void BufferLayerTracker::startMonitorThread() {
         // Only while debugging: otherwise the thread keeps the name it inherited, deliberately.
         nameThread(mMonitorThread, "BLT");
     }
-    // Also without a monitor: the release of a boost is the boost thread's work too.
+    // Also without a monitor, deliberately.
     mPerfProxy.get()->startBoostThread();
 }
 
@@ -133,8 +134,7 @@ void BufferLayerTracker::forceStop() {
         mRunning = false;
         mCond.signal();
     }
-    // Spins rather than waits: the increment that holds the lock may be the regulator's, which was
-    // just told to let it go.
+    // An increment under way holds this lock to its end.
     while (mWorkLock.tryLock() != 0) sched_yield();
     mWorkLock.unlock();
 }

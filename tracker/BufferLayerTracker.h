@@ -28,9 +28,11 @@ namespace android {
 //
 // Threads: increments come from whichever compositor thread queued the buffer, one at a time under
 // mWorkLock; decrements, vsyncs and vsync periods come under the module's layer lock and may
-// overlap an increment; the monitor thread holds mStateLock except while it waits. Blocking: an
-// increment may be held by the regulator for about two vsync periods and, the first time at the
-// display's rate, takes the service calls of the set-up. The others wait for locks only.
+// overlap an increment; the monitor thread holds mStateLock except while it waits.
+// Blocking: an increment may be held by the regulator for about two vsync periods. It makes service
+// calls when it builds the environment and when power optimisation switches, and waits for
+// mStateLock, which the monitor keeps through the power controller's calls. The others wait for
+// locks only.
 // Units: nanoseconds of CLOCK_MONOTONIC; frame rates in Hz.
 // Lifetime: held by the registry. The destructor stops and joins every thread of the tracker.
 // Failure: what cannot be built stays away, and everything that would use it is skipped.
@@ -73,7 +75,7 @@ class BufferLayerTracker : public LightRefBase<BufferLayerTracker> {
     void initEnvironment() REQUIRES(mWorkLock);
     void readBoostProperties() REQUIRES(mWorkLock);
     void createPowerProxy() REQUIRES(mWorkLock);
-    bool passesGameGate() REQUIRES(mWorkLock);
+    bool applyGameGate() REQUIRES(mWorkLock);
     void startMonitorThread() REQUIRES(mWorkLock);
     void createRegulator() REQUIRES(mWorkLock);
     void forceStop() EXCLUDES(mStateLock, mWorkLock);
@@ -83,7 +85,7 @@ class BufferLayerTracker : public LightRefBase<BufferLayerTracker> {
     int setVsyncMode(long period) const;
     // The frame-rate class of a rate; -1 when it is none.
     int setFpsMode(float fps) const;
-    void processIncrement() REQUIRES(mWorkLock);
+    void processIncrement() noexcept REQUIRES(mWorkLock);
     void trackBoost() REQUIRES(mWorkLock);
     void pace() REQUIRES(mWorkLock);
     void reach(Checkpoint checkpoint) EXCLUDES(mStateLock);

@@ -54,8 +54,9 @@ inline float frameRateOf(float intervalSum, int32_t frameCount) {
 
 // How late a frame may be before it counts as late, and how early before it counts as early.
 inline constexpr int64_t kFrameToleranceNs = 2'000'000;
-// Frames this close behind the period no longer need a stronger expectation, nor yet a weaker one.
-inline constexpr int64_t kExpectationDeadBandNs = 1'000'000;
+// A frame that came after a hint and is less late than this weakens the expectation; from here to
+// the tolerance nothing moves.
+inline constexpr int64_t kExpectationWeakensBelowNs = 1'000'000;
 
 enum class FramePunctuality { kEarly, kOnTime, kLate };
 
@@ -69,7 +70,7 @@ inline FramePunctuality punctualityOf(int64_t renderTime, int64_t vsyncPeriod) {
 inline std::optional<bool> expectationStep(int64_t renderTime, int64_t vsyncPeriod) {
     const int64_t late = renderTime - vsyncPeriod;
     if (late > kFrameToleranceNs) return true;
-    if (late < kExpectationDeadBandNs) return false;
+    if (late < kExpectationWeakensBelowNs) return false;
     return std::nullopt;
 }
 

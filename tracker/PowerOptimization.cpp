@@ -20,9 +20,14 @@ void storeIfChanged(Field& field, T before, T after) {
 void BufferLayerTracker::evaluatePowerOpt() {
     const bool precondition = meetsPowerOptPrecondition(mAccumulatedCount, mFps, mFpsMode,
                                                         activeRegulator() != nullptr);
-    const PowerOptState before{mPowerOptOn,   mPingpongCount, mPreconditionMissCount,
-                               mOptOnSamples, mOptOffSamples, mOptOnFpsSum,
-                               mOptOffFpsSum};
+    PowerOptState before;
+    before.on = mPowerOptOn;
+    before.pingpongCount = mPingpongCount;
+    before.preconditionMissCount = mPreconditionMissCount;
+    before.onSamples = mOptOnSamples;
+    before.offSamples = mOptOffSamples;
+    before.onFpsSum = mOptOnFpsSum;
+    before.offFpsSum = mOptOffFpsSum;
     const PowerOptStep step = stepPowerOpt(before, precondition, mFps);
     storeIfChanged(mPingpongCount, before.pingpongCount, step.next.pingpongCount);
     storeIfChanged(mPreconditionMissCount, before.preconditionMissCount,

@@ -59,8 +59,7 @@ inline PowerOptStep verifyPowerOpt(PowerOptState state, float fps) {
     state.forgetSamples();
     if (drop > kPingpongDropFps) {
         ++state.pingpongCount;
-        return {state, state.on ? PowerOptSwitch::kWithdraw : PowerOptSwitch::kKeep,
-                "pingpong occurs!"};
+        return {state, PowerOptSwitch::kWithdraw, "pingpong occurs!"};
     }
     state.pingpongCount = 0;
     return {state, PowerOptSwitch::kKeep, "no pingpong for poweropt."};

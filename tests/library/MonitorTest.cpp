@@ -181,20 +181,39 @@ TEST(Monitor, OneHint_MovesTheExpectationOnce) {
     });
 }
 
-TEST(Monitor, HeldBuffer_IsNotWatchedUntilItIsLetGo) {
+TEST(Monitor, HeldBuffer_CountsAsComeAtItsQueueAndIsNotWatchedWhileHeld) {
     play(Scene(), [](Compositor& compositor) {
         compositor.start(kGame);
-        const int64_t last = compositor.playUntilEnvironment(kGame);
+        const int64_t queued = compositor.playUntilEnvironment(kGame) + 5 * kMs;
         for (int i = 0; i < 31; ++i) compositor.consume(kGame, 1);
-        Compositor::waitUntil(last + 10 * kMs);
-        compositor.library.trackVsyncSignal();
-        compositor.consume(kGame, 1);
-        compositor.queue(kGame);  // until the release, and then another period for the pending one
-        const int64_t released = Compositor::now();
-        ASSERT_GT(released, last + 10 * kMs + kPeriod60);
-        EXPECT_EQ(countOf(kCheckpoint1), 0);
-        Compositor::waitUntil(released + 2 * kPeriod60 + kMs);
-        EXPECT_EQ(timeOf(kCheckpoint1), released + 2 * kPeriod60);
+        compositor.consume(kGame, 0);
+        Compositor::waitUntil(queued);
+        compositor.queue(kGame);
+        EXPECT_EQ(Compositor::now(), queued + kPeriod60) << "no vsync releases it";
+        EXPECT_EQ(timesOf("fast frame"), std::vector<int64_t>{queued});
+        Compositor::waitUntil(queued + 3 * kPeriod60);
+        EXPECT_EQ(timeOf(kCheckpoint1), queued + 2 * kPeriod60);
+    });
+}
+
+TEST(Monitor, StutterWhileTheRegulatorIsOff_KeepsTheExpectation) {
+    play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        const int64_t early = compositor.playUntilEnvironment(kGame) + kPeriod60 + 1;
+        Compositor::waitUntil(early);
+        compositor.queue(kGame);
+        EXPECT_EQ(countOf("mBoostExpectationDegree = -1"), 1);
+        Compositor::waitUntil(early + 2 * kSecond);
+        EXPECT_EQ(countOf(kOff), 1);
+        compositor.consume(kGame, 0);
+        compositor.consume(kGame, 0);
+        while (countOf(kOn) == 1) {
+            Compositor::waitUntil(Compositor::now() + kPeriod60);
+            compositor.queue(kGame);
+        }
+        Compositor::waitUntil(Compositor::now() + kPeriod60 + 3 * kMs);
+        compositor.queue(kGame);
+        EXPECT_EQ(countOf("mBoostExpectationDegree = 0"), 1);
     });
 }
 

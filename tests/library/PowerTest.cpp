@@ -238,6 +238,28 @@ TEST(PowerOptimisation, LayerBelowItsRate_IsOptimisedOnlyWhileItRunsAheadOfTheDi
     }
 }
 
+TEST(PowerOptimisation, MissedPeriods_AreCountedAcrossEvaluations) {
+    constexpr int64_t kTooSlow = 17'100'000;
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.playUntilEnvironment(kGame);
+        playPeriods(compositor, kPeriod60, 5);  // on and verified
+        playPeriods(compositor, kTooSlow, 3);
+        EXPECT_EQ(countOf("disable power opt as not meet pre-condition."), 1);
+        EXPECT_EQ(lockCalls().size(), 4U);
+        // The headroom regulator goes on, and its being active is enough.
+        for (int i = 0; i < 31; ++i) compositor.consume(kGame, 1);
+        compositor.consume(kGame, 0);
+        const int64_t frame = kTooSlow - kPeriod60;  // every buffer is held for a period
+        playPeriods(compositor, frame, 1);
+        EXPECT_EQ(countOf("eliminate the data of switch"), 1);
+        playPeriods(compositor, frame, 2);
+        EXPECT_EQ(countOf("enable power opt."), 1);
+        playPeriods(compositor, frame, 1);
+        EXPECT_EQ(countOf("enable power opt."), 2);
+    });
+}
+
 TEST(PowerOptimisation, LossesAreForgottenWhenTheRegulatorGivesUp) {
     play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
         compositor.start(kGame);
@@ -254,16 +276,26 @@ TEST(PowerOptimisation, LossesAreForgottenWhenTheRegulatorGivesUp) {
     });
 }
 
-TEST(PowerOptimisation, RateOfAnotherClass_HandsTheLocksBack) {
-    play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        compositor.playUntilEnvironment(kGame);
-        playPeriods(compositor, kPeriod60, 2);
-        EXPECT_EQ(lockCalls().size(), 2U);
-        playPeriods(compositor, 12 * kMs, 1);
-        EXPECT_EQ(serviceCalls(EntryPoint::kPerfLockRel).size(), 2U);
-        EXPECT_EQ(serviceCalls(EntryPoint::kPerfLockRel)[0].time, timeOf("disable FrameRegulator"));
-    });
+TEST(PowerOptimisation, RateOfAnotherClass_HandsTheLocksBackAndForgetsTheSamples) {
+    for (const bool monitor : {true, false}) {
+        Scene scene = Scene().frameRegulatorOnly();
+        if (!monitor) scene.schedule.failThreadCreation = 2;  // nobody else to hand them back
+        play(scene, [](Compositor& compositor) {
+            compositor.start(kGame);
+            compositor.playUntilEnvironment(kGame);
+            playPeriods(compositor, kPeriod60, 1);  // two samples
+            playPeriods(compositor, 40 * kMs, 1);
+            playPeriods(compositor, kPeriod60, 2);
+            EXPECT_TRUE(lockCalls().empty());
+            playPeriods(compositor, kPeriod60, 1);
+            EXPECT_EQ(lockCalls().size(), 2U);
+            EXPECT_LT(record().find("enable power opt."), record().find("perf_lock_acq"));
+            playPeriods(compositor, 40 * kMs, 1);
+            ASSERT_EQ(lockCalls().size(), 4U);
+            EXPECT_EQ(serviceCalls(EntryPoint::kPerfLockRel)[0].time,
+                      timesOf("disable FrameRegulator").back());
+        });
+    }
 }
 
 TEST(PowerOptimisation, RegulatorThatGivesUp_HandsTheLocksBack) {

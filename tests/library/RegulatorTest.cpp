@@ -6,7 +6,9 @@
 
 #include "headroom/PresetHeadroomRegulator.h"
 #include "tests/library/Component.h"
+#include "tracker/BufferLayerTracker.h"
 
+using android::BufferLayerTracker;
 using android::PresetHeadroomRegulator;
 
 namespace {
@@ -85,6 +87,8 @@ TEST(Regulator, Inactive_IgnoresVsyncsAndHoldsNobodyButKeepsItsRelease) {
         r.vsync();
         EXPECT_TRUE(seen().empty());
         r.regulator.setActiveStatus(true);
+        r.regulator.setActiveStatus(true);
+        EXPECT_EQ(seen().size(), 3U) << "section, line and end, once";
         EXPECT_EQ(r.held(), 0) << "the release from before";
         EXPECT_EQ(r.held(), kPeriod) << "none came from the ignored vsync";
     });
@@ -204,4 +208,24 @@ TEST(Regulator, SwitchedOnAfterItsEnd_HasNobodyToReleaseAndNothingPending) {
         r.vsync();
         EXPECT_EQ(r.held(), kPeriod);
     });
+}
+
+TEST(Tracker, End_WaitsForTheIncrementUnderWay) {
+    const sim::Outcome outcome = sim::run({}, [] {
+        sp<BufferLayerTracker> tracker = new BufferLayerTracker("layer", true, true, false);
+        BufferLayerTracker* working = tracker.get();
+        const int64_t start = sim::now();
+        int64_t ended = 0;
+        working->lockForWork();
+        std::thread retirer([&] {
+            tracker.clear();
+            ended = sim::now();
+        });
+        sim::sleepFor(kMs);
+        EXPECT_EQ(ended, 0);
+        working->onBufferIncrement();
+        retirer.join();
+        EXPECT_EQ(ended, start + kMs);
+    });
+    EXPECT_TRUE(outcome.ok());
 }

@@ -89,6 +89,11 @@ TEST(HeadroomRules, Bounds_ComeOutTheSameEverywhere) {
     }
 }
 
+TEST(HeadroomRules, OnlyTheProportionalRate_IsCapped) {
+    EXPECT_EQ(minHeadroomFactor(120, 0.57F), 0.9F);
+    EXPECT_EQ(minHeadroomFactor(60, 0.95F), 0.95F);
+}
+
 TEST(HeadroomRules, Steps_StopAtTheirBoundAlsoWhereTheBoundsAreCrossed) {
     EXPECT_EQ(raisedHeadroom(8'333'333, 14'999'999), 9'333'333);
     EXPECT_EQ(raisedHeadroom(13'999'999, 14'999'999), 14'999'999);

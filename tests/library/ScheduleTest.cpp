@@ -135,6 +135,23 @@ TEST(Schedules, RandomSchedules_EndWithEveryThreadJoinedAndKeepTheInvariants) {
     EXPECT_GT(retired, seeds() / 2);
 }
 
+TEST(Schedules, SilentLayer_LosesItsRegulatorUnderEverySchedule) {
+    for (uint64_t seed = 1; seed <= 300; ++seed) {
+        Scene scene;
+        scene.schedule.schedule = sim::Schedule::kRandom;
+        scene.schedule.seed = seed;
+        play(scene, [&](Compositor& compositor) {
+            build(compositor);
+            if (countOf("enable FrameRegulator") == 0) return;
+            // In steps: a schedule may starve the monitor while this thread sleeps only once.
+            for (int i = 0; i < 300 && countOf("disable FrameRegulator") == 0; ++i) {
+                Compositor::waitUntil(Compositor::now() + kSecond);
+            }
+            EXPECT_GE(countOf("disable FrameRegulator"), 1) << "seed " << seed;
+        });
+    }
+}
+
 TEST(Schedules, SameSeed_GivesTheSameRecord) {
     for (uint64_t seed = 1; seed <= 20; ++seed) {
         play(stormScene(seed), storm);
