@@ -30,14 +30,15 @@ class Device::State {
         std::vector<Event> events;
     };
 
-    // Stamps the event with time and thread and appends it. Requires `lock`, so that the order of
-    // the records is the order of their times.
+    // Stamps the event with time and thread and keeps it or hands it on. Requires `lock`, so that
+    // the order of the records is the order of their times.
     void record(Event event);
 
     // Innermost lock: nothing else is locked and nobody sleeps while it is held.
     std::mutex lock;
-    Content content;                // guarded by lock
-    std::function<int()> labeller;  // guarded by lock; empty: the kernel's thread id
+    Content content;                         // guarded by lock
+    std::function<int()> labeller;           // guarded by lock; empty: the kernel's thread id
+    std::function<void(const Event&)> sink;  // guarded by lock; empty: kept in content
     // Not under the lock: a client asks at every marker, traced or not.
     std::atomic<uint64_t> traceTags{0};
 };

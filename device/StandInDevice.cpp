@@ -22,6 +22,7 @@ int64_t monotonicNs() {
 void Device::State::record(Event event) {
     event.thread = labeller ? labeller() : gettid();
     event.timeNs = monotonicNs();
+    if (sink) return sink(event);
     content.events.push_back(std::move(event));
 }
 
@@ -34,7 +35,7 @@ Device& Device::instance() {
     return *device;
 }
 
-// The labeller stays: it describes the host, not the device.
+// The labeller and the sink stay: they describe the host, not the device.
 void Device::reset() {
     std::lock_guard<std::mutex> guard(mState->lock);
     mState->content = {};
@@ -78,6 +79,11 @@ void Device::setTraceTags(uint64_t tags) {
 void Device::setThreadLabeller(std::function<int()> labeller) {
     std::lock_guard<std::mutex> guard(mState->lock);
     mState->labeller = std::move(labeller);
+}
+
+void Device::setEventSink(std::function<void(const Event&)> sink) {
+    std::lock_guard<std::mutex> guard(mState->lock);
+    mState->sink = std::move(sink);
 }
 
 std::vector<Event> Device::events() const {

@@ -77,6 +77,11 @@ class Device {
     // Names the calling thread in the records. The default is the kernel's thread id.
     void setThreadLabeller(std::function<int()> labeller);
 
+    // Takes every event from now on instead of letting the device keep it: a long run has millions.
+    // Called one event at a time with the device's lock held, so it must not call the device. An
+    // empty one makes the device keep them again. Like the labeller it survives a reset.
+    void setEventSink(std::function<void(const Event&)> sink);
+
     // Everything recorded since the last reset, in order of arrival.
     std::vector<Event> events() const;
     void clearEvents();

@@ -3,26 +3,36 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
-#include "replay/player/Settings.h"
+#include "replay/Setup.h"
 
 namespace replay {
 
 struct CommandLine {
-    std::string capture;  // empty: the modelled session
-    bool listLayers = false;
-    std::string layerPattern;  // empty: the only layer there is
-    Settings settings;
-    std::optional<double> refreshHz;
+    enum class Task { kReplay, kListLayers, kWriteCapture, kRecord, kCheck };
+
+    Task task = Task::kReplay;
+    std::vector<std::string> captures;  // none: the modelled session, or the workload
+    std::string layerPattern;           // empty: the only layer there is
+    std::string workload;               // empty: no synthetic one
+    int frames = 0;                     // of the workload
+    Setup setup;
+    std::vector<std::string> comparisons;
+    bool compareWorks = false;  // --work all
     bool timeline = false;
-    bool closedLoop = false;
-    std::string writeCapture;  // where to write the modelled session; empty: replay
-    int64_t cpuCostNs = 0;
-    std::string library = "libcindral.so";
+    bool log = false;
+    std::string json;  // where to; "-" is standard output, empty: nowhere
+    bool jsonEvents = false;
+    std::string report;
+    std::string trace;
+    std::string writeCapture;
+    std::string expectation;  // empty: beside the capture
+    std::optional<unsigned> jobs;
 };
 
 // Nothing if the arguments asked for help or the version, which is then on standard output.
 // Throws InputError.
-std::optional<CommandLine> parseCommandLine(int argc, char** argv);
+std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& arguments);
 
 }  // namespace replay

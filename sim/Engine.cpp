@@ -34,7 +34,7 @@ void removeFrom(std::vector<Thread*>& threads, const Thread& thread) {
 Engine::Engine(const Options& options)
       : mOptions(options),
         mLatestNs(addSaturated(options.startTimeNs, options.timeBudgetNs)),
-        mStrategy(options.schedule, options.seed),
+        mStrategy(options),
         mNowNs(options.startTimeNs) {}
 
 void Engine::step() {
@@ -49,6 +49,7 @@ void Engine::step() {
 
 void Engine::perturb() {
     if (!mStrategy.isRandom()) return;
+    mStrategy.beginStep();
     if (mStrategy.jumpsClock() && !mTimers.empty()) moveClockToDeadline();
     if (mStrategy.wakesSpuriously()) wakeSomeWaiter();
     if (mReady.empty()) return;
@@ -113,6 +114,7 @@ void Engine::begin() {
 void Engine::end() {
     Thread& self = *mCurrent;
     self.ended = true;
+    self.record.ended = true;
     removeFrom(mLive, self);
     while (!self.joiners.empty()) wake(*self.joiners.front(), Wake::kSignal);
     progress();

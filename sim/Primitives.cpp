@@ -21,6 +21,11 @@ int kindOf(const pthread_mutex_t* mutex) {
     return mutex->__data.__kind & kMutexKindMask;
 }
 
+template <typename T>
+void removeOne(std::vector<T>& values, const T& value) {
+    values.erase(std::find(values.begin(), values.end(), value));
+}
+
 template <typename State>
 std::string numbered(const char* kind, const State& state) {
     return std::string(kind) + " #" + std::to_string(state.number);
@@ -32,6 +37,7 @@ int Primitives::lock(pthread_mutex_t* handle) {
     mEngine.step();
     Mutex& mutex = mMutexes.at(handle);
     if (mutex.owner == &mEngine.current()) return lockAgain(mutex, kindOf(handle));
+    if (mEngine.options().checkLockOrder) checkOrder(mutex);
     acquire(handle);
     mEngine.progress();
     return 0;
@@ -55,7 +61,7 @@ int Primitives::tryLock(pthread_mutex_t* handle) {
         return 0;
     }
     if (mutex.owner) return EBUSY;
-    take(mutex);
+    take(mutex, handle);
     mEngine.progress();
     return 0;
 }
@@ -68,7 +74,7 @@ int Primitives::unlock(pthread_mutex_t* handle) {
         mEngine.misuse("unlocks " + numbered("mutex", mutex) + ", held by " +
                        (mutex.owner ? nameOf(*mutex.owner) : "nobody"));
     }
-    if (--mutex.depth == 0) release(mutex);
+    if (--mutex.depth == 0) release(mutex, handle);
     mEngine.progress();
     return 0;
 }
@@ -87,20 +93,48 @@ void Primitives::acquire(const pthread_mutex_t* handle) {
         // Looked up anew each time: an idle mutex may have been forgotten while the thread was
         // away.
         Mutex& mutex = mMutexes.at(handle);
-        if (!mutex.owner) return take(mutex);
+        if (!mutex.owner) return take(mutex, handle);
         mEngine.block({WaitKind::kMutex, mutex.number, kNever, &mutex.waiters});
     }
 }
 
-void Primitives::take(Mutex& mutex) {
+bool LockOrder::add(int outer, int inner) {
+    std::vector<int>& known = mInner[outer];
+    if (std::find(known.begin(), known.end(), inner) != known.end()) return false;
+    known.push_back(inner);
+    return leadsTo(inner, outer);
+}
+
+bool LockOrder::leadsTo(int from, int to) const {
+    if (from == to) return true;
+    const auto found = mInner.find(from);
+    if (found == mInner.end()) return false;
+    return std::any_of(found->second.begin(), found->second.end(),
+                       [&](int inner) { return leadsTo(inner, to); });
+}
+
+// A try that fails does not wait, so only locking asks.
+void Primitives::checkOrder(const Mutex& mutex) {
+    for (const int outer : mEngine.current().heldMutexes) {
+        if (!mOrder.add(outer, mutex.number)) continue;
+        mEngine.fail(Failure::kLockOrder, nameOf(mEngine.current()) + " takes " +
+                                                  numbered("mutex", mutex) + " under mutex #" +
+                                                  std::to_string(outer) +
+                                                  ", which was also taken the other way round");
+    }
+}
+
+void Primitives::take(Mutex& mutex, const void* address) {
     mutex.owner = &mEngine.current();
     mutex.depth = 1;
     mutex.owner->heldMutexes.push_back(mutex.number);
+    mutex.owner->heldAddresses.push_back(address);
+    if (mEngine.options().onLock) mEngine.options().onLock(address);
 }
 
-void Primitives::release(Mutex& mutex) {
-    auto& held = mutex.owner->heldMutexes;
-    held.erase(std::find(held.begin(), held.end(), mutex.number));
+void Primitives::release(Mutex& mutex, const void* address) {
+    removeOne(mutex.owner->heldMutexes, mutex.number);
+    removeOne(mutex.owner->heldAddresses, address);
     mutex.owner = nullptr;
     mutex.depth = 0;
     if (!mutex.waiters.empty()) mEngine.wake(*mutex.waiters.front(), Wake::kSignal);
@@ -126,7 +160,7 @@ int Primitives::wait(pthread_cond_t* conditionHandle, pthread_mutex_t* mutexHand
                        numbered("mutex", mutex) + ", others wait with another one");
     }
     condition.mutex = mutexHandle;
-    release(mutex);
+    release(mutex, mutexHandle);
     Wake wake = Wake::kDeadline;
     if (deadlineNs > mEngine.now()) {
         wake = mEngine.block(

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <iterator>
 #include <unordered_map>
+#include <vector>
 
 #include "sim/Engine.h"
 
@@ -41,6 +42,19 @@ class ObjectTable {
     std::unordered_map<const void*, State> mStates;
     size_t mSweepAtSize = kSmallestSweep;
     int mLastNumber = 0;
+};
+
+// Which lock was taken while which was held. Locks are known by their numbers; idle ones may get a
+// new number, which only forgets what was known about them.
+class LockOrder {
+  public:
+    // `inner` is taken while `outer` is held. Returns whether that closes a circle.
+    bool add(int outer, int inner);
+
+  private:
+    bool leadsTo(int from, int to) const;
+
+    std::unordered_map<int, std::vector<int>> mInner;
 };
 
 // The modelled mutexes and conditions; the real objects are never locked or waited on.
@@ -83,13 +97,15 @@ class Primitives {
     };
 
     void acquire(const pthread_mutex_t* handle);
-    void take(Mutex& mutex);
-    void release(Mutex& mutex);
+    void take(Mutex& mutex, const void* address);
+    void checkOrder(const Mutex& mutex);
+    void release(Mutex& mutex, const void* address);
     int lockAgain(Mutex& mutex, int kind);
     void requireHeldOnce(const Mutex& mutex);
 
     Engine& mEngine;
     ObjectTable<Mutex> mMutexes;
+    LockOrder mOrder;
     ObjectTable<Condition> mConditions;
 };
 

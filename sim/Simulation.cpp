@@ -86,6 +86,8 @@ const char* toString(Failure failure) {
             return "thread not joined";
         case Failure::kMisuse:
             return "misuse";
+        case Failure::kLockOrder:
+            return "lock order";
     }
     return "unknown";
 }
@@ -135,6 +137,14 @@ void sleepFor(int64_t durationNs) {
 
 std::vector<ThreadRecord> threads() {
     return tSelf ? tSelf->run->engine.outcome().threads : std::vector<ThreadRecord>{};
+}
+
+std::vector<const void*> heldMutexes() {
+    return tSelf ? tSelf->heldAddresses : std::vector<const void*>{};
+}
+
+bool isAwaited() {
+    return tSelf && !tSelf->joiners.empty();
 }
 
 }  // namespace sim

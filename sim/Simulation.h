@@ -28,6 +28,12 @@ namespace sim {
 enum class Schedule {
     kFirstCome,  // a thread runs until it blocks; the one that became ready first comes next
     kRandom,     // drawn from the seed, with starvation, clock jumps and spurious wake-ups
+    // The two below look for what takes few, but particular, switches. Priorities: the ready thread
+    // of the highest random priority runs, and a handful of times in the run the one that runs
+    // falls to the bottom. Preemptions: a thread runs until it blocks, but for that many
+    // switches away from it.
+    kPriorityChanges,
+    kFewPreemptions,
 };
 
 struct Options {
@@ -38,7 +44,16 @@ struct Options {
     uint64_t stepBudget = 50'000'000;  // intercepted calls before the run counts as livelocked
     int64_t timeBudgetNs = INT64_MAX;  // virtual time before the run counts as livelocked
     int failThreadCreation = 0;        // the nth pthread_create fails with EAGAIN; 0: none does
-    bool abortOnFailure = true;        // print the report and abort; otherwise only return it
+    bool failLaterThreadCreations = false;  // and so do all after the nth
+    // Random schedules only. Without jumps no thread that can run is ever overtaken by the clock,
+    // so that bounds on waiting times hold exactly.
+    bool clockJumps = true;
+    // About how many steps the run takes: the few switches are spread over so many.
+    uint64_t expectedSteps = 2'000;
+    // Called by the thread that has just taken a mutex. Must not call anything that is modelled.
+    std::function<void(const void* mutex)> onLock;
+    bool checkLockOrder = false;  // locks taken in both orders are a failure, deadlock or not
+    bool abortOnFailure = true;   // print the report and abort; otherwise only return it
 };
 
 enum class Failure {
@@ -48,6 +63,7 @@ enum class Failure {
     kTimeBudget,       // Options::timeBudgetNs used up
     kThreadNotJoined,  // a thread ended, or the body did, and nobody joined or detached it
     kMisuse,           // an error in the use of a primitive; the report says which
+    kLockOrder,        // two locks were taken in both orders; only with Options::checkLockOrder
 };
 
 const char* toString(Failure failure);
@@ -58,6 +74,7 @@ struct ThreadRecord {
     int nice = 0;
     int policy = 0;  // SCHED_OTHER, SCHED_FIFO, ...
     int priority = 0;
+    bool ended = false;
 };
 
 struct Outcome {
@@ -86,5 +103,10 @@ void sleepFor(int64_t durationNs);
 
 // What ThreadRecord shows of the calling thread's run so far.
 std::vector<ThreadRecord> threads();
+
+// The mutexes that the calling thread holds, in the order in which it took them.
+std::vector<const void*> heldMutexes();
+// Whether another thread waits for the calling one to end.
+bool isAwaited();
 
 }  // namespace sim

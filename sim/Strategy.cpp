@@ -1,5 +1,7 @@
 #include "sim/Strategy.h"
 
+#include <algorithm>
+#include <functional>
 #include <iterator>
 
 namespace sim {
@@ -13,6 +15,9 @@ constexpr uint32_t kSpuriousMaxPpm = 30'000;
 constexpr size_t kSeedsPerSpuriousFree = 4;  // one in so many seeds has no spurious wake-ups
 constexpr uint32_t kChangeMaxPpm = 500'000;  // of a thread change; halved up to so many times
 constexpr size_t kChangeHalvings = 8;
+// Of the schedules of few switches.
+constexpr size_t kMostSwitches = 4;
+constexpr size_t kMostJumps = 3;
 
 std::string percent(uint32_t ppm) {
     std::string hundredths = std::to_string(ppm / 100 % 100);
@@ -21,14 +26,63 @@ std::string percent(uint32_t ppm) {
 
 }  // namespace
 
-Strategy::Strategy(Schedule schedule, uint64_t seed) : mState(seed), mSeed(seed) {
-    if (schedule == Schedule::kFirstCome) return;
+Strategy::Strategy(const Options& options)
+      : mState(options.seed), mSeed(options.seed), mExpectedSteps(options.expectedSteps) {
+    switch (options.schedule) {
+        case Schedule::kFirstCome:
+            return;
+        case Schedule::kRandom:
+            drawRandom();
+            break;
+        case Schedule::kPriorityChanges:
+            mKind = Kind::kPriorityChanges;
+            drawFewSwitches();
+            break;
+        case Schedule::kFewPreemptions:
+            mKind = Kind::kFewPreemptions;
+            drawFewSwitches();
+            break;
+    }
+    if (options.clockJumps) return;
+    mJumpPpm = 0;
+    mJumps.clear();
+}
+
+void Strategy::drawRandom() {
     constexpr Kind kKinds[] = {Kind::kUniform, Kind::kSticky, Kind::kPriorities};
     mKind = kKinds[below(std::size(kKinds))];
     mChangePpm = kChangeMaxPpm >> below(kChangeHalvings);
     mJumpPpm = kJumpMinPpm + static_cast<uint32_t>(below(kJumpMaxPpm - kJumpMinPpm + 1));
     const bool spurious = below(kSeedsPerSpuriousFree) != 0;
     mSpuriousPpm = spurious ? static_cast<uint32_t>(below(kSpuriousMaxPpm + 1)) : 0;
+}
+
+void Strategy::drawFewSwitches() {
+    mSwitches = drawSteps(kMostSwitches);
+    mJumps = drawSteps(kMostJumps);
+}
+
+// Up to so many steps of the run, the first one last.
+std::vector<uint64_t> Strategy::drawSteps(size_t most) {
+    std::vector<uint64_t> steps(below(most + 1));
+    for (uint64_t& step : steps) step = 1 + below(static_cast<size_t>(mExpectedSteps));
+    std::sort(steps.begin(), steps.end(), std::greater<>());
+    return steps;
+}
+
+void Strategy::beginStep() {
+    ++mStep;
+}
+
+bool Strategy::isDue(std::vector<uint64_t>& steps) {
+    if (steps.empty() || steps.back() > mStep) return false;
+    steps.pop_back();
+    return true;
+}
+
+bool Strategy::jumpsClock() {
+    return mKind == Kind::kPriorityChanges || mKind == Kind::kFewPreemptions ? isDue(mJumps)
+                                                                             : chance(mJumpPpm);
 }
 
 // A Weyl sequence, mixed by two multiplications: neighbouring seeds give unrelated runs.
@@ -45,7 +99,8 @@ size_t Strategy::below(size_t limit) {
 }
 
 void Strategy::addThread() {
-    if (mKind == Kind::kPriorities) mPriorities.push_back(static_cast<int64_t>(draw() >> 1));
+    if (mKind == Kind::kPriorities || mKind == Kind::kPriorityChanges)
+        mPriorities.push_back(static_cast<int64_t>(draw() >> 1));
 }
 
 size_t Strategy::choose(const std::vector<Thread*>& ready, const Thread* current) {
@@ -57,7 +112,12 @@ size_t Strategy::choose(const std::vector<Thread*>& ready, const Thread* current
         case Kind::kSticky:
             return chooseSticky(ready, current);
         case Kind::kPriorities:
-            return chooseByPriority(ready, current);
+            return chooseByPriority(ready, current, chance(mChangePpm));
+        case Kind::kPriorityChanges:
+            return chooseByPriority(ready, current, current && isDue(mSwitches));
+        case Kind::kFewPreemptions:
+            if (current && !isDue(mSwitches)) return ready.size();
+            return below(ready.size());
     }
     return 0;
 }
@@ -67,9 +127,10 @@ size_t Strategy::chooseSticky(const std::vector<Thread*>& ready, const Thread* c
     return below(ready.size());
 }
 
-size_t Strategy::chooseByPriority(const std::vector<Thread*>& ready, const Thread* current) {
+size_t Strategy::chooseByPriority(const std::vector<Thread*>& ready, const Thread* current,
+                                  bool demotes) {
     const size_t first = highest(ready, current);
-    if (!chance(mChangePpm)) return first;
+    if (!demotes) return first;
     const Thread* demoted = first < ready.size() ? ready[first] : current;
     mPriorities[static_cast<size_t>(demoted->record.id)] = mLowestPriority--;
     return highest(ready, current);
@@ -91,7 +152,10 @@ size_t Strategy::highest(const std::vector<Thread*>& ready, const Thread* curren
 
 std::string Strategy::describe() const {
     if (mKind == Kind::kFirstCome) return "first-come schedule, the same for every seed";
-    std::string text = "replay with seed " + std::to_string(mSeed) + ", random schedule (";
+    std::string text = "replay with seed " + std::to_string(mSeed) + ", ";
+    if (mKind == Kind::kPriorityChanges) return text + "schedule of few priority changes";
+    if (mKind == Kind::kFewPreemptions) return text + "schedule of few preemptions";
+    text += "random schedule (";
     if (mKind == Kind::kUniform) text += "any thread at every step";
     if (mKind == Kind::kSticky) text += "thread left at " + percent(mChangePpm) + " of the steps";
     if (mKind == Kind::kPriorities) text += "priorities, demotion at " + percent(mChangePpm);

@@ -17,12 +17,18 @@ namespace sim {
 // races), mostly the running one (long undisturbed stretches), or always the ready thread of the
 // highest random priority, demoted now and then (whole threads starve). It also draws how often the
 // clock jumps although threads could run, and how often a condition wakes without a signal.
+//
+// The schedules of few switches draw beforehand at which steps of the run they happen: most faults
+// need two or three switches at the right places, and then their places are found sooner than among
+// the many switches of a random schedule.
 class Strategy {
   public:
-    Strategy(Schedule schedule, uint64_t seed);
+    explicit Strategy(const Options& options);
 
     bool isRandom() const { return mKind != Kind::kFirstCome; }
-    bool jumpsClock() { return chance(mJumpPpm); }
+    // Before the questions about one step.
+    void beginStep();
+    bool jumpsClock();
     bool wakesSpuriously() { return chance(mSpuriousPpm); }
     size_t below(size_t limit);
 
@@ -35,12 +41,23 @@ class Strategy {
     std::string describe() const;
 
   private:
-    enum class Kind { kFirstCome, kUniform, kSticky, kPriorities };
+    enum class Kind {
+        kFirstCome,
+        kUniform,
+        kSticky,
+        kPriorities,
+        kPriorityChanges,
+        kFewPreemptions
+    };
 
     uint64_t draw();
     bool chance(uint32_t ppm) { return below(1'000'000) < ppm; }
     size_t chooseSticky(const std::vector<Thread*>& ready, const Thread* current);
-    size_t chooseByPriority(const std::vector<Thread*>& ready, const Thread* current);
+    void drawRandom();
+    void drawFewSwitches();
+    std::vector<uint64_t> drawSteps(size_t most);
+    bool isDue(std::vector<uint64_t>& steps);
+    size_t chooseByPriority(const std::vector<Thread*>& ready, const Thread* current, bool demotes);
     size_t highest(const std::vector<Thread*>& ready, const Thread* current) const;
 
     Kind mKind = Kind::kFirstCome;
@@ -49,6 +66,10 @@ class Strategy {
     uint32_t mChangePpm = 0;  // kSticky: of leaving the running thread; kPriorities: of a demotion
     uint32_t mJumpPpm = 0;
     uint32_t mSpuriousPpm = 0;
+    uint64_t mExpectedSteps;
+    uint64_t mStep = 0;
+    std::vector<uint64_t> mSwitches;   // steps that are left, the next one last
+    std::vector<uint64_t> mJumps;      // likewise
     std::vector<int64_t> mPriorities;  // by thread id, the greater the sooner
     int64_t mLowestPriority = -1;      // below all that were drawn; every demotion goes lower
 };

@@ -60,6 +60,7 @@ struct Thread {
     Wait wait;
     Wake wake = Wake::kSignal;     // how the last wait ended
     std::vector<int> heldMutexes;  // their numbers
+    std::vector<const void*> heldAddresses;
     WaitQueue joiners;
     bool detached = false;
     bool ended = false;

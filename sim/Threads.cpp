@@ -86,7 +86,7 @@ Thread& Threads::createBody(void* (*start)(void*), void* argument) {
 int Threads::create(pthread_t* handle, const pthread_attr_t* attributes, void* (*start)(void*),
                     void* argument) {
     mEngine.step();
-    if (++mCreations == mEngine.options().failThreadCreation) return EAGAIN;
+    if (failsNow(++mCreations)) return EAGAIN;
     auto thread = std::make_unique<Thread>();
     Thread& created = *thread;
     created.start = start;
@@ -98,6 +98,13 @@ int Threads::create(pthread_t* handle, const pthread_attr_t* attributes, void* (
     *handle = created.handle;
     mEngine.progress();
     return 0;
+}
+
+bool Threads::failsNow(int creation) const {
+    const Options& options = mEngine.options();
+    if (options.failThreadCreation == 0) return false;
+    return options.failLaterThreadCreations ? creation >= options.failThreadCreation
+                                            : creation == options.failThreadCreation;
 }
 
 int Threads::launch(std::unique_ptr<Thread> thread, const pthread_attr_t* attributes) {

@@ -34,6 +34,7 @@ class Threads {
     Thread* find(pid_t tid) const;  // 0 is the caller
 
   private:
+    bool failsNow(int creation) const;
     int launch(std::unique_ptr<Thread> thread, const pthread_attr_t* attributes);
     int joinForReal(Thread& thread, void** result);
     Thread& joinable(pthread_t handle, const char* verb);

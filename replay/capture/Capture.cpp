@@ -16,12 +16,17 @@ constexpr int64_t kNsPerSecond = 1'000'000'000;
 constexpr int64_t kMaxPending = 64;
 // Vsyncs are made up for the whole time, so a damaged timestamp must not stretch it at will.
 constexpr int64_t kMaxCaptureSeconds = 2 * 60 * 60;
+// Two hours of the fastest display need a third of it, with every counter there is.
+constexpr size_t kMaxSamples = 8 * 1024 * 1024;
+// Each layer that an application opens is a counter of its own.
+constexpr size_t kMaxCounters = 4096;
 constexpr size_t kMaxNamedCounters = 4;
 constexpr double kMinRefreshHz = 20;
 constexpr double kMaxRefreshHz = 500;
 constexpr double kRefreshTolerance = 0.02;
 
 constexpr std::string_view kVsyncCounters[] = {"VSYNC-sf", "VSYNC-app", "VSYNC-appSf"};
+constexpr size_t kMaxVsyncChars = 256;  // a display's number follows
 constexpr std::string_view kHardwareVsync = "HW_VSYNC";
 // Shows whether the hardware's vsyncs are switched on, not the vsyncs.
 constexpr std::string_view kHardwareVsyncSwitch = "HW_VSYNC_ON";
@@ -40,6 +45,7 @@ std::optional<size_t> vsyncRank(std::string_view name) {
     const auto* found = std::find(std::begin(kVsyncCounters), std::end(kVsyncCounters), name);
     const auto rank = static_cast<size_t>(found - std::begin(kVsyncCounters));
     if (found != std::end(kVsyncCounters)) return rank;
+    if (name.size() > kMaxVsyncChars) return std::nullopt;
     if (startsWith(name, kHardwareVsync) && !startsWith(name, kHardwareVsyncSwitch)) return rank;
     return std::nullopt;
 }
@@ -64,6 +70,20 @@ bool isPlausible(int64_t periodNs) {
     return rateOf(periodNs) >= kMinRefreshHz && rateOf(periodNs) <= kMaxRefreshHz;
 }
 
+[[noreturn]] void failAsTooBig() {
+    throw InputError("more than " + std::to_string(kMaxSamples) + " events or " +
+                     std::to_string(kMaxCounters) +
+                     " layers; cut the capture to the part of interest");
+}
+
+std::string namesOf(const std::vector<VsyncCounter>& counters) {
+    std::vector<std::string> names;
+    for (const VsyncCounter& counter : counters) names.push_back(counter.name);
+    const bool more = names.size() > kMaxNamedCounters;
+    if (more) names.resize(kMaxNamedCounters);
+    return joined(names) + (more ? " and more" : "");
+}
+
 void checkRefresh(int64_t measuredNs, const std::string& source, double refreshHz) {
     const double measuredHz = rateOf(measuredNs);
     if (std::abs(measuredHz - refreshHz) <= kRefreshTolerance * measuredHz) return;
@@ -73,7 +93,7 @@ void checkRefresh(int64_t measuredNs, const std::string& source, double refreshH
 
 }  // namespace
 
-CaptureBuilder::Use CaptureBuilder::useOf(const std::string& name) {
+CaptureBuilder::Use CaptureBuilder::useOf(std::string_view name) {
     if (vsyncRank(name)) return Use::kVsync;
     return layerOfCounter(name) ? Use::kLayer : Use::kNone;
 }
@@ -83,66 +103,75 @@ void CaptureBuilder::addMarker(int64_t timeNs, std::string_view payload) {
     const size_t nameStart = payload.find('|', 2);
     if (nameStart == std::string_view::npos) return;
     const size_t nameEnd = payload.find('|', nameStart + 1);
-    const std::string name(payload.substr(nameStart + 1, nameEnd - nameStart - 1));
+    const std::string_view name = payload.substr(nameStart + 1, nameEnd - nameStart - 1);
     // Browsers append a category as one more field.
     std::string_view text = nameEnd == std::string_view::npos ? "" : payload.substr(nameEnd + 1);
-    text = text.substr(0, text.find_first_of("| \n"));
+    text = text.substr(0, text.find_first_of("| "));
     int64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error == std::errc() && end == text.data() + text.size())
         return addCounter(timeNs, name, value);
     if (useOf(name) == Use::kNone) return;
-    throw InputError("counter " + inQuotes(name) + " has no whole number: " +
-                     inQuotes(std::string(text)) + "; remove the line or capture again");
+    throw DamagedMarker("counter " + inQuotes(std::string(name)) +
+                        " has no whole number: " + inQuotes(std::string(text)));
 }
 
-void CaptureBuilder::addCounter(int64_t timeNs, const std::string& name, int64_t value) {
-    const auto known = mSamples.find(name);
-    const Use use = useOf(name);
-    if (use == Use::kNone) {
-        noteOther(name);
-        return;
-    }
+void CaptureBuilder::addCounter(int64_t timeNs, std::string_view name, int64_t value) {
+    const auto known = mCounters.find(name);
+    const Use use = known == mCounters.end() ? useOf(name) : known->second.use;
+    if (use == Use::kNone) return noteOther(name);
     if (use == Use::kLayer && (value < 0 || value > kMaxPending)) {
-        throw InputError("counter " + inQuotes(name) + " is " + std::to_string(value) +
-                         ", but a queue holds 0 to " + std::to_string(kMaxPending) +
-                         " buffers; remove the line or capture again");
+        throw DamagedMarker("counter " + inQuotes(std::string(name)) + " is " +
+                            std::to_string(value) + ", but a queue holds 0 to " +
+                            std::to_string(kMaxPending) + " buffers");
     }
     noteTime(timeNs);
-    auto& samples = known == mSamples.end() ? mSamples[name] : known->second;
-    samples.push_back({timeNs, value});
+    if (++mSampleCount > kMaxSamples) failAsTooBig();
+    samplesOf(name, use).push_back({timeNs, value});
 }
 
-void CaptureBuilder::noteOther(const std::string& name) {
+std::vector<CaptureBuilder::Sample>& CaptureBuilder::samplesOf(std::string_view name, Use use) {
+    const auto known = mCounters.find(name);
+    if (known != mCounters.end()) return known->second.samples;
+    if (mCounters.size() >= kMaxCounters) failAsTooBig();
+    return mCounters.emplace(name, Counter{use, {}}).first->second.samples;
+}
+
+void CaptureBuilder::noteOther(std::string_view name) {
     if (mOtherCounters.size() > kMaxNamedCounters) return;
     const bool isNew =
             std::find(mOtherCounters.begin(), mOtherCounters.end(), name) == mOtherCounters.end();
-    if (isNew) mOtherCounters.push_back(name);
+    if (isNew) mOtherCounters.emplace_back(name);
 }
 
 void CaptureBuilder::noteTime(int64_t timeNs) {
-    if (timeNs < mLastTimeNs) ++mOutOfOrder;
-    mFirstTimeNs = std::min(mFirstTimeNs, timeNs);
-    mLastTimeNs = std::max(mLastTimeNs, timeNs);
-    if (mLastTimeNs - mFirstTimeNs <= kMaxCaptureSeconds * kNsPerSecond) return;
-    throw InputError("the counters span more than " + std::to_string(kMaxCaptureSeconds / 3600) +
-                     " hours; cut the capture to the part of interest");
+    const int64_t first = std::min(mFirstTimeNs, timeNs);
+    const int64_t last = std::max(mLastTimeNs, timeNs);
+    if (last - first > kMaxCaptureSeconds * kNsPerSecond) {
+        throw DamagedMarker("the counters span more than " +
+                            std::to_string(kMaxCaptureSeconds / 3600) +
+                            " hours; cut the capture to the part of interest");
+    }
+    if (timeNs < mLastTimeNs && !mCpusInTurn) ++mOutOfOrder;
+    mFirstTimeNs = first;
+    mLastTimeNs = last;
 }
 
 // Captures are merged from one buffer per CPU, so a few lines usually come late.
-std::vector<CaptureBuilder::Sample> CaptureBuilder::sorted(const std::string& counter) const {
-    std::vector<Sample> samples = mSamples.at(counter);
+std::vector<CaptureBuilder::Sample> CaptureBuilder::sorted(
+        const std::vector<Sample>& captured) const {
+    std::vector<Sample> samples = captured;
     std::stable_sort(samples.begin(), samples.end(),
                      [](const Sample& a, const Sample& b) { return a.timeNs < b.timeNs; });
     for (Sample& sample : samples) sample.timeNs -= mFirstTimeNs;
     return samples;
 }
 
-LayerEvents CaptureBuilder::layerEvents(const std::string& counter) const {
+LayerEvents CaptureBuilder::layerEvents(const std::string& name, const Counter& counter) const {
     LayerEvents events;
-    events.counter = counter;
-    events.name = *layerOfCounter(counter);
-    const std::vector<Sample> samples = sorted(counter);
+    events.counter = name;
+    events.name = *layerOfCounter(name);
+    const std::vector<Sample> samples = sorted(counter.samples);
     // The capture may begin with buffers in the queue: what was there at the first sample is no
     // event.
     int64_t level = samples.front().value;
@@ -153,15 +182,17 @@ LayerEvents CaptureBuilder::layerEvents(const std::string& counter) const {
             --level;
             events.consumes.push_back({sample.timeNs, static_cast<int>(level)});
         }
+        // One sample may stand for many buffers.
+        if (events.queueTimesNs.size() > kMaxSamples) failAsTooBig();
     }
     return events;
 }
 
 // Every toggle is a vsync, the first one seen too: tracing shows the counter only when it changes.
-VsyncCounter CaptureBuilder::vsyncCounter(const std::string& counter) const {
-    VsyncCounter vsync{counter, {}};
+VsyncCounter CaptureBuilder::vsyncCounter(const std::string& name, const Counter& counter) const {
+    VsyncCounter vsync{name, {}};
     std::optional<int64_t> level;
-    for (const Sample& sample : sorted(counter)) {
+    for (const Sample& sample : sorted(counter.samples)) {
         if (sample.value != level) vsync.timesNs.push_back(sample.timeNs);
         level = sample.value;
     }
@@ -170,9 +201,9 @@ VsyncCounter CaptureBuilder::vsyncCounter(const std::string& counter) const {
 
 std::vector<LayerEvents> CaptureBuilder::layers() const {
     std::map<std::string, LayerEvents> layers;
-    for (const auto& [counter, samples] : mSamples) {
-        if (useOf(counter) != Use::kLayer) continue;
-        LayerEvents events = layerEvents(counter);
+    for (const auto& [name, counter] : mCounters) {
+        if (counter.use != Use::kLayer) continue;
+        LayerEvents events = layerEvents(name, counter);
         // Some releases show one layer under two counters: the fuller one counts.
         const auto known = layers.find(events.name.layer);
         const size_t knownCount = known == layers.end() ? 0 : known->second.queueTimesNs.size();
@@ -185,8 +216,8 @@ std::vector<LayerEvents> CaptureBuilder::layers() const {
 
 std::vector<VsyncCounter> CaptureBuilder::vsyncs() const {
     std::vector<VsyncCounter> result;
-    for (const auto& [counter, samples] : mSamples) {
-        if (useOf(counter) == Use::kVsync) result.push_back(vsyncCounter(counter));
+    for (const auto& [name, counter] : mCounters) {
+        if (counter.use == Use::kVsync) result.push_back(vsyncCounter(name, counter));
     }
     std::stable_sort(result.begin(), result.end(),
                      [](const VsyncCounter& a, const VsyncCounter& b) {
@@ -197,7 +228,7 @@ std::vector<VsyncCounter> CaptureBuilder::vsyncs() const {
 
 void CaptureBuilder::failWithoutLayers(const std::string& source) const {
     std::vector<std::string> found;
-    for (const auto& [name, samples] : mSamples) found.push_back(name);
+    for (const auto& [name, counter] : mCounters) found.push_back(name);
     found.insert(found.end(), mOtherCounters.begin(), mOtherCounters.end());
     const bool more = found.size() > kMaxNamedCounters;
     if (more) found.resize(kMaxNamedCounters);
@@ -234,9 +265,9 @@ VsyncTrack vsyncTrack(const Capture& capture, std::optional<double> refreshHz) {
     }
     if (!refreshHz) {
         throw InputError(capture.source +
-                         ": the vsync counters (VSYNC-sf, VSYNC-app, VSYNC-appSf, HW_VSYNC_*) do "
-                         "not tell the "
-                         "display's rate; say it with --refresh HZ");
+                         ": no vsync counter tells the display's rate; looked for VSYNC-sf, "
+                         "VSYNC-app, VSYNC-appSf and HW_VSYNC_*, found " +
+                         namesOf(capture.vsyncs) + "; say it with --refresh HZ");
     }
     VsyncTrack track{
             std::llround(static_cast<double>(kNsPerSecond) / *refreshHz), {}, "--refresh", 0};

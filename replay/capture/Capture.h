@@ -3,12 +3,14 @@
 // A capture as the replay needs it: what happened to each layer's buffers and when the vsyncs were.
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "replay/Error.h"
 #include "replay/capture/LayerName.h"
 #include "replay/capture/VsyncTrack.h"
 
@@ -43,18 +45,28 @@ struct Capture {
     int64_t durationNs = 0;            // from the first to the last event
     std::vector<LayerEvents> layers;   // by name
     std::vector<VsyncCounter> vsyncs;  // the most telling counter first
+    std::string lost;                  // what the capture lacks, one line; empty if nothing
     uint64_t outOfOrder = 0;           // lines that were older than one before them
-    uint64_t lostEvents = 0;
-    bool lastLineCutOff = false;
+};
+
+// One marker of a counter that matters makes no sense. The rest of the capture may be fine.
+class DamagedMarker : public InputError {
+  public:
+    using InputError::InputError;
 };
 
 // Gathers the counters of a capture. Single-threaded; times are ns of the capture's own clock.
+// Memory grows with the changes of the counters that matter, up to a limit beyond any real capture.
 class CaptureBuilder {
   public:
     // Takes what is of use from a userspace marker ("C|123|VSYNC-sf|1"), in the order of the
-    // capture. Throws InputError for a damaged one of a counter that matters.
+    // capture. Throws DamagedMarker and leaves it out; throws InputError if the capture is too big.
     void addMarker(int64_t timeNs, std::string_view payload);
-    void addCounter(int64_t timeNs, const std::string& name, int64_t value);
+    void addCounter(int64_t timeNs, std::string_view name, int64_t value);
+
+    // The capture is written one CPU after the other by design, so that being out of order is no
+    // news.
+    void expectCpusInTurn() { mCpusInTurn = true; }
 
     // Throws InputError if nothing can be replayed from what was added.
     Capture build(const std::string& source) const;
@@ -65,19 +77,26 @@ class CaptureBuilder {
         int64_t value;
     };
     enum class Use { kLayer, kVsync, kNone };
+    struct Counter {
+        Use use;
+        std::vector<Sample> samples;
+    };
 
-    static Use useOf(const std::string& name);
+    static Use useOf(std::string_view name);
     void noteTime(int64_t timeNs);
-    void noteOther(const std::string& name);
-    std::vector<Sample> sorted(const std::string& counter) const;
-    LayerEvents layerEvents(const std::string& counter) const;
-    VsyncCounter vsyncCounter(const std::string& counter) const;
+    void noteOther(std::string_view name);
+    std::vector<Sample>& samplesOf(std::string_view name, Use use);
+    std::vector<Sample> sorted(const std::vector<Sample>& samples) const;
+    LayerEvents layerEvents(const std::string& name, const Counter& counter) const;
+    VsyncCounter vsyncCounter(const std::string& name, const Counter& counter) const;
     std::vector<LayerEvents> layers() const;
     std::vector<VsyncCounter> vsyncs() const;
     [[noreturn]] void failWithoutLayers(const std::string& source) const;
 
-    std::map<std::string, std::vector<Sample>> mSamples;  // of the counters that matter
-    std::vector<std::string> mOtherCounters;              // a few that do not, for the message
+    std::map<std::string, Counter, std::less<>> mCounters;  // those that matter
+    std::vector<std::string> mOtherCounters;                // a few that do not, for the message
+    size_t mSampleCount = 0;                                // of all counters that matter
+    bool mCpusInTurn = false;
     int64_t mFirstTimeNs = INT64_MAX;
     int64_t mLastTimeNs = INT64_MIN;
     uint64_t mOutOfOrder = 0;

@@ -33,11 +33,11 @@ std::optional<LayerName> assemble(const Parts& parts) {
 }  // namespace
 
 std::optional<LayerName> layerOfCounter(std::string_view counter) {
+    if (counter.size() > kMaxCounterChars) return std::nullopt;
     const bool isNew = counter.substr(0, kNewPrefix.size()) == kNewPrefix;
     const bool isOld = counter.substr(0, kOldPrefix.size()) == kOldPrefix;
     const size_t hash = counter.find_last_of('#');
     if ((!isNew && !isOld) || hash == std::string_view::npos) return std::nullopt;
-    if (counter.size() > kMaxCounterChars) return std::nullopt;
     Parts parts;
     parts.number = counter.substr(hash + 1);
     if (isOld) {

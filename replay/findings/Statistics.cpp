@@ -18,12 +18,6 @@ std::vector<int64_t> differences(const std::vector<int64_t>& timesNs) {
     return result;
 }
 
-size_t countLonger(const std::vector<int64_t>& intervalsNs, int64_t periodNs, int halfPeriods) {
-    return static_cast<size_t>(
-            std::count_if(intervalsNs.begin(), intervalsNs.end(),
-                          [&](int64_t interval) { return 2 * interval > halfPeriods * periodNs; }));
-}
-
 void OnTimes::on(int64_t timeNs) {
     lapse(timeNs);
     if (!mSince) mSince = timeNs;

@@ -14,9 +14,6 @@ int64_t percentile(std::vector<int64_t> values, int percent);
 
 std::vector<int64_t> differences(const std::vector<int64_t>& timesNs);
 
-// How many intervals exceed `halfPeriods` halves of the period: 3 for one vsync missed, 5 for two.
-size_t countLonger(const std::vector<int64_t>& intervalsNs, int64_t periodNs, int halfPeriods);
-
 // Spans of time during which something was on, from a sequence of switches.
 class OnTimes {
   public:

@@ -1,245 +1,217 @@
 #include "replay/findings/Summary.h"
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
-#include <numeric>
 
 #include "replay/Error.h"
-#include "replay/findings/Effects.h"
-#include "replay/findings/Statistics.h"
+#include "replay/findings/Format.h"
+#include "replay/findings/FrameFindings.h"
 
 namespace replay {
 
 namespace {
 
-constexpr double kNsPerMs = 1e6;
-constexpr double kNsPerSecond = 1e9;
-constexpr size_t kMaxSpansShown = 4;
-constexpr int kMissedOneHalfPeriods = 3;
-constexpr int kMissedTwoHalfPeriods = 5;
-// Below this a call took its time, but was not held.
-constexpr int64_t kMinHoldNs = 100'000;
+constexpr size_t kMaxSwitchesShown = 6;
+constexpr size_t kMaxWorstShown = 3;
 
-__attribute__((format(printf, 1, 2))) std::string format(const char* pattern, ...) {
-    char text[512];
-    va_list arguments;
-    va_start(arguments, pattern);
-    std::vsnprintf(text, sizeof(text), pattern, arguments);
-    va_end(arguments);
-    return text;
+std::string describe(const Distribution& distribution) {
+    return format("p50 %.3f ms, p95 %.3f ms, p99 %.3f ms, max %.3f ms", toMs(distribution.p50),
+                  toMs(distribution.p95), toMs(distribution.p99), toMs(distribution.max));
 }
 
-double toMs(int64_t ns) {
-    return static_cast<double>(ns) / kNsPerMs;
-}
-double toSeconds(int64_t ns) {
-    return static_cast<double>(ns) / kNsPerSecond;
-}
-
-// "2 times, 9.100 s in all: 1.2-5.3 s, 6.0-11.0 s"
-std::string describeSpans(const OnTimes& times) {
-    const auto& spans = times.spans();
-    if (spans.empty()) return "never";
-    std::string text = format("%zu x, %.3f s in all:", spans.size(), toSeconds(times.totalNs()));
-    for (size_t i = 0; i < spans.size() && i < kMaxSpansShown; ++i) {
-        text += format("%s %.3f to %.3f", i == 0 ? "" : ",", toSeconds(spans[i].first),
-                       toSeconds(spans[i].second));
-    }
-    return text + (spans.size() > kMaxSpansShown ? ", ..." : "");
-}
-
-std::string describeRegulator(const Effects& effects, const OnTimes& times) {
-    return effects.debugSeen ? describeSpans(times)
-                             : "not known, needs vendor.perf.cindral.debug=1";
-}
-
-std::string describeLock(const Effects::Lock& lock) {
-    return format("%zu acquired, %zu released, %.3f s held", lock.acquired, lock.released,
-                  toSeconds(lock.held.totalNs()));
+std::string describe(const std::vector<LockSpan>& spans, int64_t totalNs) {
+    const auto released = std::count_if(spans.begin(), spans.end(),
+                                        [](const LockSpan& span) { return span.released; });
+    return format("%.3f s, %zu x, %td given back", toSeconds(totalNs), spans.size(), released);
 }
 
 class Writer {
   public:
-    Writer(const Capture& capture, const LayerEvents& layer, const VsyncTrack& vsyncs,
-           const Run& run)
-          : mCapture(capture), mLayer(layer), mVsyncs(vsyncs), mRun(run), mEffects(effectsOf(run)) {
-        for (const FedEvent& event : run.fed) {
-            if (event.kind == FedEvent::Kind::kQueue) mQueued.push_back(event);
-        }
-    }
+    explicit Writer(const Findings& findings) : mFindings(findings) {}
 
     std::vector<SummaryRow> write() {
         captureSection();
-        librarySection();
+        conditionsSection();
         frameSection();
         holdSection();
+        if (!mFindings.withLibrary) return std::move(mRows);
+        librarySection();
         boostSection();
         powerSection();
         return std::move(mRows);
     }
 
   private:
-    void section(const std::string& name) { mRows.push_back({"", name}); }
+    void section(const std::string& name) { mRows.push_back({"", name, true}); }
     void row(const std::string& label, const std::string& value) {
-        mRows.push_back({label, value});
+        mRows.push_back({label, value, false});
     }
+    void countRow(const std::string& label, size_t number) { row(label, format("%zu", number)); }
 
     void captureSection() {
         section("Capture");
-        row("source", mCapture.source);
-        row("layer", mLayer.name.layer);
-        row("time 0", format("%.6f s on the capture's clock", toSeconds(mCapture.originNs)));
-        row("duration", format("%.3f s", toSeconds(mCapture.durationNs)));
+        row("source", mFindings.source);
+        row("layer", mFindings.layer);
+        if (mFindings.capturedFrames > 0) {
+            row("time 0", format("%.6f s on the capture's clock", toSeconds(mFindings.originNs)));
+            row("duration", format("%.3f s", toSeconds(mFindings.durationNs)));
+        }
         row("refresh", describeRefresh());
-        row("buffers",
-            format("%zu queued, %zu consumed", mLayer.queueTimesNs.size(), mLayer.consumes.size()));
-        const std::string damage = describeDamage();
-        if (!damage.empty()) row("damage", damage);
+        if (mFindings.capturedFrames > 0) {
+            row("buffers", format("%zu queued, %zu consumed", mFindings.capturedFrames,
+                                  mFindings.capturedLatches));
+        }
+        if (!mFindings.damage.empty()) row("damage", mFindings.damage);
     }
 
     std::string describeRefresh() const {
-        const int rateClass = displayRateClass(mVsyncs.periodNs);
-        return format("%.3f Hz, %.6f ms (%s; %zu of %zu vsyncs continued), ",
-                      1e9 / static_cast<double>(mVsyncs.periodNs), toMs(mVsyncs.periodNs),
-                      mVsyncs.source.c_str(), mVsyncs.continued, mVsyncs.timesNs.size()) +
-               (rateClass == 0 ? "in no rate class of the library" : format("class %d", rateClass));
+        const std::string continued =
+                mFindings.continuedVsyncs == 0
+                        ? ""
+                        : format("; %zu vsyncs continued", mFindings.continuedVsyncs);
+        return format("%.3f Hz, %.6f ms (%s%s), ", 1e9 / static_cast<double>(mFindings.periodNs),
+                      toMs(mFindings.periodNs), mFindings.refreshSource.c_str(),
+                      continued.c_str()) +
+               (mFindings.displayClass == 0 ? "in no rate class of the library"
+                                            : format("class %d", mFindings.displayClass));
     }
 
-    std::string describeDamage() const {
-        std::string text;
-        const auto add = [&](const std::string& what) {
-            text += (text.empty() ? "" : "; ") + what;
-        };
-        if (mCapture.lostEvents > 0) {
-            add(format("%llu events lost by the kernel",
-                       static_cast<unsigned long long>(mCapture.lostEvents)));
+    void conditionsSection() {
+        if (mFindings.conditions.empty()) return;
+        section("Conditions");
+        for (const auto& [name, value] : mFindings.conditions) {
+            // Properties are too long for a label.
+            const bool isProperty = name.find('.') != std::string::npos;
+            row(isProperty ? "property" : name, isProperty ? name + "=" + value : value);
         }
-        if (mCapture.outOfOrder > 0) {
-            add(format("%llu lines out of order, sorted",
-                       static_cast<unsigned long long>(mCapture.outOfOrder)));
-        }
-        if (mCapture.lastLineCutOff) add("last line cut off, ignored");
-        return text;
     }
 
     void librarySection() {
         section("Library");
-        row("decision", mEffects.decision.empty() ? "none logged" : mEffects.decision);
-        row("environment built", mEffects.environmentNs
-                                         ? format("at %.3f s", toSeconds(*mEffects.environmentNs))
+        row("decision", mFindings.decision.empty() ? "none logged" : mFindings.decision);
+        row("environment built", mFindings.environmentNs
+                                         ? format("at %.3f s", toSeconds(*mFindings.environmentNs))
                                          : "never");
-        row("frame regulator on", describeRegulator(mEffects, mEffects.frameRegulator));
-        row("headroom regulator on", describeRegulator(mEffects, mEffects.headroomRegulator));
-        if (!mEffects.errors.empty()) {
-            row("errors logged",
-                format("%zu, first ", mEffects.errors.size()) + inQuotes(mEffects.errors.front()));
+        regulatorRows("frame regulator on", mFindings.frameRegulator);
+        regulatorRows("headroom regulator on", mFindings.headroomRegulator);
+        if (!mFindings.headroomNs.empty()) row("headroom", describeHeadroom());
+        if (!mFindings.errors.empty()) {
+            row("errors logged", format("%zu, first ", mFindings.errors.size()) +
+                                         inQuotes(mFindings.errors.front()));
         }
     }
 
-    // What the game did on the device next to what it did when the library held it.
-    void frameSection() {
-        const std::vector<int64_t> captured = differences(mLayer.queueTimesNs);
-        std::vector<int64_t> returnTimes;
-        for (const FedEvent& event : mQueued) returnTimes.push_back(event.returnedNs);
-        const std::vector<int64_t> paced = differences(returnTimes);
-        section("Frame intervals           as captured      as paced");
-        for (const int percent : {50, 95, 99, 100}) {
-            row(percent == 100 ? "max" : format("p%d", percent),
-                format("%11.3f ms %10.3f ms", toMs(percentile(captured, percent)),
-                       toMs(percentile(paced, percent))));
-        }
-        row("one vsync late or more", countRow(captured, paced, kMissedOneHalfPeriods));
-        row("two vsyncs late or more", countRow(captured, paced, kMissedTwoHalfPeriods));
-    }
-
-    std::string countRow(const std::vector<int64_t>& captured, const std::vector<int64_t>& paced,
-                         int halfPeriods) const {
-        return format("%11zu    %10zu", countLonger(captured, mVsyncs.periodNs, halfPeriods),
-                      countLonger(paced, mVsyncs.periodNs, halfPeriods));
-    }
-
-    void holdSection() {
-        std::vector<int64_t> holds;
-        for (const FedEvent& event : mQueued) holds.push_back(event.heldNs());
-        const auto held = std::count_if(holds.begin(), holds.end(),
-                                        [](int64_t ns) { return ns >= kMinHoldNs; });
-        const int64_t total = std::accumulate(holds.begin(), holds.end(), int64_t{0});
-        section("Queueing thread held");
-        row("buffers held", format("%td of %zu", held, holds.size()));
-        row("per buffer", format("p50 %.3f ms, p95 %.3f ms, p99 %.3f ms, max %.3f ms",
-                                 toMs(percentile(holds, 50)), toMs(percentile(holds, 95)),
-                                 toMs(percentile(holds, 99)), toMs(percentile(holds, 100))));
-        row("total", format("%.3f s", toSeconds(total)));
-        row("delivered late", describeLate());
-    }
-
-    // Calls that the compositor made later than captured because their thread was still in the
-    // library.
-    std::string describeLate() const {
-        std::string text;
-        for (const FedEvent::Kind kind :
-             {FedEvent::Kind::kQueue, FedEvent::Kind::kConsume, FedEvent::Kind::kVsync}) {
-            size_t count = 0;
-            int64_t worst = 0;
-            for (const FedEvent& event : mRun.fed) {
-                if (event.kind != kind || event.lateNs() <= 0) continue;
-                ++count;
-                worst = std::max(worst, event.lateNs());
+    void regulatorRows(const std::string& label, const Regulator& regulator) {
+        if (!mFindings.debugSeen) return row(label, "not known, needs vendor.perf.cindral.debug=1");
+        row(label, regulator.spans.empty() ? "never"
+                                           : format("%.3f s, %zu x", toSeconds(regulator.onNs),
+                                                    regulator.spans.size()));
+        size_t shown = 0;
+        for (const RegulatorSwitch& change : regulator.switches) {
+            if (shown++ == kMaxSwitchesShown) {
+                row("", format("... and %zu more, see --log",
+                               regulator.switches.size() - kMaxSwitchesShown));
+                return;
             }
-            text += std::string(text.empty() ? "" : ", ") + toString(kind) + format(" %zu", count);
-            if (count > 0) text += format(" (by up to %.3f ms)", toMs(worst));
+            row("", format("%9.3f s %s: %s", toSeconds(change.timeNs), change.on ? "on " : "off",
+                           change.reason.c_str()));
+        }
+    }
+
+    std::string describeHeadroom() const {
+        std::vector<int64_t> values;
+        for (const Sample& sample : mFindings.headroomNs) {
+            values.push_back(static_cast<int64_t>(sample.value));
+        }
+        const auto [least, most] = std::minmax_element(values.begin(), values.end());
+        return format("%.3f ms at first, %.3f to %.3f ms, %zu steps", toMs(values.front()),
+                      toMs(*least), toMs(*most), values.size() - 1);
+    }
+
+    // What the game did on the device next to what it did here.
+    void frameSection() {
+        section("Frames");
+        countRow("frames", mFindings.frames.size());
+        row("late", format("%zu; by more than 1 vsync %zu, by more than 2 vsyncs %zu",
+                           mFindings.late[0], mFindings.late[1], mFindings.late[2]));
+        countRow("stutters", mFindings.stutters.size());
+        row("frame time", describe(mFindings.frameTimeNs));
+        if (mFindings.capturedFrames > 0) {
+            row("as captured", describe(distributionOf(mFindings.capturedIntervalsNs)));
+        }
+        row("render time", describe(mFindings.renderTimeNs));
+        row("queue to latch", describe(mFindings.latencyNs));
+        row("worst", describeWorst());
+        if (mFindings.zeroRenderTimes > 0) {
+            row("came at once", format("%zu frames with no render time, as their thread was held "
+                                       "beyond their captured time; see --model",
+                                       mFindings.zeroRenderTimes));
+        }
+    }
+
+    std::string describeWorst() const {
+        std::string text;
+        for (size_t i = 0; i < mFindings.worst.size() && i < kMaxWorstShown; ++i) {
+            const int index = mFindings.worst[i];
+            const Frame& frame = mFindings.frames[static_cast<size_t>(index)];
+            text += format("%sframe %d at %.3f s: %.3f ms", i == 0 ? "" : ", ", index,
+                           toSeconds(frame.queuedNs), toMs(frame.intervalNs));
         }
         return text;
     }
 
+    void holdSection() {
+        section("Queueing thread held");
+        row("frames held", format("%zu of %zu", mFindings.framesHeld, mFindings.frames.size()));
+        row("per frame", describe(mFindings.heldNs));
+        row("total", format("%.3f s", toSeconds(mFindings.heldNs.total)));
+        size_t late = 0;
+        int64_t worstNs = 0;
+        for (const Frame& frame : mFindings.frames) {
+            if (frame.delayNs() <= 0) continue;
+            ++late;
+            worstNs = std::max(worstNs, frame.delayNs());
+        }
+        if (late > 0) row("delivered late", format("%zu, by up to %.3f ms", late, toMs(worstNs)));
+    }
+
     void boostSection() {
         section("Boosts");
-        for (size_t i = 0; i < mEffects.boosts.size(); ++i) {
-            row(format("checkpoint %zu", i + 1), format("%zu", mEffects.boosts[i]));
+        for (size_t i = 0; i < mFindings.boostsByCheckpoint.size(); ++i) {
+            countRow(format("checkpoint %zu", i + 1), mFindings.boostsByCheckpoint[i]);
         }
-        row("releases", format("%zu", mEffects.releases));
-        row("time boosted", format("%.3f s", toSeconds(mEffects.boosted.totalNs())));
-        if (mEffects.unknownHints > 0) row("unknown hints", format("%zu", mEffects.unknownHints));
+        row("time boosted", format("%.3f s", toSeconds(mFindings.boostedNs)));
+        countRow("releases", mFindings.releases.size());
+        row("never released", format("%zu, of which %zu long ones", mFindings.boostsNeverReleased,
+                                     mFindings.longBoostsNeverReleased));
+        if (mFindings.unknownCalls > 0) countRow("unknown calls", mFindings.unknownCalls);
     }
 
     void powerSection() {
-        const std::vector<int>& strengths = mEffects.negativeBoosts;
         section("Power");
-        row("negative boosts", strengths.empty() ? "none" : describeStrengths(strengths));
-        row("negative releases", format("%zu", mEffects.negativeReleases));
-        row("time lowered", format("%.3f s", toSeconds(mEffects.lowered.totalNs())));
-        row("PL off", describeLock(mEffects.pl));
-        row("core control off", describeLock(mEffects.coreControl));
+        countRow("negative boosts", mFindings.negativeBoosts.size());
+        countRow("negative releases", mFindings.negativeReleases.size());
+        row("time lowered", format("%.3f s, mean strength %.1f %%", toSeconds(mFindings.loweredNs),
+                                   mFindings.meanStrength));
+        row("PL off", describe(mFindings.plOff, mFindings.plOffNs));
+        row("core control off", describe(mFindings.coreControlOff, mFindings.coreControlOffNs));
+        if (mFindings.debugSeen) countRow("ping-pongs", mFindings.pingpongs.size());
     }
 
-    static std::string describeStrengths(const std::vector<int>& strengths) {
-        const double sum = std::accumulate(strengths.begin(), strengths.end(), 0.0);
-        return format("%zu, strongest %d, mean %.1f", strengths.size(),
-                      *std::max_element(strengths.begin(), strengths.end()),
-                      sum / static_cast<double>(strengths.size()));
-    }
-
-    const Capture& mCapture;
-    const LayerEvents& mLayer;
-    const VsyncTrack& mVsyncs;
-    const Run& mRun;
-    const Effects mEffects;
-    std::vector<FedEvent> mQueued;
+    const Findings& mFindings;
     std::vector<SummaryRow> mRows;
 };
 
 }  // namespace
 
-std::vector<SummaryRow> summarize(const Capture& capture, const LayerEvents& layer,
-                                  const VsyncTrack& vsyncs, const Run& run) {
-    return Writer(capture, layer, vsyncs, run).write();
+std::vector<SummaryRow> summarize(const Findings& findings) {
+    return Writer(findings).write();
 }
 
-void writeSummary(std::ostream& out, const std::vector<SummaryRow>& rows) {
+void writeSummary(std::ostream& out, const std::vector<SummaryRow>& rows, bool forTerminal) {
     for (const SummaryRow& row : rows) {
-        if (row.label.empty()) {
-            out << (&row == &rows.front() ? "" : "\n") << row.value << '\n';
+        if (row.isSection) {
+            out << (&row == &rows.front() ? "" : "\n") << (forTerminal ? "\x1b[1m" : "")
+                << row.value << (forTerminal ? "\x1b[0m" : "") << '\n';
         } else {
             out << format("  %-24s", row.label.c_str()) << row.value << '\n';
         }

@@ -2,25 +2,24 @@
 
 // What a performance engineer asks of a run: what was sent, what it cost, how the frames did.
 
-#include <cstdint>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "replay/capture/Capture.h"
-#include "replay/player/Player.h"
+#include "replay/findings/Findings.h"
 
 namespace replay {
 
-// One figure, ready to print; an empty label begins a section of that name.
+// One line, ready to print.
 struct SummaryRow {
-    std::string label;
+    std::string label;  // empty: the line goes on with what the row above is about
     std::string value;
+    bool isSection = false;  // it begins a section that is called `value`
 };
 
-std::vector<SummaryRow> summarize(const Capture& capture, const LayerEvents& layer,
-                                  const VsyncTrack& vsyncs, const Run& run);
+std::vector<SummaryRow> summarize(const Findings& findings);
 
-void writeSummary(std::ostream& out, const std::vector<SummaryRow>& rows);
+// `forTerminal`: with the sections emphasised.
+void writeSummary(std::ostream& out, const std::vector<SummaryRow>& rows, bool forTerminal);
 
 }  // namespace replay

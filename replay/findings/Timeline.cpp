@@ -5,42 +5,17 @@
 #include <string>
 #include <vector>
 
+#include "replay/findings/Format.h"
+
 namespace replay {
 
 namespace {
-
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 
 struct Line {
     int64_t timeNs;
     int thread;
     std::string text;
 };
-
-// "-0.001000000": exact, and wide enough to stay aligned for a quarter of an hour.
-std::string seconds(int64_t timeNs) {
-    const int64_t magnitude = timeNs < 0 ? -timeNs : timeNs;
-    char digits[48];
-    std::snprintf(digits, sizeof(digits), "%s%lld.%09lld", timeNs < 0 ? "-" : "",
-                  static_cast<long long>(magnitude / kNsPerSecond),
-                  static_cast<long long>(magnitude % kNsPerSecond));
-    char padded[64];
-    std::snprintf(padded, sizeof(padded), "%14s", digits);
-    return padded;
-}
-
-// Some of the library's texts end in a line break.
-std::string onOneLine(const std::string& text) {
-    std::string result;
-    for (const char c : text) {
-        if (c == '\n') {
-            result += "\\n";
-        } else {
-            result += c;
-        }
-    }
-    return result;
-}
 
 std::string describeFed(const FedEvent& event) {
     std::string text = std::string("> ") + toString(event.kind);
@@ -72,19 +47,16 @@ void addFed(std::vector<Line>& begins, std::vector<Line>& ends, const std::vecto
 }
 
 // A begin whose end follows at once is a marker, not a section.
-bool isInstant(const std::vector<standin::Event>& events, size_t index) {
-    if (index + 1 >= events.size()) return false;
-    const standin::Event& begin = events[index];
-    const standin::Event& end = events[index + 1];
+bool isInstant(const standin::Event& begin, const standin::Event& end) {
     return begin.kind == standin::EventKind::kTraceBegin &&
            end.kind == standin::EventKind::kTraceEnd && begin.thread == end.thread &&
            begin.timeNs == end.timeNs;
 }
 
-void addSeen(std::vector<Line>& lines, const std::vector<standin::Event>& events) {
+void addSeen(std::vector<Line>& lines, const EventLog& events) {
     for (size_t i = 0; i < events.size(); ++i) {
-        const standin::Event& event = events[i];
-        if (isInstant(events, i)) {
+        const standin::Event event = events[i];
+        if (i + 1 < events.size() && isInstant(event, events[i + 1])) {
             lines.push_back({event.timeNs, event.thread, "mark " + onOneLine(event.text)});
             ++i;
         } else {
@@ -110,7 +82,7 @@ void writeTimeline(std::ostream& out, const Run& run) {
     for (const Line& line : lines) {
         char thread[32];
         std::snprintf(thread, sizeof(thread), "  %-15s  ", run.threadName(line.thread).c_str());
-        out << seconds(line.timeNs) << thread << line.text << '\n';
+        out << alignedSeconds(line.timeNs) << thread << line.text << '\n';
     }
 }
 

@@ -3,12 +3,16 @@
 // Plays a capture to the real library in virtual time, on the stand-in device.
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "device/StandInDevice.h"
 #include "replay/capture/Capture.h"
 #include "replay/capture/VsyncTrack.h"
+#include "replay/player/Clocks.h"
+#include "replay/player/EventLog.h"
 #include "replay/player/Settings.h"
 
 namespace replay {
@@ -35,16 +39,29 @@ const char* toString(FedEvent::Kind kind);
 // What went in and what came out, each in the order it happened.
 struct Run {
     std::vector<FedEvent> fed;
-    std::vector<standin::Event> seen;      // the library's calls, log lines and markers
+    EventLog seen;                         // the library's calls, log lines and markers
     std::vector<std::string> threadNames;  // by FedEvent::thread and standin::Event::thread
     int64_t endNs = 0;                     // the library was unloaded
+    bool withLibrary = true;
+    bool modelled = false;  // the game and the compositor reacted; otherwise all came as captured
+    // What the user chose, in words, for whoever reads the results.
+    std::vector<std::pair<std::string, std::string>> conditions;
 
     std::string threadName(int thread) const;
 };
 
+// The modelled loop; its rules are in docs/model.md.
+struct ModelOptions {
+    std::vector<int64_t> workNs;  // of each frame
+    int buffers = 3;              // of the layer's queue, with the one on the screen
+    int64_t latchDelayNs = 0;     // from a vsync to the latch
+    HintEffects effects;
+};
+
 struct PlayOptions {
     std::string library = "libcindral.so";
-    bool closedLoop = false;       // the game and the compositor react to being held
+    bool withLibrary = true;            // false: the game and the compositor alone
+    std::optional<ModelOptions> model;  // nothing: everything happens as captured
     int64_t cpuCostPerCallNs = 0;  // what every blocking call of the library costs in virtual time
 };
 

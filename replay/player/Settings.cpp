@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
+#include <cstdio>
 #include <numeric>
 #include <string_view>
 #include <utility>
@@ -14,28 +14,36 @@ namespace replay {
 
 namespace {
 
-constexpr size_t kMaxPropertyChars = 91;
+// Longer names resemble none.
+constexpr size_t kMaxComparedChars = 91;
 
-enum class Kind { kWholeNumber, kRealNumber, kText };
+enum class Kind { kSwitch, kWholeNumber, kRealNumber, kTruth };
 
 struct Property {
     const char* name;
     Kind kind;
+    // Of the numbers. The library takes others too, but they mean no more than the nearest of these.
+    double least = 0;
+    double most = 0;
 };
 
 constexpr Property kProperties[] = {
-        {"ro.vendor.perf.zgpe", Kind::kText},
-        {"vendor.perf.cindral.debug", Kind::kWholeNumber},
-        {"vendor.perf.pfar.enable", Kind::kWholeNumber},
-        {"vendor.perf.pfar2.boost_level", Kind::kWholeNumber},
-        {"vendor.perf.pfar2.disable_core_ctl", Kind::kWholeNumber},
-        {"vendor.perf.pfar2.disable_pl", Kind::kWholeNumber},
-        {"vendor.perf.pfar2.enable", Kind::kWholeNumber},
-        {"vendor.perf.pfar2.hgpe.enable", Kind::kWholeNumber},
-        {"vendor.perf.pfar2.hgpe.max_neboost", Kind::kWholeNumber},
-        {"vendor.perf.pfar2.hgpe.max_rendertime", Kind::kWholeNumber},
-        {"vendor.perf.phr.enable", Kind::kWholeNumber},
-        {"vendor.perf.phr.hr_min_rate", Kind::kRealNumber},
+        {"ro.vendor.perf.zgpe", Kind::kTruth},
+        {"vendor.perf.cindral.debug", Kind::kSwitch},
+        {"vendor.perf.pfar.enable", Kind::kSwitch},
+        // The first checkpoint that is acted on; 4 is none.
+        {"vendor.perf.pfar2.boost_level", Kind::kWholeNumber, 0, 4},
+        {"vendor.perf.pfar2.disable_core_ctl", Kind::kSwitch},
+        {"vendor.perf.pfar2.disable_pl", Kind::kSwitch},
+        {"vendor.perf.pfar2.enable", Kind::kSwitch},
+        {"vendor.perf.pfar2.hgpe.enable", Kind::kSwitch},
+        // The strongest negative boost in percent, as a coefficient; 0 is the library's own.
+        {"vendor.perf.pfar2.hgpe.max_neboost", Kind::kWholeNumber, -100, 0},
+        // The highest threshold in percent of the period; 0 is the library's own.
+        {"vendor.perf.pfar2.hgpe.max_rendertime", Kind::kWholeNumber, 0, 100},
+        {"vendor.perf.phr.enable", Kind::kSwitch},
+        // The smallest headroom as a share of the period.
+        {"vendor.perf.phr.hr_min_rate", Kind::kRealNumber, 0, 1},
 };
 
 size_t editDistance(std::string_view a, std::string_view b) {
@@ -56,7 +64,7 @@ size_t editDistance(std::string_view a, std::string_view b) {
 std::string suggestions(const std::string& name) {
     std::vector<std::string> names;
     for (const Property& property : kProperties) names.emplace_back(property.name);
-    const std::string_view compared = std::string_view(name).substr(0, kMaxPropertyChars);
+    const std::string_view compared = std::string_view(name).substr(0, kMaxComparedChars);
     std::stable_sort(names.begin(), names.end(), [&](const std::string& a, const std::string& b) {
         return editDistance(compared, a) < editDistance(compared, b);
     });
@@ -71,20 +79,32 @@ bool parses(std::string_view text, Number& number) {
     return error == std::errc() && end == text.data() + text.size();
 }
 
-// What the value has to be; null if it is.
-const char* complaintAbout(Kind kind, const std::string& value) {
+std::string rangeOf(const Property& property) {
+    char text[64];
+    std::snprintf(text, sizeof(text), " from %g to %g", property.least, property.most);
+    return text;
+}
+
+// What the value has to be; empty if it is.
+std::string complaintAbout(const Property& property, const std::string& value) {
+    const auto inRange = [&](double number) {
+        return number >= property.least && number <= property.most;
+    };
     int whole = 0;
     double real = 0;
-    switch (kind) {
+    switch (property.kind) {
+        case Kind::kSwitch:
+            return value == "0" || value == "1" ? "" : "give 0 or 1";
+        case Kind::kTruth:
+            return value == "true" || value == "false" ? "" : "give true or false";
         case Kind::kWholeNumber:
-            return parses(value, whole) ? nullptr : "give a whole number";
+            return parses(value, whole) && inRange(whole)
+                           ? ""
+                           : "give a whole number" + rangeOf(property);
         case Kind::kRealNumber:
-            return parses(value, real) && std::isfinite(real) ? nullptr
-                                                              : "give a number such as 0.5";
-        case Kind::kText:
-            return nullptr;
+            return parses(value, real) && inRange(real) ? "" : "give a number" + rangeOf(property);
     }
-    return nullptr;
+    return "";
 }
 
 const Property& propertyNamed(const std::string& name) {
@@ -111,12 +131,8 @@ void Settings::set(const std::string& assignment) {
     const Property& property = propertyNamed(assignment.substr(0, equals));
     const std::string value = assignment.substr(equals + 1);
     const std::string where = std::string("--set ") + property.name + "=" + inQuotes(value) + ": ";
-    if (value.size() > kMaxPropertyChars) {
-        throw InputError(where + "a property holds at most " + std::to_string(kMaxPropertyChars) +
-                         " characters, this has " + std::to_string(value.size()));
-    }
-    if (const char* complaint = complaintAbout(property.kind, value))
-        throw InputError(where + complaint);
+    const std::string complaint = complaintAbout(property, value);
+    if (!complaint.empty()) throw InputError(where + complaint);
     mProperties[property.name] = value;
 }
 

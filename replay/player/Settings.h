@@ -13,7 +13,7 @@ class Settings {
     Settings();
 
     // Takes "PROPERTY=VALUE". Throws InputError for a property that the library does not read or a
-    // value that a device could not hold.
+    // value that is not of its type and range.
     void set(const std::string& assignment);
 
     // Only what differs from a device on which nothing was ever set.

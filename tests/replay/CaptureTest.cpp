@@ -1,16 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <utility>
 #include <vector>
 
 #include "replay/Error.h"
 #include "replay/capture/Capture.h"
-#include "replay/capture/FtraceReader.h"
-#include "replay/capture/ModelledSession.h"
-#include "replay/findings/Statistics.h"
-#include "replay/player/Feedback.h"
-#include "replay/player/Settings.h"
 
 namespace replay {
 namespace {
@@ -161,102 +155,6 @@ TEST(VsyncTrack, Refresh_FillsInForTheCaptureAndMustNotContradictIt) {
     EXPECT_EQ(vsyncTrack(telling, 61.1).periodNs, 16'667'000);
     EXPECT_NE(errorOf([&] { vsyncTrack(telling, 61.3); }).find("60.00 Hz"), std::string::npos);
     EXPECT_NE(errorOf([&] { vsyncTrack(telling, 0.0); }).find("--refresh"), std::string::npos);
-}
-
-TEST(ModelledSession, WrittenAsFtrace_ReadsBackAsTheSameCapture) {
-    std::stringstream text;
-    writeFtrace(text, modelledSession());
-    CaptureBuilder builder;
-    readFtrace(text, "text",
-               [&](const Marker& marker) { builder.addMarker(marker.timeNs, marker.payload); });
-    const Capture read = builder.build("text");
-    const Capture made = modelledCapture();
-    ASSERT_EQ(read.layers.size(), 1u);
-    EXPECT_GT(read.layers[0].queueTimesNs.size(), 1500u);
-    EXPECT_EQ(read.originNs, made.originNs);
-    EXPECT_EQ(read.durationNs, made.durationNs);
-    EXPECT_EQ(read.layers[0].name.layer, made.layers.at(0).name.layer);
-    EXPECT_EQ(read.layers[0].queueTimesNs, made.layers.at(0).queueTimesNs);
-    EXPECT_EQ(read.layers[0].consumes, made.layers.at(0).consumes);
-    ASSERT_EQ(read.vsyncs.size(), 1u);
-    EXPECT_EQ(read.vsyncs[0].timesNs, made.vsyncs.at(0).timesNs);
-}
-
-TEST(Feedback, RenderTime_CountsFromTheBufferBeforeOrFromTheFirstOneFreedSince) {
-    const Capture capture = captureOf({{0, 1},
-                                       {10, 2},
-                                       {30, 1},
-                                       {45, 2},
-                                       {50, 1},
-                                       {60, 2},
-                                       {70, 1},
-                                       {80, 0},
-                                       {99, 1},
-                                       {110, 2}});
-    EXPECT_EQ(renderTimesNs(capture.layers.at(0)), (Times{0, 15, 10, 29, 11}));
-    EXPECT_EQ(mostPending(capture.layers.at(0)), 2);
-}
-
-TEST(Feedback, Compositor_TakesABufferThatWasLateAtTheNextVsyncWithoutAnother) {
-    const Capture capture = captureOf({{0, 1}, {10, 2}, {23, 1}, {33, 0}, {35, 1}, {43, 0}});
-    const VsyncTrack vsyncs{10, {0, 10, 20, 30, 40, 50, 60}, "test", 0};
-    std::string taken;
-    Times chances;
-    for (const ConsumeChance& chance : consumeChances(capture.layers.at(0), vsyncs)) {
-        chances.push_back(chance.timeNs);
-        taken += chance.captured ? 'c' : '-';
-    }
-    EXPECT_EQ(chances, (Times{3, 13, 23, 33, 43, 53, 63}));
-    EXPECT_EQ(taken, "--ccc--");
-
-    BufferQueue queue(capture.layers.at(0));
-    EXPECT_EQ(queue.consume(false), std::nullopt);  // nothing was taken here in the capture either
-    EXPECT_EQ(queue.consume(true), 0);
-    EXPECT_EQ(queue.consume(true), std::nullopt);  // the buffer is late
-    queue.queue();
-    queue.queue();
-    EXPECT_TRUE(queue.isFull());
-    EXPECT_EQ(queue.consume(false), 1);
-    EXPECT_EQ(queue.consume(false), std::nullopt);  // nothing owed any more
-    EXPECT_EQ(queue.consume(true), 0);
-}
-
-TEST(Settings, Assignments_AreCheckedAgainstWhatADeviceCouldHold) {
-    Settings settings;
-    settings.set("vendor.perf.phr.enable=0");
-    settings.set("vendor.perf.phr.hr_min_rate=0.25");
-    EXPECT_EQ(settings.properties().at("vendor.perf.phr.enable"), "0");
-    EXPECT_EQ(settings.properties().at("vendor.perf.phr.hr_min_rate"), "0.25");
-    const std::pair<std::string, const char*> kBad[] = {
-            {"vendor.perf.phr.enabled=1", "did you mean vendor.perf.phr.enable?"},
-            {"vendor.perf.pfar2.boostlevel=1", "did you mean vendor.perf.pfar2.boost_level?"},
-            {"vendor.perf.phr.enable=on", "whole number"},
-            {"vendor.perf.phr.hr_min_rate=half", "number such as"},
-            {"ro.vendor.perf.zgpe=" + std::string(92, 'x'), "at most 91"},
-            {"vendor.perf.phr.enable", "PROPERTY=VALUE"},
-            {"=1", "PROPERTY=VALUE"},
-    };
-    for (const auto& bad : kBad) {
-        EXPECT_NE(errorOf([&] { settings.set(bad.first); }).find(bad.second), std::string::npos)
-                << bad.first;
-    }
-    EXPECT_NO_THROW(settings.set("ro.vendor.perf.zgpe=" + std::string(91, 'x')));
-}
-
-TEST(Statistics, OnTimes_EndWhenTheyLapseAreSwitchedOffOrRenewed) {
-    OnTimes times;
-    times.onFor(10, 5);   // lapses at 15
-    times.onFor(20, 10);  // renewed at 25
-    times.onFor(25, 10);
-    times.off(30);
-    times.off(40);
-    times.on(50);
-    times.finish(60);
-    EXPECT_EQ(times.spans(),
-              (std::vector<std::pair<int64_t, int64_t>>{{10, 15}, {20, 30}, {50, 60}}));
-    EXPECT_EQ(times.totalNs(), 25);
-    EXPECT_EQ(percentile({5, 1, 4, 2, 3}, 50), 3);
-    EXPECT_EQ(percentile({5, 1, 4, 2, 3}, 99), 5);
 }
 
 }  // namespace

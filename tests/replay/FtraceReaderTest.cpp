@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -64,12 +63,13 @@ TEST(FtraceReader, LinesOfAnythingElse_AreNotEvents) {
 
 constexpr char kEvent[] = "a-1 [000] .... 1.000000: tracing_mark_write: C|1|n|1\n";
 
-std::vector<std::string> payloadsOf(const std::string& text, FtraceLosses* losses = nullptr) {
-    std::istringstream in(text);
+std::vector<std::string> payloadsOf(const std::string& text, std::string* lost = nullptr) {
+    MemorySource source(text);
+    ReadContext context("file");
     std::vector<std::string> payloads;
-    const FtraceLosses found = readFtrace(
-            in, "file", [&](const Marker& marker) { payloads.emplace_back(marker.payload); });
-    if (losses != nullptr) *losses = found;
+    readFtrace(source, context,
+               [&](const Marker& marker) { payloads.emplace_back(marker.payload); });
+    if (lost != nullptr) *lost = context.losses.describe();
     return payloads;
 }
 
@@ -83,36 +83,43 @@ std::string errorOf(const std::string& text) {
 }
 
 TEST(FtraceReader, Text_YieldsTheMarkersAndSkipsWhatSurroundsThem) {
-    FtraceLosses losses;
+    std::string lost;
     const std::string text =
             std::string("capturing trace... done\nTRACE:\n# tracer: nop\n\n  \r\n") + kEvent +
-            "a-1 [000] .... 1.0: sched_switch: C|1|n|2\nCPU:2 [LOST 53 EVENTS]\nCPU:0 [LOST 4 "
-            "EVENTS]\n"
+            "a-1 [000] .... 1.0: sched_switch: C|1|n|2\nCPU:2 [LOST 53 EVENTS]\n"
             "a-1 [000] .... 1.1: tracing_mark_write: C|1|n|3\r\na-1 [000] .... 1.2: 0: E\na-1 [000";
-    EXPECT_EQ(payloadsOf(text, &losses), (std::vector<std::string>{"C|1|n|1", "C|1|n|3", "E"}));
-    EXPECT_EQ(losses.lostEvents, 57u);
-    EXPECT_TRUE(losses.lastLineCutOff);
+    EXPECT_EQ(payloadsOf(text, &lost), (std::vector<std::string>{"C|1|n|1", "C|1|n|3", "E"}));
+    EXPECT_EQ(lost, "53 events lost by the kernel; cut off: the text ends within a line");
 }
 
-TEST(FtraceReader, BadLines_AreNamedByFileAndLine) {
-    const std::string event = kEvent;
-    EXPECT_EQ(
-            errorOf("# c\n" + event + "garbage\x01\n" + event).find("file:3: not an ftrace event"),
-            0u);
-    EXPECT_NE(errorOf("garbage\x01\n").find("\"garbage\\x01\""), std::string::npos);
-    EXPECT_EQ(errorOf("no event at all").find("file:1: "), 0u);
-    EXPECT_EQ(errorOf(event + "CPU:2 [LOST many EVENTS]\n").find("file:2: "), 0u);
-    EXPECT_EQ(errorOf(event + std::string(1'000'000, 'x')).find("file:2: line too long"), 0u);
-}
-
-TEST(FtraceReader, ErrorsOfTheSink_CarryFileAndLine) {
-    std::istringstream in(std::string("#\n") + kEvent);
-    try {
-        readFtrace(in, "file", [](const Marker&) { throw InputError("no good"); });
-        FAIL() << "the sink's error was lost";
-    } catch (const InputError& error) {
-        EXPECT_STREQ(error.what(), "file:2: no good");
+// Lines around the size of the reader's buffers, so that they end before, at and behind its edges.
+TEST(FtraceReader, LinesOfAnyLength_AreCutWhereTheyEnd) {
+    for (const size_t size : {65'534, 65'535, 65'536, 65'537, 262'143, 262'144, 327'680, 400'000}) {
+        std::string lost;
+        const std::string comment = "#" + std::string(size - 1, 'x') + "\n";
+        EXPECT_EQ(payloadsOf(kEvent + comment + comment + kEvent, &lost).size(), 2u) << size;
+        EXPECT_EQ(lost.empty(), size <= 65'536) << size << lost;
     }
+}
+
+TEST(FtraceReader, BadLines_AreSkippedUntilTheyAreTheMost) {
+    const std::string event = kEvent;
+    std::string lost;
+    EXPECT_EQ(payloadsOf("# c\n" + event + "garbage\x01\n" + event, &lost).size(), 2u);
+    EXPECT_EQ(lost.find("1 damaged line skipped: file:3: not an ftrace event"), 0u) << lost;
+    EXPECT_NE(lost.find("\"garbage\\x01\""), std::string::npos) << lost;
+    EXPECT_EQ(errorOf(event + "CPU:2 [LOST many EVENTS]\nx\n").find("file:2: not an ftrace"), 0u);
+    EXPECT_NE(errorOf(event + "x\ny\n").find("and 1 more bad line, with only 1 good"),
+              std::string::npos);
+    EXPECT_EQ(errorOf(event + std::string(1'000'000, 'x') + "\nx\n").find("file:2: line too long"),
+              0u);
+}
+
+TEST(FtraceReader, ErrorsOfTheSinkThatAreNotDamage_EndTheReading) {
+    MemorySource source(kEvent);
+    ReadContext context("file");
+    EXPECT_THROW(readFtrace(source, context, [](const Marker&) { throw InputError("too big"); }),
+                 InputError);
 }
 
 }  // namespace

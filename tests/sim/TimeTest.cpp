@@ -21,7 +21,7 @@ namespace {
 using namespace simtest;
 using namespace std::chrono_literals;
 
-constexpr int64_t kStartNs = sim::Options{}.startTimeNs;
+const int64_t kStartNs = sim::Options{}.startTimeNs;
 
 TEST(VirtualTime, AnHourOf60HzWaits_EndsAtTheExactNanosecond) {
     constexpr int64_t kFrameNs = 16'666'667;

@@ -1,0 +1,40 @@
+// A phone around the toy: its service libraries with every feature switched on and one known game.
+// Says at the end what the library asked of it. On a real phone none of this exists.
+
+#include <cstdio>
+
+#include "device/StandInDevice.h"
+
+namespace {
+
+constexpr int kFeatureKnobs[] = {5, 6, 7};
+constexpr int kGame = 2;  // the performance service's verdict
+
+class Phone {
+  public:
+    Phone() {
+        standin::Device& device = standin::Device::instance();
+        for (const int knob : kFeatureKnobs) device.setKnob(knob, 1);
+        device.setProperty("vendor.perf.pfar2.enable", "1");
+        device.setProperty("vendor.perf.phr.enable", "1");
+        device.setVerdict("com.example.game", kGame);
+    }
+
+    ~Phone() {
+        int hints = 0;
+        size_t calls = 0;
+        for (const standin::Event& event : standin::Device::instance().events()) {
+            ++calls;
+            if (event.entryPoint == standin::EntryPoint::kPerfHint) ++hints;
+        }
+        std::printf("%zu service calls, %d of them hints\n", calls, hints);
+    }
+
+  private:
+    standin::ServiceLibraries mLibraries;
+};
+
+// Before main, so that the library finds the phone when it initialises.
+const Phone phone;
+
+}  // namespace

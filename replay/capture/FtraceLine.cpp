@@ -1,0 +1,149 @@
+#include "replay/capture/FtraceLine.h"
+
+#include <charconv>
+
+namespace replay {
+
+namespace {
+
+constexpr int64_t kNsPerSecond = 1'000'000'000;
+constexpr int kDigitsOfNs = 9;
+constexpr size_t kMaxSecondsDigits = 9;
+// Task names have 15 characters and the columns after them not many more. Without limits, a line
+// made of brackets would be tried from each of them to its end.
+constexpr size_t kMaxHeadChars = 256;
+constexpr size_t kMaxFlagsChars = 16;
+
+constexpr std::string_view kBlanks = " \t";
+constexpr std::string_view kDigits = "0123456789";
+
+// A cursor over one line: each take... consumes what it names, or leaves the cursor where it was.
+class Scanner {
+  public:
+    explicit Scanner(std::string_view text) : mRest(text) {}
+
+    std::string_view rest() const { return mRest; }
+
+    void skipBlanks() { mRest.remove_prefix(lengthOf(kBlanks)); }
+
+    bool take(char wanted) {
+        if (mRest.empty() || mRest.front() != wanted) return false;
+        mRest.remove_prefix(1);
+        return true;
+    }
+
+    std::string_view takeDigits() { return takeBytes(lengthOf(kDigits)); }
+
+    std::string_view takeWord(size_t maxSize) {
+        const std::string_view start = mRest.substr(0, maxSize);
+        const size_t end = start.find_first_of(kBlanks);
+        return takeBytes(end == std::string_view::npos ? start.size() : end);
+    }
+
+  private:
+    size_t lengthOf(std::string_view set) const {
+        const size_t end = mRest.find_first_not_of(set);
+        return end == std::string_view::npos ? mRest.size() : end;
+    }
+
+    std::string_view takeBytes(size_t count) {
+        const std::string_view taken = mRest.substr(0, count);
+        mRest.remove_prefix(count);
+        return taken;
+    }
+
+    std::string_view mRest;
+};
+
+std::string_view trimRight(std::string_view text) {
+    const size_t last = text.find_last_not_of(kBlanks);
+    return last == std::string_view::npos ? std::string_view() : text.substr(0, last + 1);
+}
+
+std::string_view trimLeft(std::string_view text) {
+    Scanner scanner(text);
+    scanner.skipBlanks();
+    return scanner.rest();
+}
+
+template <typename Number>
+bool toNumber(std::string_view text, Number& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+// "1646950.144658", with one to nine decimals.
+bool takeTime(Scanner& scanner, int64_t& timeNs) {
+    const std::string_view seconds = scanner.takeDigits();
+    if (seconds.empty() || seconds.size() > kMaxSecondsDigits || !scanner.take('.')) return false;
+    const std::string_view decimals = scanner.takeDigits();
+    if (decimals.empty() || decimals.size() > kDigitsOfNs) return false;
+    int64_t whole = 0;
+    int64_t fraction = 0;
+    if (!toNumber(seconds, whole) || !toNumber(decimals, fraction)) return false;
+    for (size_t i = decimals.size(); i < kDigitsOfNs; ++i) fraction *= 10;
+    timeNs = whole * kNsPerSecond + fraction;
+    return true;
+}
+
+// Removes a trailing "(1234)", "( 1234)" or "(-----)"; false if there is something else in
+// brackets.
+bool dropTgid(std::string_view& head) {
+    if (head.empty() || head.back() != ')') return true;
+    const size_t open = head.find_last_of('(');
+    if (open == std::string_view::npos) return false;
+    const std::string_view tgid = head.substr(open + 1, head.size() - open - 2);
+    if (tgid.empty() || tgid.find_first_not_of("-0123456789 ") != std::string_view::npos)
+        return false;
+    head = trimRight(head.substr(0, open));
+    return true;
+}
+
+// "TASK-PID [(TGID)]"; the task's name may itself hold blanks, dashes and brackets.
+bool parseHead(std::string_view head, FtraceLine& line) {
+    head = trimRight(head);
+    if (!dropTgid(head)) return false;
+    const size_t dash = head.find_last_of('-');
+    if (dash == std::string_view::npos || !toNumber(head.substr(dash + 1), line.pid)) return false;
+    line.task = trimLeft(head.substr(0, dash));
+    return line.pid >= 0 && !line.task.empty();
+}
+
+// "[CPU] FLAGS TIME: FUNCTION: PAYLOAD"; the oldest kernels have no flags.
+bool parseTail(std::string_view tail, FtraceLine& line) {
+    Scanner scanner(tail);
+    if (!scanner.take('[') || scanner.takeDigits().empty() || !scanner.take(']')) return false;
+    scanner.skipBlanks();
+    Scanner withoutFlags = scanner;
+    if (takeTime(withoutFlags, line.timeNs)) {
+        scanner = withoutFlags;
+    } else {
+        scanner.takeWord(kMaxFlagsChars);
+        scanner.skipBlanks();
+        if (!takeTime(scanner, line.timeNs)) return false;
+    }
+    if (!scanner.take(':')) return false;
+    scanner.skipBlanks();
+    const size_t colon = scanner.rest().find(':');
+    if (colon == std::string_view::npos || colon == 0) return false;
+    line.function = scanner.rest().substr(0, colon);
+    line.payload = trimLeft(scanner.rest().substr(colon + 1));
+    return true;
+}
+
+}  // namespace
+
+std::optional<FtraceLine> parseFtraceLine(std::string_view text) {
+    // A task name may hold something like "[0]" too: the CPU is the first bracket that fits on both
+    // sides.
+    const std::string_view start = text.substr(0, kMaxHeadChars);
+    for (size_t open = start.find('['); open != std::string_view::npos;
+         open = start.find('[', open + 1)) {
+        FtraceLine line;
+        if (parseTail(text.substr(open), line) && parseHead(text.substr(0, open), line))
+            return line;
+    }
+    return std::nullopt;
+}
+
+}  // namespace replay

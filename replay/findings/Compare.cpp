@@ -1,0 +1,248 @@
+#include "replay/findings/Compare.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+#include "replay/findings/Figures.h"
+#include "replay/findings/Format.h"
+
+namespace replay {
+
+namespace {
+
+// What makes no difference to anybody, by unit.
+constexpr double kGrainCount = 3;
+constexpr double kGrainMs = 1;
+constexpr double kGrainOther = 5;
+// Changes below this are shown in no colour.
+constexpr double kNoticeable = 0.02;
+constexpr size_t kMaxNameChars = 40;
+
+constexpr const char* kOverviewFigures[] = {
+        "frames",       "frames_per_second", "late_frames",       "late_frames_over_1_vsync",
+        "stutters",     "frame_time_p99_ms", "frame_time_max_ms", "latency_p95_ms",
+        "held_total_s", "boosted_s",         "negative_s",
+};
+
+double grainOf(const Figure& figure) {
+    if (figure.isCount()) return kGrainCount;
+    return std::string(figure.unit) == "ms" ? kGrainMs : kGrainOther;
+}
+
+std::string valueText(const Figure& figure, double value) {
+    if (std::isnan(value)) return "?";
+    return figure.isCount() ? format("%.0f", value) : format("%.3f", value);
+}
+
+std::string changeText(const Figure& figure, double before, double after) {
+    if (std::isnan(before) || std::isnan(after) || before == after) return "";
+    return figure.isCount() ? format("%+.0f", after - before) : format("%+.3f", after - before);
+}
+
+const char* colourOf(double worse, TableStyle style) {
+    if (!style.forTerminal || std::abs(worse) < kNoticeable) return "";
+    return worse > 0 ? "\x1b[31m" : "\x1b[32m";
+}
+
+std::string cut(const std::string& text, size_t length) {
+    // The end of a path says more than its beginning.
+    return text.size() <= length ? text : "..." + text.substr(text.size() - length + 3);
+}
+
+// A table of texts; columns as wide as needed, all but the first to the right.
+class Table {
+  public:
+    void row(std::vector<std::string> cells, std::vector<std::string> colours = {}) {
+        mWidths.resize(std::max(mWidths.size(), cells.size()));
+        for (size_t i = 0; i < cells.size(); ++i) {
+            mWidths[i] = std::max(mWidths[i], cells[i].size());
+        }
+        colours.resize(cells.size());
+        mRows.push_back({std::move(cells), std::move(colours)});
+    }
+
+    void write(std::ostream& out) const {
+        for (const Row& row : mRows) {
+            std::string line;
+            for (size_t i = 0; i < row.cells.size(); ++i) line += cell(row, i);
+            line.erase(line.find_last_not_of(' ') + 1);
+            out << line << '\n';
+        }
+    }
+
+  private:
+    struct Row {
+        std::vector<std::string> cells;
+        std::vector<std::string> colours;
+    };
+
+    std::string cell(const Row& row, size_t i) const {
+        const std::string padding(mWidths[i] - row.cells[i].size(), ' ');
+        std::string text = row.cells[i];
+        if (!row.colours[i].empty()) text = row.colours[i] + text + "\x1b[0m";
+        return i == 0 ? text + padding : "  " + padding + text;
+    }
+
+    std::vector<Row> mRows;
+    std::vector<size_t> mWidths;
+};
+
+double worstOf(size_t figure, const std::vector<const ComparedRun*>& runs) {
+    double worst = -std::numeric_limits<double>::infinity();
+    for (size_t i = 1; i < runs.size(); ++i) {
+        worst = std::max(worst,
+                         regression(figure, runs[0]->values[figure], runs[i]->values[figure]));
+    }
+    return runs.size() < 2 ? 0 : worst;
+}
+
+bool differs(size_t figure, const std::vector<const ComparedRun*>& runs) {
+    return std::any_of(runs.begin(), runs.end(), [&](const ComparedRun* run) {
+        const double a = runs[0]->values[figure];
+        const double b = run->values[figure];
+        return a != b && !(std::isnan(a) && std::isnan(b));
+    });
+}
+
+std::vector<const ComparedRun*> withoutErrors(const std::vector<ComparedRun>& runs) {
+    std::vector<const ComparedRun*> good;
+    for (const ComparedRun& run : runs) {
+        if (run.error.empty()) good.push_back(&run);
+    }
+    return good;
+}
+
+// Regressions first, then what is neither, then improvements.
+std::vector<size_t> rankedFigures(const std::vector<const ComparedRun*>& runs) {
+    std::vector<size_t> order;
+    for (size_t i = 0; i < figures().size(); ++i) {
+        if (differs(i, runs)) order.push_back(i);
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return worstOf(a, runs) > worstOf(b, runs); });
+    return order;
+}
+
+void addFigure(Table& table, size_t index, const std::vector<const ComparedRun*>& runs,
+               TableStyle style) {
+    const Figure& figure = figures()[index];
+    std::vector<std::string> cells = {figure.label, figure.unit};
+    std::vector<std::string> colours = {"", ""};
+    const double before = runs[0]->values[index];
+    for (const ComparedRun* run : runs) {
+        const double value = run->values[index];
+        cells.push_back(valueText(figure, value));
+        colours.emplace_back(colourOf(regression(index, before, value), style));
+        if (run == runs[0]) continue;
+        cells.push_back(changeText(figure, before, value));
+        colours.emplace_back("");
+    }
+    table.row(std::move(cells), std::move(colours));
+}
+
+size_t figureNamed(const std::string& name) {
+    for (size_t i = 0; i < figures().size(); ++i) {
+        if (figures()[i].name == name) return i;
+    }
+    return 0;
+}
+
+// The runs of one capture, by the worst any of its settings did.
+double worstOf(const std::vector<const ComparedRun*>& runs) {
+    double worst = 0;
+    for (size_t i = 0; i < figures().size(); ++i) worst = std::max(worst, worstOf(i, runs));
+    return worst;
+}
+
+using Group = std::vector<ComparedRun>;
+
+std::vector<Group> groupsOf(std::vector<ComparedRun> runs, size_t perGroup) {
+    std::vector<Group> groups;
+    for (size_t i = 0; i < runs.size(); ++i) {
+        if (i % perGroup == 0) groups.emplace_back();
+        groups.back().push_back(std::move(runs[i]));
+    }
+    std::stable_sort(groups.begin(), groups.end(), [](const Group& a, const Group& b) {
+        return worstOf(withoutErrors(a)) > worstOf(withoutErrors(b));
+    });
+    return groups;
+}
+
+void addRun(Table& table, const ComparedRun& run, const ComparedRun& base, TableStyle style) {
+    std::vector<std::string> cells = {cut(run.capture, kMaxNameChars), run.setting};
+    std::vector<std::string> colours = {"", ""};
+    if (!run.error.empty()) {
+        cells.emplace_back("failed");
+        return table.row(std::move(cells), {"", "", style.forTerminal ? "\x1b[31m" : ""});
+    }
+    for (const char* name : kOverviewFigures) {
+        const size_t index = figureNamed(name);
+        cells.push_back(valueText(figures()[index], run.values[index]));
+        const bool comparable = base.error.empty();
+        colours.emplace_back(colourOf(
+                comparable ? regression(index, base.values[index], run.values[index]) : 0, style));
+    }
+    table.row(std::move(cells), std::move(colours));
+}
+
+}  // namespace
+
+ComparedRun comparedRun(const nlohmann::json& run) {
+    ComparedRun compared;
+    compared.capture = run.value("source", "");
+    compared.setting = run.value("setting", "");
+    for (const Figure& figure : figures()) {
+        const nlohmann::json& value = run.at("figures").at(figure.name);
+        compared.values.push_back(value.is_null() ? std::numeric_limits<double>::quiet_NaN()
+                                                  : value.get<double>());
+    }
+    return compared;
+}
+
+double regression(size_t index, double before, double after) {
+    const Figure& figure = figures()[index];
+    if (figure.better == Figure::Better::kNeither || std::isnan(before) || std::isnan(after)) {
+        return 0;
+    }
+    const double grain = grainOf(figure);
+    const double growth =
+            std::log((std::max(after, 0.0) + grain) / (std::max(before, 0.0) + grain));
+    return figure.better == Figure::Better::kLess ? growth : -growth;
+}
+
+void writeComparison(std::ostream& out, const std::vector<ComparedRun>& runs, TableStyle style) {
+    const std::vector<const ComparedRun*> good = withoutErrors(runs);
+    if (good.empty()) return;
+    Table table;
+    std::vector<std::string> head = {"", "", good[0]->setting};
+    for (size_t i = 1; i < good.size(); ++i) {
+        head.insert(head.end(), {good[i]->setting, "change"});
+    }
+    table.row(std::move(head));
+    const std::vector<size_t> ranked = rankedFigures(good);
+    for (const size_t index : ranked) addFigure(table, index, good, style);
+    table.write(out);
+    out << format("%zu figures, %zu without a difference left out\n", figures().size(),
+                  figures().size() - ranked.size());
+}
+
+void writeOverview(std::ostream& out, std::vector<ComparedRun> runs, size_t settingsPerCapture,
+                   TableStyle style) {
+    Table table;
+    std::vector<std::string> head = {"capture", "setting"};
+    for (const char* name : kOverviewFigures) {
+        const Figure& figure = figures()[figureNamed(name)];
+        head.push_back(std::string(figure.label) + (figure.isCount() ? "" : " ") + figure.unit);
+    }
+    table.row(std::move(head));
+    for (const Group& group : groupsOf(std::move(runs), settingsPerCapture)) {
+        for (const ComparedRun& run : group) addRun(table, run, group.front(), style);
+    }
+    table.write(out);
+}
+
+}  // namespace replay

@@ -1,0 +1,97 @@
+#include "replay/findings/Findings.h"
+
+#include "replay/findings/FrameFindings.h"
+#include "replay/findings/Narrator.h"
+#include "replay/findings/ServiceFindings.h"
+#include "replay/findings/Statistics.h"
+
+namespace replay {
+
+namespace {
+
+std::string describeDamage(const Capture& capture) {
+    std::string text = capture.lost;
+    if (capture.outOfOrder > 0) {
+        text += (text.empty() ? "" : "; ") + std::to_string(capture.outOfOrder) +
+                " lines out of order, sorted";
+    }
+    return text;
+}
+
+void addInput(Findings& findings, const Capture& capture, const LayerEvents& layer,
+              const VsyncTrack& vsyncs) {
+    findings.source = capture.source;
+    findings.layer = layer.name.layer;
+    findings.damage = describeDamage(capture);
+    findings.originNs = capture.originNs;
+    findings.durationNs = capture.durationNs;
+    findings.capturedFrames = layer.queueTimesNs.size();
+    findings.capturedLatches = layer.consumes.size();
+    findings.capturedIntervalsNs = differences(layer.queueTimesNs);
+    findings.periodNs = vsyncs.periodNs;
+    findings.refreshSource = vsyncs.source;
+    findings.displayClass = displayRateClass(vsyncs.periodNs);
+    findings.continuedVsyncs = vsyncs.continued;
+}
+
+void addLibrary(Findings& findings, const Run& run) {
+    ServiceFindings service(findings);
+    Narrator narrator(findings, run);
+    FrameCursor frames(findings.frames);
+    for (const standin::Event& event : run.seen) {
+        const int frame = frames.at(event.timeNs);
+        service.take(event, frame);
+        narrator.take(event, frame);
+    }
+    service.finish(run.endNs);
+    narrator.finish(run.endNs);
+}
+
+}  // namespace
+
+Findings findingsOf(const Capture& capture, const LayerEvents& layer, const VsyncTrack& vsyncs,
+                    const Run& run) {
+    Findings findings;
+    addInput(findings, capture, layer, vsyncs);
+    findings.conditions = run.conditions;
+    findings.withLibrary = run.withLibrary;
+    findings.endNs = run.endNs;
+    for (size_t i = 0; i < run.threadNames.size(); ++i) {
+        findings.threadNames.push_back(run.threadName(static_cast<int>(i)));
+    }
+    addFrames(findings, run, layer.pendingAtStart);
+    addLibrary(findings, run);
+    return findings;
+}
+
+const char* toString(Frame::Hold hold) {
+    switch (hold) {
+        case Frame::Hold::kNone:
+            return "none";
+        case Frame::Hold::kRelease:
+            return "release";
+        case Frame::Hold::kAccumulation:
+            return "accumulation";
+    }
+    return "";
+}
+
+const char* toString(BoostRecord::End end) {
+    switch (end) {
+        case BoostRecord::End::kReleased:
+            return "released";
+        case BoostRecord::End::kReplaced:
+            return "replaced";
+        case BoostRecord::End::kLapsed:
+            return "lapsed";
+        case BoostRecord::End::kRunEnded:
+            return "run-ended";
+    }
+    return "";
+}
+
+const char* toString(Pingpong::Kind kind) {
+    return kind == Pingpong::Kind::kPowerOptimization ? "power-optimization" : "negative-boost";
+}
+
+}  // namespace replay

@@ -1,0 +1,187 @@
+// The fields are documented in docs/json.md, and a test compares the two.
+
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+
+#include "replay/findings/Figures.h"
+#include "replay/findings/Findings.h"
+
+namespace replay {
+
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr int kSchema = 1;
+
+Json timeOrNull(const std::optional<int64_t>& timeNs) {
+    return timeNs ? Json(*timeNs) : Json();
+}
+
+template <typename List, typename Convert>
+Json listOf(const List& list, Convert&& convert) {
+    Json result = Json::array();
+    for (const auto& item : list) result.push_back(convert(item));
+    return result;
+}
+
+Json toJson(const Frame& frame) {
+    return {{"due_ns", frame.dueNs},           {"queued_ns", frame.queuedNs},
+            {"returned_ns", frame.returnedNs}, {"latched_ns", timeOrNull(frame.latchedNs)},
+            {"interval_ns", frame.intervalNs}, {"render_ns", frame.renderNs},
+            {"pending", frame.pending},        {"late", frame.late},
+            {"late_vsyncs", frame.lateVsyncs}, {"hold", toString(frame.hold)}};
+}
+
+Json toJson(const BoostRecord& boost) {
+    return {{"begin_ns", boost.beginNs},
+            {"end_ns", boost.endNs},
+            {"checkpoint", boost.checkpoint},
+            {"duration_ms", boost.durationMs},
+            {"type", boost.type},
+            {"end", toString(boost.end)},
+            {"frame", boost.frame}};
+}
+
+Json toJson(const LockSpan& span) {
+    return {{"begin_ns", span.beginNs}, {"end_ns", span.endNs}, {"released", span.released}};
+}
+
+Json toJson(const Decision& decision, const std::vector<std::string>& threadNames) {
+    return {{"time_ns", decision.timeNs},
+            {"thread", threadNames.at(static_cast<size_t>(decision.thread))},
+            {"what", decision.what},
+            {"cause", decision.cause},
+            {"frame", decision.frame},
+            {"action", decision.isAction}};
+}
+
+Json switchesJson(const Regulator& regulator) {
+    return listOf(regulator.switches, [](const RegulatorSwitch& change) {
+        return Json{{"time_ns", change.timeNs}, {"on", change.on}, {"reason", change.reason}};
+    });
+}
+
+Json seriesJson(const std::vector<Sample>& series) {
+    return listOf(series, [](const Sample& sample) {
+        return Json::array({sample.timeNs, sample.value});
+    });
+}
+
+Json figuresJson(const Findings& findings) {
+    Json result = Json::object();
+    for (const Figure& figure : figures()) {
+        const double value = figure.of(findings);
+        if (std::isnan(value)) {
+            result[figure.name] = nullptr;
+        } else if (figure.isCount()) {
+            result[figure.name] = static_cast<int64_t>(value);
+        } else {
+            result[figure.name] = value;
+        }
+    }
+    return result;
+}
+
+Json inputJson(const Findings& findings) {
+    Json conditions = Json::object();
+    for (const auto& [name, value] : findings.conditions) conditions[name] = value;
+    return {{"schema", kSchema},
+            {"source", findings.source},
+            {"layer", findings.layer},
+            {"conditions", conditions},
+            {"capture",
+             {{"origin_ns", findings.originNs},
+              {"duration_ns", findings.durationNs},
+              {"frames", findings.capturedFrames},
+              {"latches", findings.capturedLatches},
+              {"damage", findings.damage}}},
+            {"refresh",
+             {{"period_ns", findings.periodNs},
+              {"class", findings.displayClass},
+              {"counter", findings.refreshSource},
+              {"continued_vsyncs", findings.continuedVsyncs}}},
+            {"end_ns", findings.endNs}};
+}
+
+Json libraryJson(const Findings& findings) {
+    return {{"used", findings.withLibrary},
+            {"decision", findings.decision},
+            {"debug", findings.debugSeen},
+            {"environment_ns", timeOrNull(findings.environmentNs)},
+            {"errors", findings.errors}};
+}
+
+Json pingpongsJson(const Findings& findings) {
+    return listOf(findings.pingpongs, [](const Pingpong& pingpong) {
+        return Json{{"time_ns", pingpong.timeNs}, {"kind", toString(pingpong.kind)}};
+    });
+}
+
+Json worstJson(const Findings& findings) {
+    return listOf(findings.worst, [&](int index) {
+        Json frame = toJson(findings.frames[static_cast<size_t>(index)]);
+        frame["index"] = index;
+        return frame;
+    });
+}
+
+Json allSeriesJson(const Findings& findings) {
+    return {{"headroom_ns", seriesJson(findings.headroomNs)},
+            {"coefficient", seriesJson(findings.coefficient)},
+            {"threshold_percent", seriesJson(findings.threshold)},
+            {"boost_expectation", seriesJson(findings.boostExpectation)},
+            {"measured_fps", seriesJson(findings.measuredFps)},
+            {"queue_depth", seriesJson(findings.queueDepth)}};
+}
+
+void addHints(Json& json, const Findings& findings) {
+    const auto plain = [](const auto& record) { return toJson(record); };
+    json["boosts"] = listOf(findings.boosts, plain);
+    json["releases"] = listOf(findings.releases, [](const ReleaseRecord& release) {
+        return Json{{"time_ns", release.timeNs},
+                    {"was_boosted", release.wasBoosted},
+                    {"frame", release.frame}};
+    });
+    json["negative_boosts"] = listOf(findings.negativeBoosts, [](const NegativeBoostRecord& boost) {
+        return Json{{"begin_ns", boost.beginNs},
+                    {"end_ns", boost.endNs},
+                    {"strength_percent", boost.strength}};
+    });
+    json["negative_releases"] = listOf(findings.negativeReleases, [](const NegativeReleaseRecord&
+                                                                             release) {
+        return Json{{"time_ns", release.timeNs}, {"by_missed_frame", release.byMissedFrame}};
+    });
+    json["pl_off"] = listOf(findings.plOff, plain);
+    json["core_control_off"] = listOf(findings.coreControlOff, plain);
+}
+
+void addEverything(Json& json, const Findings& findings) {
+    json["frames"] = listOf(findings.frames, [](const Frame& frame) { return toJson(frame); });
+    json["stutters"] = listOf(findings.stutters, [](const Stutter& stutter) {
+        return Json{{"time_ns", stutter.timeNs}, {"vsyncs", stutter.vsyncs}};
+    });
+    json["vsyncs_ns"] = findings.vsyncsNs;
+    addHints(json, findings);
+    json["series"] = allSeriesJson(findings);
+    json["log"] = listOf(findings.log, [&](const Decision& decision) {
+        return toJson(decision, findings.threadNames);
+    });
+}
+
+}  // namespace
+
+nlohmann::json toJson(const Findings& findings, Detail detail) {
+    Json json = inputJson(findings);
+    json["library"] = libraryJson(findings);
+    json["figures"] = figuresJson(findings);
+    json["regulators"] = {{"frame", switchesJson(findings.frameRegulator)},
+                          {"headroom", switchesJson(findings.headroomRegulator)}};
+    json["pingpongs"] = pingpongsJson(findings);
+    json["worst_frames"] = worstJson(findings);
+    if (detail == Detail::kEverything) addEverything(json, findings);
+    return json;
+}
+
+}  // namespace replay

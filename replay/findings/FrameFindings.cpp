@@ -1,0 +1,176 @@
+#include "replay/findings/FrameFindings.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "replay/findings/Statistics.h"
+
+namespace replay {
+
+namespace {
+
+// The library's own tolerance for a late frame.
+constexpr int64_t kLateToleranceNs = 2'000'000;
+// Below this a call took its time, but was not held.
+constexpr int64_t kMinHoldNs = 100'000;
+constexpr size_t kWorstShown = 10;
+constexpr int kStutterVsyncs = 2;
+
+Frame frameOf(const FedEvent& event, const std::vector<Frame>& before, int64_t periodNs) {
+    Frame frame;
+    frame.dueNs = event.dueNs;
+    frame.queuedNs = event.deliveredNs;
+    frame.returnedNs = event.returnedNs;
+    if (before.empty()) return frame;
+    frame.intervalNs = frame.queuedNs - before.back().queuedNs;
+    frame.renderNs = frame.queuedNs - before.back().returnedNs;
+    const int64_t excessNs = frame.intervalNs - periodNs;
+    frame.late = excessNs > kLateToleranceNs;
+    // Exactly one more period and the tolerance is not yet late by more than one vsync.
+    if (frame.late) {
+        frame.lateVsyncs = static_cast<int>((excessNs - kLateToleranceNs - 1) / periodNs);
+    }
+    return frame;
+}
+
+void addLists(Findings& findings, const Run& run) {
+    for (const FedEvent& event : run.fed) {
+        if (event.kind == FedEvent::Kind::kQueue) {
+            findings.frames.push_back(frameOf(event, findings.frames, findings.periodNs));
+        } else if (event.kind == FedEvent::Kind::kVsync) {
+            findings.vsyncsNs.push_back(event.dueNs);
+        }
+    }
+}
+
+void addStutters(Findings& findings, const Run& run) {
+    std::optional<int64_t> previousNs;
+    for (const FedEvent& event : run.fed) {
+        if (event.kind != FedEvent::Kind::kConsume) continue;
+        if (previousNs) {
+            const int64_t gapNs = event.deliveredNs - *previousNs;
+            const auto vsyncs =
+                    static_cast<int>((2 * gapNs + findings.periodNs) / (2 * findings.periodNs));
+            if (vsyncs >= kStutterVsyncs) findings.stutters.push_back({event.deliveredNs, vsyncs});
+        }
+        previousNs = event.deliveredNs;
+    }
+}
+
+// Which buffer was taken when. A replay as captured may deliver a buffer after the compositor took
+// it, so the order is that of the due times, which is the capture's own. The count of pending
+// buffers says which one was taken, also where the capture has lost some.
+class QueueHistory {
+  public:
+    QueueHistory(Findings& findings, const Run& run, int pendingAtStart)
+          : mFindings(findings), mPending(pendingAtStart) {
+        for (const FedEvent& event : run.fed) {
+            const bool matters =
+                    event.kind == FedEvent::Kind::kQueue || event.kind == FedEvent::Kind::kConsume;
+            if (matters) mEvents.push_back(&event);
+        }
+        std::stable_sort(mEvents.begin(), mEvents.end(),
+                         [](const auto* a, const auto* b) { return a->dueNs < b->dueNs; });
+    }
+
+    void write() {
+        mFindings.queueDepth.push_back({0, static_cast<double>(mPending)});
+        for (const FedEvent* event : mEvents) {
+            if (event->kind == FedEvent::Kind::kQueue) {
+                mFindings.frames[mQueued++].pending = ++mPending;
+            } else {
+                mPending = static_cast<int>(event->value);
+                latch(event->dueNs);
+            }
+            mFindings.queueDepth.push_back({event->dueNs, static_cast<double>(mPending)});
+        }
+    }
+
+  private:
+    void latch(int64_t timeNs) {
+        const int64_t index = static_cast<int64_t>(mQueued) - mPending - 1;
+        if (index < 0) return;  // was there before the capture began
+        Frame& frame = mFindings.frames[static_cast<size_t>(index)];
+        if (!frame.latchedNs && timeNs >= frame.queuedNs) frame.latchedNs = timeNs;
+    }
+
+    Findings& mFindings;
+    std::vector<const FedEvent*> mEvents;
+    size_t mQueued = 0;
+    int mPending;
+};
+
+void addCounts(Findings& findings) {
+    for (size_t i = 0; i < findings.frames.size(); ++i) {
+        const Frame& frame = findings.frames[i];
+        if (frame.heldNs() >= kMinHoldNs) ++findings.framesHeld;
+        if (i > 0 && frame.renderNs <= 0) ++findings.zeroRenderTimes;
+        if (!frame.late) continue;
+        for (int vsyncs = 0; vsyncs < Findings::kLateClasses; ++vsyncs) {
+            if (frame.lateVsyncs >= vsyncs) ++findings.late[static_cast<size_t>(vsyncs)];
+        }
+    }
+}
+
+void addDistributions(Findings& findings) {
+    std::vector<int64_t> intervals, renders, holds, latencies;
+    for (size_t i = 0; i < findings.frames.size(); ++i) {
+        const Frame& frame = findings.frames[i];
+        holds.push_back(frame.heldNs());
+        if (frame.latchedNs) latencies.push_back(*frame.latchedNs - frame.queuedNs);
+        if (i == 0) continue;
+        intervals.push_back(frame.intervalNs);
+        renders.push_back(frame.renderNs);
+    }
+    findings.frameTimeNs = distributionOf(intervals);
+    findings.renderTimeNs = distributionOf(renders);
+    findings.heldNs = distributionOf(holds);
+    findings.latencyNs = distributionOf(latencies);
+}
+
+void addWorst(Findings& findings) {
+    std::vector<int>& worst = findings.worst;
+    worst.resize(findings.frames.size());
+    std::iota(worst.begin(), worst.end(), 0);
+    const auto interval = [&](int index) {
+        return findings.frames[static_cast<size_t>(index)].intervalNs;
+    };
+    const size_t shown = std::min(kWorstShown, worst.size());
+    std::partial_sort(worst.begin(), worst.begin() + static_cast<ptrdiff_t>(shown), worst.end(),
+                      [&](int a, int b) {
+                          return std::make_pair(-interval(a), a) < std::make_pair(-interval(b), b);
+                      });
+    worst.resize(shown);
+    worst.shrink_to_fit();
+}
+
+}  // namespace
+
+Distribution distributionOf(const std::vector<int64_t>& values) {
+    std::vector<int64_t> sorted = values;
+    std::sort(sorted.begin(), sorted.end());
+    const auto rank = [&](size_t percent) {
+        if (sorted.empty()) return int64_t{0};
+        return sorted[(sorted.size() * percent + 99) / 100 - 1];
+    };
+    Distribution distribution;
+    distribution.count = sorted.size();
+    distribution.p50 = rank(50);
+    distribution.p90 = rank(90);
+    distribution.p95 = rank(95);
+    distribution.p99 = rank(99);
+    distribution.max = rank(100);
+    distribution.total = std::accumulate(sorted.begin(), sorted.end(), int64_t{0});
+    return distribution;
+}
+
+void addFrames(Findings& findings, const Run& run, int pendingAtStart) {
+    addLists(findings, run);
+    QueueHistory(findings, run, run.modelled ? 0 : pendingAtStart).write();
+    addStutters(findings, run);
+    addCounts(findings);
+    addDistributions(findings);
+    addWorst(findings);
+}
+
+}  // namespace replay

@@ -1,0 +1,30 @@
+#pragma once
+
+// How the frames did: the part of the findings that needs no library.
+
+#include "replay/findings/Findings.h"
+
+namespace replay {
+
+Distribution distributionOf(const std::vector<int64_t>& values);
+
+// Fills in what follows from the calls of the compositor alone: frames, late ones, stutters,
+// distributions, depth of the queue, vsyncs.
+void addFrames(Findings& findings, const Run& run, int pendingAtStart);
+
+// Which frame was the last to be queued before or at a time. Asked with ascending times.
+class FrameCursor {
+  public:
+    explicit FrameCursor(const std::vector<Frame>& frames) : mFrames(frames) {}
+
+    int at(int64_t timeNs) {
+        while (mNext < mFrames.size() && mFrames[mNext].queuedNs <= timeNs) ++mNext;
+        return static_cast<int>(mNext) - 1;
+    }
+
+  private:
+    const std::vector<Frame>& mFrames;
+    size_t mNext = 0;
+};
+
+}  // namespace replay

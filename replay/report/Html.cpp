@@ -1,0 +1,66 @@
+#include "replay/report/Html.h"
+
+#include <nlohmann/json.hpp>
+
+namespace replay {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr char kFirstPrintable = 0x20;
+constexpr char kDelete = 0x7f;
+
+// The JSON library knows how to replace what is not UTF-8; this is its way to say so.
+std::string asUtf8(std::string_view text) {
+    const std::string quoted =
+            json(std::string(text)).dump(-1, ' ', false, json::error_handler_t::replace);
+    return json::parse(quoted).get<std::string>();
+}
+
+void appendEscaped(std::string& result, char c) {
+    switch (c) {
+        case '<':
+            result += "&lt;";
+            return;
+        case '>':
+            result += "&gt;";
+            return;
+        case '&':
+            result += "&amp;";
+            return;
+        case '"':
+            result += "&quot;";
+            return;
+        case '\'':
+            result += "&#39;";
+            return;
+        default:
+            // Control characters are not allowed in a document. Parts of UTF-8 are negative.
+            result += (c >= 0 && c < kFirstPrintable) || c == kDelete ? ' ' : c;
+    }
+}
+
+}  // namespace
+
+std::string escapeHtml(std::string_view text) {
+    std::string result;
+    for (const char c : asUtf8(text)) appendEscaped(result, c);
+    return result;
+}
+
+std::string scriptJson(const json& value) {
+    const std::string plain = value.dump(-1, ' ', true, json::error_handler_t::replace);
+    std::string result;
+    result.reserve(plain.size() + plain.size() / 64);
+    for (const char c : plain) {
+        if (c == '<') {  // only ever inside of strings
+            result += "\\u003c";
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}
+
+}  // namespace replay

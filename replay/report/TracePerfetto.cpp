@@ -1,0 +1,121 @@
+#include <nlohmann/json.hpp>
+
+#include "TrackEvents.pb.h"
+#include "replay/report/TraceEvents.h"
+
+namespace replay {
+
+namespace {
+
+// Any number will do that no other source of a merged trace uses.
+constexpr uint32_t kSequence = 0x63696e64;
+constexpr uint64_t kProcessUuids = uint64_t{1} << 32;
+// In the viewer, threads are told apart by their number alone.
+constexpr int kThreadNumbers = 100'000;
+
+// Texts of a trace are UTF-8; names in a capture may be anything.
+std::string utf8(const std::string& text) {
+    using nlohmann::json;
+    const std::string quoted = json(text).dump(-1, ' ', false, json::error_handler_t::replace);
+    return json::parse(quoted).get<std::string>();
+}
+
+class PerfettoWriter : public TraceWriter {
+  public:
+    explicit PerfettoWriter(std::ostream& out) : mOut(out) {}
+
+    void process(int process, const std::string& name) override {
+        trackevents::TrackDescriptor& descriptor = *start().mutable_track_descriptor();
+        descriptor.set_uuid(kProcessUuids + static_cast<uint64_t>(process));
+        descriptor.mutable_process()->set_pid(process);
+        descriptor.mutable_process()->set_process_name(utf8(name));
+        write();
+    }
+
+    void track(const TraceTrack& track) override {
+        trackevents::TrackDescriptor& descriptor = *start().mutable_track_descriptor();
+        descriptor.set_uuid(static_cast<uint64_t>(track.number));
+        descriptor.set_parent_uuid(kProcessUuids + static_cast<uint64_t>(track.process));
+        if (track.kind == TraceTrack::Kind::kThread) {
+            descriptor.mutable_thread()->set_pid(track.process);
+            descriptor.mutable_thread()->set_tid(kThreadNumbers + track.number);
+            descriptor.mutable_thread()->set_thread_name(utf8(track.name));
+        } else {
+            descriptor.set_name(track.name);
+            if (track.kind == TraceTrack::Kind::kCounter) descriptor.mutable_counter();
+        }
+        write();
+    }
+
+    void event(const TraceEvent& event) override {
+        trackevents::TracePacket& packet = start();
+        packet.set_timestamp(static_cast<uint64_t>(event.timeNs));
+        trackevents::TrackEvent& out = *packet.mutable_track_event();
+        out.set_type(typeOf(event.kind));
+        out.set_track_uuid(static_cast<uint64_t>(event.track));
+        if (event.kind == TraceEvent::Kind::kCounter) {
+            out.set_double_counter_value(event.value);
+        } else if (event.kind != TraceEvent::Kind::kEnd) {
+            out.set_name(utf8(event.name));
+            if (*event.category != '\0') out.add_categories(event.category);
+        }
+        for (const TraceArgument& argument : event.arguments) add(out, argument);
+        write();
+    }
+
+  private:
+    trackevents::TracePacket& start() {
+        mTrace.Clear();
+        trackevents::TracePacket& packet = *mTrace.add_packet();
+        packet.set_trusted_packet_sequence_id(kSequence);
+        return packet;
+    }
+
+    void write() { mTrace.SerializeToOstream(&mOut); }
+
+    static trackevents::TrackEvent::Type typeOf(TraceEvent::Kind kind) {
+        switch (kind) {
+            case TraceEvent::Kind::kBegin:
+                return trackevents::TrackEvent::SLICE_BEGIN;
+            case TraceEvent::Kind::kEnd:
+                return trackevents::TrackEvent::SLICE_END;
+            case TraceEvent::Kind::kCounter:
+                return trackevents::TrackEvent::COUNTER;
+            default:
+                return trackevents::TrackEvent::INSTANT;
+        }
+    }
+
+    static void add(trackevents::TrackEvent& event, const TraceArgument& argument) {
+        trackevents::DebugAnnotation& annotation = *event.add_debug_annotations();
+        annotation.set_name(argument.name);
+        if (const auto* number = std::get_if<int64_t>(&argument.value)) {
+            annotation.set_int_value(*number);
+        } else {
+            annotation.set_string_value(utf8(std::get<std::string>(argument.value)));
+        }
+    }
+
+    std::ostream& mOut;
+    trackevents::Trace mTrace;
+};
+
+}  // namespace
+
+void writePerfettoTrace(std::ostream& out, const std::vector<TraceRun>& runs) {
+    PerfettoWriter writer(out);
+    walkRuns(runs, writer);
+}
+
+void writeTrace(std::ostream& out, const std::string& path, const std::vector<TraceRun>& runs) {
+    constexpr std::string_view kJson = ".json";
+    const bool isJson = path.size() >= kJson.size() &&
+                        path.compare(path.size() - kJson.size(), kJson.size(), kJson) == 0;
+    if (isJson) {
+        writeTraceJson(out, runs);
+    } else {
+        writePerfettoTrace(out, runs);
+    }
+}
+
+}  // namespace replay

@@ -1,0 +1,37 @@
+#pragma once
+
+// Writes counters in every form in which captures travel, as devices and their tools do. For tests
+// and for the fuzzers' first inputs; deliberately shares no code with the readers.
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "replay/capture/ModelledSession.h"
+
+namespace replay {
+
+using Samples = std::vector<CounterSample>;
+
+// The forms of systrace pages.
+std::string pageOf(const std::string& ftrace);
+std::string oldestPageOf(const std::string& ftrace);
+
+enum class PacketPacking { kNone, kZlib, kZstd };
+// A Perfetto trace: bundles of two CPUs in turn, with packets of other kinds in between.
+std::string perfettoOf(const Samples& samples, PacketPacking packing);
+
+std::string ftraceOf(const Samples& samples);
+std::string gzipOf(const std::string& bytes);
+std::string zstdOf(const std::string& bytes);
+std::string zipOf(const std::vector<std::pair<std::string, std::string>>& files);
+// "atrace -z"
+std::string packedAtraceOf(const std::string& ftrace);
+
+struct NamedCapture {
+    const char* name;
+    std::string bytes;
+};
+std::vector<NamedCapture> inEveryFormat(const Samples& samples);
+
+}  // namespace replay

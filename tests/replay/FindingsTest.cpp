@@ -1,0 +1,217 @@
+// What the findings say, checked against each other and against the lists they come from.
+
+#include <algorithm>
+#include <regex>
+#include <set>
+
+#include "replay/findings/Compare.h"
+#include "replay/findings/Expectation.h"
+#include "replay/findings/Figures.h"
+#include "tests/replay/Program.h"
+
+namespace {
+
+using nlohmann::json;
+
+TEST_F(Program, Findings_CountLateFramesByTheirIntervals) {
+    const json run = jsonOf("--workload stall");
+    const int64_t period = run["refresh"]["period_ns"];
+    const char* const kNames[] = {"late_frames", "late_frames_over_1_vsync",
+                                  "late_frames_over_2_vsyncs"};
+    for (int vsyncs = 0; vsyncs < 3; ++vsyncs) {
+        const auto late =
+                std::count_if(run["frames"].begin(), run["frames"].end(), [&](const json& frame) {
+                    return frame["interval_ns"].get<int64_t>() > (vsyncs + 1) * period + 2'000'000;
+                });
+        EXPECT_EQ(run["figures"][kNames[vsyncs]], late);
+        EXPECT_GT(late, 0);
+    }
+    EXPECT_NEAR(run["worst_frames"][0]["interval_ns"].get<double>(), 100.0 * period, 2.0 * period);
+}
+
+TEST_F(Program, DecisionLog_GivesEveryActionItsCause) {
+    const std::pair<const char*, const char*> kCauses[] = {
+            {R"(perf_hint\(4166, \(null\), \d+, 1500\).*)", "checkpoint 1: no buffer for .*"},
+            {R"(perf_hint\(4166, \(null\), \d+, 2000\).*)", "checkpoint 2: no buffer for .*"},
+            {R"(perf_hint\(4166, \(null\), 1000, 10000\).*)", "checkpoint 3: no buffer for .*"},
+            {R"(perf_hint\(4166, \(null\), 0, 0\).*)", "frame .*"},
+            {R"(perf_hint\(4166, \(null\), 500, .*)",
+             "frame .* less than the target of .*|kept alive.*"},
+            {R"(perf_hint\(4166, \(null\), 0, 65536\).*)",
+             "missed frame.*|frame .* more than the target.*"},
+            {"perf_lock_acq.*", "three measuring periods.*frames/s last"},
+            {"perf_lock_rel.*",
+             "frames were lost.*|the rate was not kept.*|.*not the display's rate|"
+             "the frame regulator is off"},
+            {"(perf_get|get_perf|IsFeature).*", "initialisation.*|a buffer of .*|.*environment.*"},
+    };
+    std::set<std::string> seen;
+    for (const char* arguments : {"", "--model", "--workload bursts", "--workload stall"}) {
+        const json run = jsonOf(arguments);
+        for (const json& decision : run["log"]) {
+            const auto match =
+                    std::find_if(std::begin(kCauses), std::end(kCauses), [&](const auto& cause) {
+                        return std::regex_match(decision["what"].get<std::string>(),
+                                                std::regex(cause.first));
+                    });
+            ASSERT_NE(match, std::end(kCauses)) << decision;
+            seen.insert(match->first);
+            EXPECT_TRUE(std::regex_match(decision["cause"].get<std::string>(),
+                                         std::regex(match->second)))
+                    << decision;
+        }
+        for (const char* regulator : {"frame", "headroom"}) {
+            for (const json& change : run["regulators"][regulator]) {
+                EXPECT_GT(change["reason"].get<std::string>().size(), 10u) << change;
+            }
+        }
+    }
+    EXPECT_EQ(seen.size(), std::size(kCauses));
+}
+
+// A checkpoint's cause names the time that had passed, which the frames confirm.
+TEST_F(Program, DecisionLog_TimesItsCausesByTheFrames) {
+    const json run = jsonOf("--workload bursts");
+    for (const json& boost : run["boosts"]) {
+        const json& frame = run["frames"].at(boost["frame"].get<size_t>());
+        const int64_t silence =
+                boost["begin_ns"].get<int64_t>() - frame["returned_ns"].get<int64_t>();
+        const int64_t period = run["refresh"]["period_ns"];
+        const int64_t deadline = period + (boost["checkpoint"].get<int64_t>() - 1) * (period / 2);
+        EXPECT_TRUE(silence == deadline || silence == deadline + period) << boost;
+    }
+    EXPECT_GT(run["boosts"].size(), 20u);
+}
+
+void collectKeys(const json& value, std::set<std::string>& keys) {
+    if (value.is_array() && !value.empty()) collectKeys(value.front(), keys);
+    if (!value.is_object()) return;
+    for (const auto& [key, inner] : value.items()) {
+        keys.insert(key);
+        // Its keys are what the user set.
+        if (key != "conditions") collectKeys(inner, keys);
+    }
+}
+
+TEST_F(Program, EveryJsonField_IsDocumentedAndEveryDocumentedOneExists) {
+    std::set<std::string> keys;
+    for (const char* arguments : {"", "--workload bursts"}) collectKeys(jsonOf(arguments), keys);
+    std::set<std::string> documented;
+    std::ifstream page(CINDRAL_SOURCE_DIR "/docs/json.md");
+    const std::regex field("^\\| `([a-z0-9_]+)`");
+    for (std::string line; std::getline(page, line);) {
+        std::smatch match;
+        if (std::regex_search(line, match, field)) documented.insert(match[1]);
+    }
+    EXPECT_GT(keys.size(), 80u);
+    EXPECT_EQ(documented, keys);
+}
+
+replay::ComparedRun compared(const std::string& setting, double late, double latency, double fps) {
+    replay::ComparedRun run;
+    run.setting = setting;
+    for (const replay::Figure& figure : replay::figures()) {
+        const std::string name = figure.name;
+        run.values.push_back(name == "late_frames"         ? late
+                             : name == "latency_p95_ms"    ? latency
+                             : name == "frames_per_second" ? fps
+                                                           : 1);
+    }
+    return run;
+}
+
+TEST(Comparison, WorstRegressions_ComeFirstAndWhatIsEqualIsLeftOut) {
+    std::ostringstream out;
+    replay::writeComparison(out, {compared("a", 10, 20, 60), compared("b", 100, 25, 70)}, {});
+    const std::string text = out.str();
+    const size_t late = text.find("late frames");
+    const size_t latency = text.find("queue to latch p95");
+    const size_t rate = text.find("frames per second");
+    ASSERT_NE(rate, std::string::npos) << text;
+    EXPECT_LT(late, latency) << text;
+    EXPECT_LT(latency, rate) << text;
+    EXPECT_NE(text.find("+90"), std::string::npos) << text;
+    EXPECT_EQ(text.find("stutters"), std::string::npos) << text;
+    EXPECT_EQ(text.find('\x1b'), std::string::npos) << "colours are for terminals";
+}
+
+TEST_F(Program, SeveralCaptures_GiveOneTableAndOneObjectEachDespiteABrokenOne) {
+    ASSERT_EQ(run("--write-capture " + path("one")).status, 0);
+    ASSERT_EQ(run("--workload tight --frames 300 --write-capture " + path("two")).status, 0);
+    const std::string captures = path("one") + " " + file("three", "x\n") + " " + path("two");
+    const Result result =
+            run(captures + " --compare 'alone: none' --jobs 3 --json " + path("runs.jsonl"));
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find(path("three")), std::string::npos) << result.err;
+    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 7) << result.out;
+    EXPECT_NE(result.out.find("failed"), std::string::npos) << result.out;
+    std::ifstream lines(path("runs.jsonl"));
+    std::vector<std::string> settings;
+    for (std::string line; std::getline(lines, line);) {
+        settings.push_back(json::parse(line).at("setting"));
+    }
+    EXPECT_EQ(settings, (std::vector<std::string>{"as given", "alone", "as given", "alone"}));
+}
+
+using replay::ExpectedCall;
+
+TEST(Expectation, Differences_SayWhatIsMissingNewOrMoved) {
+    const std::vector<ExpectedCall> expected = {
+            {10'000'000, "a"}, {20'000'000, "b"}, {30'000'000, "c"}};
+    struct Case {
+        std::vector<ExpectedCall> actual;
+        std::vector<std::string> starts;
+    };
+    const Case kCases[] = {
+            {expected, {}},
+            {{{10'000'000, "a"}, {20'000'000, "b"}}, {"-    0.030000000  c"}},
+            {{{10'000'000, "a"}, {20'000'000, "b"}, {30'000'000, "c"}, {40'000'000, "d"}},
+             {"+    0.040000000  d"}},
+            {{{10'000'000, "a"}, {21'500'000, "b"}, {30'000'000, "c"}},
+             {"~    0.020000000  b  came 1.500000 ms later"}},
+            {{{10'000'000, "a"}, {20'000'000, "x"}, {30'000'000, "c"}},
+             {"-    0.020000000  b", "+    0.020000000  x"}},
+            {{}, {"-    0.010000000  a", "-    0.020000000  b", "-    0.030000000  c"}},
+    };
+    for (const Case& test : kCases) {
+        EXPECT_EQ(replay::differencesOf(expected, test.actual), test.starts);
+    }
+}
+
+TEST_F(Program, RecordedBehaviour_IsWhatTheLibraryStillDoes) {
+    const std::pair<const char*, const char*> kCaptures[] = {
+            {"session", ""},
+            {"session-modelled", ""},
+            {"bursts-120hz", "--workload bursts --refresh 120 --frames 1200 --no-library"},
+            {"stall-60hz", "--workload stall --frames 1200 --no-library"},
+    };
+    for (const auto& [name, arguments] : kCaptures) {
+        const std::string capture = path(name);
+        ASSERT_EQ(run(std::string(arguments) + " --write-capture " + capture).status, 0);
+        const std::string expectation =
+                std::string(CINDRAL_SOURCE_DIR "/tests/replay/expectations/") + name + ".expect";
+        const Result result = run("check " + capture + " --expectation " + expectation);
+        EXPECT_EQ(result.status, 0) << result.out << result.err;
+    }
+}
+
+TEST_F(Program, ChangedBehaviour_FailsTheCheckReadably) {
+    const std::string capture = path("session");
+    ASSERT_EQ(run("--write-capture " + capture).status, 0);
+    ASSERT_EQ(run("record " + capture).status, 0);
+    EXPECT_EQ(run("check " + capture).status, 0);
+    const std::string recorded = textOf(capture + ".expect");
+    const std::string changed = std::regex_replace(recorded, std::regex("vendor.perf.phr.enable=1"),
+                                                   "vendor.perf.phr.enable=0");
+    ASSERT_NE(changed, recorded);
+    file("session.expect", changed);
+    const Result result = run("check " + capture);
+    EXPECT_EQ(result.status, 4);
+    EXPECT_NE(result.out.find("differences (- expected, + sent, ~ moved)"), std::string::npos);
+    EXPECT_NE(result.out.find("perf_hint(4166"), std::string::npos) << result.out;
+    EXPECT_LT(std::count(result.out.begin(), result.out.end(), '\n'), 30);
+    file("session.expect", recorded.substr(0, recorded.size() - 10));
+    EXPECT_EQ(run("check " + capture).status, 2) << "cut off";
+}
+
+}  // namespace

@@ -1,0 +1,108 @@
+// What of a captured interval is work, and what hints do to work.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "replay/player/Clocks.h"
+#include "replay/player/Work.h"
+
+namespace replay {
+namespace {
+
+using Times = std::vector<int64_t>;
+constexpr int64_t kMs = 1'000'000;
+
+Times inMs(Times times) {
+    for (int64_t& time : times) time /= kMs;
+    return times;
+}
+
+// A queue of three buffers at a period of 10 ms. The buffer of 30 ms finds the queue full, as one is
+// on the screen; that of 90 ms stalls, and those after it hurry.
+LayerEvents layer() {
+    LayerEvents events;
+    events.queueTimesNs = {6 * kMs,  14 * kMs, 20 * kMs,  30 * kMs,
+                           90 * kMs, 96 * kMs, 101 * kMs, 109 * kMs};
+    events.consumes = {{11 * kMs, 0}, {23 * kMs, 1}, {33 * kMs, 1},  {43 * kMs, 0},
+                       {93 * kMs, 0}, {99 * kMs, 0}, {103 * kMs, 0}, {113 * kMs, 0}};
+    return events;
+}
+
+TEST(Work, Estimators_TellWorkFromWaitingEachInItsWay) {
+    ASSERT_EQ(buffersSeen(layer()), 3);
+    const std::pair<const char*, Times> kCases[] = {
+            {"interval", {6, 8, 6, 10, 60, 6, 5, 8}},
+            // 30 ms: a buffer was free since 23 ms; 90 ms: since 33 ms.
+            {"since-free", {6, 8, 6, 7, 57, 6, 5, 8}},
+            {"shortest-after-stall", {5, 5, 5, 5, 57, 5, 5, 5}},
+            {"percent:50", {3, 4, 3, 3, 28, 3, 2, 4}},
+            {"fixed:7", {7, 7, 7, 7, 7, 7, 7, 7}},
+    };
+    for (const auto& [name, expected] : kCases) {
+        const WorkEstimator estimator = parseWorkEstimator(name);
+        EXPECT_EQ(estimator.name(), name);
+        EXPECT_EQ(inMs(workTimesNs(layer(), 10 * kMs, 3, estimator)), expected) << name;
+    }
+}
+
+TEST(Work, FramesOfOneInstant_StillTakeSomeWork) {
+    LayerEvents events;
+    events.queueTimesNs = {0, 0, 0};
+    for (const WorkEstimator& estimator : allWorkEstimators()) {
+        EXPECT_EQ(workTimesNs(events, 10 * kMs, 3, estimator), Times(3, kMinWorkNs))
+                << estimator.name();
+    }
+}
+
+TEST(Work, WithoutAStall_TheShortestTimesOfAllCount) {
+    Times times(10, 9 * kMs);
+    times[4] = 4 * kMs;
+    EXPECT_EQ(busyWorkNs(times, 10 * kMs), 4 * kMs);
+    times[0] = 16 * kMs;  // a stall: only the three after it count
+    EXPECT_EQ(busyWorkNs(times, 10 * kMs), 9 * kMs);
+    EXPECT_EQ(busyWorkNs({}, 10 * kMs), 0);
+}
+
+standin::Event hint(int64_t timeNs, int durationMs, int type) {
+    standin::Event event;
+    event.entryPoint = standin::EntryPoint::kPerfHint;
+    event.timeNs = timeNs;
+    event.arguments = {0x1046, durationMs, type};
+    return event;
+}
+
+TEST(Clocks, Hints_ChangeTheSpeedUntilTheyLapseOrAreTakenBack) {
+    constexpr int kNegative = 0x10000;
+    struct Case {
+        const char* what;
+        std::vector<standin::Event> hints;
+        int64_t expectedMs;  // of work in 100 ms
+    };
+    const Case kCases[] = {
+            {"no hint", {}, 100},
+            {"a boost that lapses", {hint(0, 20, 2000)}, 110},
+            {"a boost taken back", {hint(10 * kMs, 1000, 10000), hint(30 * kMs, 0, 0)}, 110},
+            {"a boost replaced", {hint(0, 1000, 10000), hint(10 * kMs, 10, 2000)}, 110},
+            {"negative, strength 25", {hint(0, 500, 25 | kNegative)}, 80},
+            {"negative, taken back",
+             {hint(0, 500, 25 | kNegative), hint(50 * kMs, 0, kNegative)},
+             90},
+            {"both", {hint(0, 500, 25 | kNegative), hint(0, 1000, 10000)}, 120},
+    };
+    for (const Case& test : kCases) {
+        Clocks clocks({50, 100});
+        for (const standin::Event& event : test.hints) clocks.onCall(event);
+        EXPECT_EQ(clocks.doneAt(100 * kMs), test.expectedMs * kMs * Clocks::kNormalSpeed)
+                << test.what;
+    }
+    Clocks none({});
+    none.onCall(hint(0, 1000, 10000));
+    none.onCall(hint(0, 500, 25 | kNegative));
+    EXPECT_EQ(none.doneAt(100 * kMs), 100 * kMs * Clocks::kNormalSpeed);
+}
+
+}  // namespace
+}  // namespace replay
