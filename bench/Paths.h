@@ -1,0 +1,37 @@
+#pragma once
+
+// What is measured: the entry points, in the states that make them take different ways.
+
+#include <vector>
+
+#include "bench/Floor.h"
+#include "bench/Scene.h"
+
+namespace bench {
+
+enum class EntryPoint { kIncrement, kDecrement, kVsync, kSetPeriod };
+
+struct Path {
+    const char* name;
+    EntryPoint entry;
+    const char* layer;  // the name that is passed; null where none is
+    floor::Floor floor;
+    floor::Floor namedFloor = nullptr;        // where a layer is looked up by that name
+    void (*prepare)(Scene& scene) = nullptr;  // before every single call
+};
+
+// Calls the library's entry point, or a floor, `times` in a row.
+void callLibrary(Scene& scene, const Path& path, int times);
+void callFloor(floor::Floor floor, const Path& path, int times);
+
+struct Stage {
+    SceneOptions options;
+    std::vector<Path> paths;
+};
+
+// Paths on which no thread is woken; instructions are counted on these.
+std::vector<Stage> quietStages();
+// The ones that wake a thread.
+std::vector<Stage> wakingStages();
+
+}  // namespace bench
