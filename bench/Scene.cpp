@@ -124,6 +124,7 @@ void Scene::buildEnvironments() {
     if (mOptions.headroom)
         decisions.push_back(all || mOptions.threads == LibraryThreads::kHeadroom);
     threads::letRun(decisions);
+    const int idleBefore = threads::idleCount();
 
     const auto start = Clock::now();
     for (int frame = 0; gEnvironments < mOptions.trackers; ++frame) {
@@ -135,6 +136,10 @@ void Scene::buildEnvironments() {
         }
     }
     if (mOptions.headroom) activateHeadroom();
+    if (mOptions.threads == LibraryThreads::kHeadroom) {
+        waitUntil([&] { return threads::idleCount() > idleBefore; }, "no headroom thread");
+        threads::skipTimers(true);
+    }
     if (!all) return;
     using floor::Waiter;
     mWaiter = mOptions.frameRegulator ? std::make_unique<Waiter>(Waiter::On::kState, kPeriodNs)
@@ -145,9 +150,6 @@ void Scene::activateHeadroom() {
     constexpr int kAccumulating = 31;
     for (int i = 0; i < kAccumulating; ++i) mLibrary->trackBufferDecrement(layer(0), 1);
     mLibrary->trackBufferDecrement(layer(0), 0);  // nothing pending any more
-    if (mOptions.threads != LibraryThreads::kHeadroom) return;
-    waitUntil([] { return threads::idleCount() > 0; }, "the headroom thread does not wait");
-    threads::skipTimers(true);
 }
 
 void Scene::keepMeasuring() {
