@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -18,14 +19,16 @@ using namespace cindral;
 
 namespace {
 
-BufferLayerTracker* findTracker(const char* layerName) REQUIRES(gLayerLock) {
+// Views compare lengths first, which tells most names apart.
+
+BufferLayerTracker* findTracker(std::string_view layerName) REQUIRES(gLayerLock) {
     for (const sp<BufferLayerTracker>& tracker : gTrackers) {
         if (tracker->name() == layerName) return tracker.get();
     }
     return nullptr;
 }
 
-bool isIgnored(const char* layerName) REQUIRES(gLayerLock) {
+bool isIgnored(std::string_view layerName) REQUIRES(gLayerLock) {
     return std::find(gIgnoredLayers.begin(), gIgnoredLayers.end(), layerName) !=
            gIgnoredLayers.end();
 }
@@ -37,36 +40,48 @@ bool isKnownGame(size_t packageHash) REQUIRES(gLayerLock) {
 void enterVerdict(const std::string& layerName, size_t packageHash, bool isGame) {
     Mutex::Autolock lock(gLayerLock);
     if (isGame) gGameHashes.push_back(packageHash);
+    const sp<BufferLayerTracker> oldest = gTrackers.empty() ? nullptr : gTrackers.front();
+    gCheckerClients.emplace_back();  // now, as after a retirement nothing may fail
     updateLayerListLocked(layerName, isGame);
+    const bool retired = oldest != nullptr && gTrackers.front() != oldest;
+    if (retired) gCheckerClients.back() = oldest->serviceClient();
 }
 
 // The game-layer checker: one query of the service, which may be slow, so without gLayerLock.
-void checkGameLayer(const std::string& layerName, size_t packageHash) {
+void checkGameLayer(PerfProxy& client, const std::string& layerName, size_t packageHash) {
     gCheckerThread = gettid();
     if (gDebuggable) atrace_begin(ATRACE_TAG_ALWAYS, "game layer checker.");
     try {
-        const sp<PerfProxy> client = moduleClient();
-        if (client != nullptr) enterVerdict(layerName, packageHash, client->isGameLayer(layerName));
+        enterVerdict(layerName, packageHash, client.isGameLayer(layerName));
     } catch (...) {
         // Out of memory: the layer stays unknown and asks again with its next buffer.
     }
     if (gDebuggable) atrace_end(ATRACE_TAG_ALWAYS);
     gCheckerRunning = false;
+    --gCheckers;
 }
 
-void startChecker(const std::string& layerName, size_t packageHash) {
-    auto check = [layerName, packageHash] { checkGameLayer(layerName, packageHash); };
+void startChecker(const sp<PerfProxy>& client, const std::string& layerName, size_t packageHash)
+        REQUIRES(gLayerLock) {
+    if (gCheckers == 0) gCheckerClients.clear();
+    gCheckerClients.push_back(client);
+    auto check = [asked = client.get(), layerName, packageHash] {
+        checkGameLayer(*asked, layerName, packageHash);
+    };
     std::thread checker;
     gCheckerRunning = true;
+    ++gCheckers;
     if (tryStartThread(checker, std::move(check))) {
         checker.detach();
         return;
     }
     gCheckerRunning = false;
+    --gCheckers;
     CINDRAL_LOGE(kModuleTag, "game checker thread create failed!");
 }
 
-void classifyLayer(const std::string& layerName) REQUIRES(gLayerLock) {
+// Apart from the road that most buffers take.
+[[gnu::noinline, gnu::cold]] void classifyLayer(const std::string& layerName) REQUIRES(gLayerLock) {
     const sp<PerfProxy> client = moduleClient();
     if (client == nullptr) return;  // a failed initialisation: nobody to ask
     const std::string package = client->getPackageName(layerName);
@@ -78,19 +93,19 @@ void classifyLayer(const std::string& layerName) REQUIRES(gLayerLock) {
     if (isKnownGame(packageHash)) {
         updateLayerListLocked(layerName, true);
     } else if (!gCheckerRunning) {
-        startChecker(layerName, packageHash);
+        startChecker(client, layerName, packageHash);
     }
     // With a checker already running, the layer asks again with its next buffer.
 }
 
-void trackBufferIncrement(const char* layerName) {
+void trackBufferIncrement(std::string_view layerName) {
     BufferLayerTracker* tracker = nullptr;
     {
         Mutex::Autolock lock(gLayerLock);
         if (isIgnored(layerName)) return;
         tracker = findTracker(layerName);
         if (tracker == nullptr) {
-            classifyLayer(layerName);
+            classifyLayer(std::string(layerName));
             return;
         }
         // From here on the work lock keeps the tracker: retiring it waits for that lock first.
@@ -99,7 +114,7 @@ void trackBufferIncrement(const char* layerName) {
     tracker->onBufferIncrement();
 }
 
-void trackBufferDecrement(const char* layerName, int pending) {
+void trackBufferDecrement(std::string_view layerName, int pending) {
     Mutex::Autolock lock(gLayerLock);
     if (BufferLayerTracker* tracker = findTracker(layerName)) tracker->onBufferDecrement(pending);
 }

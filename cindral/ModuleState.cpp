@@ -27,6 +27,8 @@ UnlockedField<bool> gActive{false};
 int32_t gMultiActiveCount = 0;
 UnlockedField<bool> gCheckerRunning{false};
 UnlockedField<pid_t> gCheckerThread{kNoThread};
+std::atomic<int> gCheckers{0};
+std::vector<sp<PerfProxy>> gCheckerClients;
 
 namespace {
 
@@ -39,7 +41,7 @@ class CheckerDrain {
     ~CheckerDrain() {
         // Sleeps rather than yields: the thread that unloads may be a real-time one, and the
         // checker is not.
-        while (gCheckerRunning) std::this_thread::sleep_for(kPollInterval);
+        while (gCheckers != 0) std::this_thread::sleep_for(kPollInterval);
         {
             Mutex::Autolock lock(gLayerLock);  // everything the checker did under it has happened
         }

@@ -5,6 +5,7 @@
 #include <utils/StrongPointer.h>
 #include <utils/Timers.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -62,11 +63,20 @@ extern cindral::UnlockedField<bool> gActive;
 // How often in a row a third game layer was refused.
 extern int32_t gMultiActiveCount GUARDED_BY(gLayerLock);
 
-// Unlocked. Whether a game-layer checker runs, cleared by the checker's last act; and the kernel's
-// number of the latest one.
+// Unlocked. Whether a game-layer checker runs, cleared by the checker at its end, and by the registry
+// when it has no memory for a tracker; and the kernel's number of the latest checker.
 inline constexpr pid_t kNoThread = 0;
 extern cindral::UnlockedField<bool> gCheckerRunning;
 extern cindral::UnlockedField<pid_t> gCheckerThread;
+
+// The checkers that have not ended. More than one only when the registry cleared gCheckerRunning.
+extern std::atomic<int> gCheckers;
+
+// Strong references to the clients whose last user may be a checker: the one it asks and the one of
+// a tracker that its verdict retires. They keep a checker from ever closing the service's libraries:
+// that takes the loader's lock, and whoever unloads this library holds it while waiting for the
+// checker. Dropped when the next checker starts, by whoever starts it, or with the module.
+extern std::vector<sp<PerfProxy>> gCheckerClients GUARDED_BY(gLayerLock);
 
 // A strong reference to the module's client for the time of one use; may be null.
 sp<PerfProxy> moduleClient() EXCLUDES(gPerfProxyLock);

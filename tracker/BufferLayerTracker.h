@@ -47,6 +47,8 @@ class BufferLayerTracker : public LightRefBase<BufferLayerTracker> {
 
     const std::string& name() const { return mLayerName; }
     nsecs_t lastQueueTime() const { return mLastQueueTime; }  // 0 before the first increment
+    // The tracker's own client; null while there is no environment.
+    sp<PerfProxy> serviceClient() const { return mPerfProxy.get(); }
 
     // The display's vsync period (ns). One outside every display class is logged and not stored.
     void setVsyncPeriod(long period);

@@ -54,6 +54,35 @@ TEST(Unload, WithTheCheckerAsking_WaitsForItsAnswer) {
     EXPECT_FALSE(isMapped("libcindral.so"));
 }
 
+// Closing the service's libraries takes the loader's lock, which the unload holds while it waits for
+// the checker. A checker that closed them would hang the process, and this test with it.
+TEST(Unload, WhileTheCheckersVerdictRetiresATracker_TheUnloadClosesItsLibraries) {
+    play(Scene(), [&](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.playUntilEnvironment(kGame);
+        compositor.start(kOtherGame);
+        standin::Device::instance().setDelay(standin::EntryPoint::kPerfGetFeedback, 2 * kSecond);
+        compositor.queue(kThirdGame);
+    });
+    EXPECT_EQ(countOf("~BufferLayerTracker"), 1);
+    EXPECT_EQ(countOf("isGameLayer:1 [" + kThirdGame + "][com.example.third]"), 1);
+    EXPECT_FALSE(isMapped("libcindral.so"));
+}
+
+TEST(Unload, WhileTheCheckerAsksAClientThatWasReplaced_TheUnloadClosesItsLibraries) {
+    play(Scene(), [&](Compositor& compositor) {
+        standin::Device::instance().setDelay(standin::EntryPoint::kPerfGetFeedback, kSecond);
+        compositor.library.init();
+        compositor.queue(kGame);
+        Compositor::waitUntil(Compositor::now() + kMs);
+        compositor.library.clearConfigs();
+        EXPECT_TRUE(compositor.library.init());
+    });
+    EXPECT_EQ(countOf("isGameLayer:1 [" + kGame + "][com.example.game]"), 1);
+    EXPECT_FALSE(isMapped("libcindral.so"));
+    EXPECT_FALSE(isMapped("libskewknob_system.so"));
+}
+
 TEST(Unload, WithRealThreads_LeavesNothingBehindEither) {
     standin::Device& device = standin::Device::instance();
     device.reset();
