@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cmath>
 #include <cstdint>
 #include <optional>
 
@@ -74,10 +73,10 @@ inline std::optional<bool> expectationStep(int64_t renderTime, int64_t vsyncPeri
     return std::nullopt;
 }
 
-// Two vsyncs between consumed buffers mean that the consumer missed at least one. Rounded to the
-// nearest vsync, halves up.
+// Two vsyncs between consumed buffers mean that the consumer missed at least one. The gap counts in
+// vsyncs rounded to the nearest, halves up, so that one and a half make two.
 inline bool isStutter(int64_t gap, int64_t vsyncPeriod) {
-    return std::round(static_cast<float>(gap) / static_cast<float>(vsyncPeriod)) >= 2.0F;
+    return static_cast<float>(gap) / static_cast<float>(vsyncPeriod) >= 1.5F;
 }
 
 // The time between a missed deadline's checkpoints: slow displays have room for two in a period.
