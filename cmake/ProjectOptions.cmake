@@ -12,6 +12,9 @@ endif()
 
 set(CINDRAL_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, for instance address,undefined")
 
+# For builds whose tools need not be fast.
+set(CINDRAL_LIBRARY_FLAGS "" CACHE STRING "Further compiler flags for the library that ships")
+
 find_package(Threads REQUIRED)
 
 add_library(cindral_flags_common INTERFACE)
@@ -38,7 +41,7 @@ add_library(cindral_flags_shipping INTERFACE)
 target_link_libraries(cindral_flags_shipping INTERFACE cindral_flags_common)
 target_compile_options(cindral_flags_shipping INTERFACE
     -fvisibility=hidden -fvisibility-inlines-hidden -fexceptions -ffp-contract=off
-    -fsanitize=signed-integer-overflow)
+    -fsanitize=signed-integer-overflow ${CINDRAL_LIBRARY_FLAGS})
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(cindral_flags_shipping INTERFACE
         -fsanitize-trap=signed-integer-overflow -Wthread-safety)

@@ -36,8 +36,9 @@ void appendEscaped(std::string& result, char c) {
             result += "&#39;";
             return;
         default:
-            // Control characters are not allowed in a document. Parts of UTF-8 are negative.
-            result += (c >= 0 && c < kFirstPrintable) || c == kDelete ? ' ' : c;
+            // Control characters are not allowed in a document. Parts of UTF-8 are negative only where
+            // char has a sign.
+            result += static_cast<unsigned char>(c) < kFirstPrintable || c == kDelete ? ' ' : c;
     }
 }
 
