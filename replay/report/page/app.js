@@ -100,7 +100,7 @@ function start() {
   listenToColours(redraw);
   showWindow();
   showFrame(view, at('frame'));
-  window.cindralReport = {view, panels};  // for whoever scripts the page
+  window.cindralReport = {view, panels, overview};  // for whoever scripts the page
 }
 
 try {
