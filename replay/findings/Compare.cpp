@@ -5,21 +5,15 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
 
 #include "replay/findings/Figures.h"
 #include "replay/findings/Format.h"
+#include "replay/findings/Ranking.h"
 
 namespace replay {
 
 namespace {
 
-// What makes no difference to anybody, by unit.
-constexpr double kGrainCount = 3;
-constexpr double kGrainMs = 1;
-constexpr double kGrainOther = 5;
-// Changes below this are shown in no colour.
-constexpr double kNoticeable = 0.02;
 constexpr size_t kMaxNameChars = 40;
 
 constexpr const char* kOverviewFigures[] = {
@@ -27,11 +21,6 @@ constexpr const char* kOverviewFigures[] = {
         "stutters",     "frame_time_p99_ms", "frame_time_max_ms", "latency_p95_ms",
         "held_total_s", "boosted_s",         "negative_s",
 };
-
-double grainOf(const Figure& figure) {
-    if (figure.isCount()) return kGrainCount;
-    return std::string(figure.unit) == "ms" ? kGrainMs : kGrainOther;
-}
 
 std::string valueText(const Figure& figure, double value) {
     if (std::isnan(value)) return "?";
@@ -44,8 +33,9 @@ std::string changeText(const Figure& figure, double before, double after) {
 }
 
 const char* colourOf(double worse, TableStyle style) {
-    if (!style.forTerminal || std::abs(worse) < kNoticeable) return "";
-    return worse > 0 ? "\x1b[31m" : "\x1b[32m";
+    const Trend trend = trendOf(worse);
+    if (!style.forTerminal || trend == Trend::kNeither) return "";
+    return trend == Trend::kWorse ? "\x1b[31m" : "\x1b[32m";
 }
 
 std::string cut(const std::string& text, size_t length) {
@@ -91,23 +81,6 @@ class Table {
     std::vector<size_t> mWidths;
 };
 
-double worstOf(size_t figure, const std::vector<const ComparedRun*>& runs) {
-    double worst = -std::numeric_limits<double>::infinity();
-    for (size_t i = 1; i < runs.size(); ++i) {
-        worst = std::max(worst,
-                         regression(figure, runs[0]->values[figure], runs[i]->values[figure]));
-    }
-    return runs.size() < 2 ? 0 : worst;
-}
-
-bool differs(size_t figure, const std::vector<const ComparedRun*>& runs) {
-    return std::any_of(runs.begin(), runs.end(), [&](const ComparedRun* run) {
-        const double a = runs[0]->values[figure];
-        const double b = run->values[figure];
-        return a != b && !(std::isnan(a) && std::isnan(b));
-    });
-}
-
 std::vector<const ComparedRun*> withoutErrors(const std::vector<ComparedRun>& runs) {
     std::vector<const ComparedRun*> good;
     for (const ComparedRun& run : runs) {
@@ -116,21 +89,16 @@ std::vector<const ComparedRun*> withoutErrors(const std::vector<ComparedRun>& ru
     return good;
 }
 
-// Regressions first, then what is neither, then improvements.
-std::vector<size_t> rankedFigures(const std::vector<const ComparedRun*>& runs) {
-    std::vector<size_t> order;
-    for (size_t i = 0; i < figures().size(); ++i) {
-        if (differs(i, runs)) order.push_back(i);
-    }
-    std::stable_sort(order.begin(), order.end(),
-                     [&](size_t a, size_t b) { return worstOf(a, runs) > worstOf(b, runs); });
-    return order;
+std::vector<std::vector<double>> valuesOf(const std::vector<const ComparedRun*>& runs) {
+    std::vector<std::vector<double>> values;
+    for (const ComparedRun* run : runs) values.push_back(run->values);
+    return values;
 }
 
 void addFigure(Table& table, size_t index, const std::vector<const ComparedRun*>& runs,
                TableStyle style) {
     const Figure& figure = figures()[index];
-    std::vector<std::string> cells = {figure.label, figure.unit};
+    std::vector<std::string> cells = {std::string("  ") + figure.label, figure.unit};
     std::vector<std::string> colours = {"", ""};
     const double before = runs[0]->values[index];
     for (const ComparedRun* run : runs) {
@@ -144,22 +112,9 @@ void addFigure(Table& table, size_t index, const std::vector<const ComparedRun*>
     table.row(std::move(cells), std::move(colours));
 }
 
-size_t figureNamed(const std::string& name) {
-    for (size_t i = 0; i < figures().size(); ++i) {
-        if (figures()[i].name == name) return i;
-    }
-    return 0;
-}
-
-// The runs of one capture, by the worst any of its settings did.
-double worstOf(const std::vector<const ComparedRun*>& runs) {
-    double worst = 0;
-    for (size_t i = 0; i < figures().size(); ++i) worst = std::max(worst, worstOf(i, runs));
-    return worst;
-}
-
 using Group = std::vector<ComparedRun>;
 
+// The runs of each capture, first those with the worst any of its settings did.
 std::vector<Group> groupsOf(std::vector<ComparedRun> runs, size_t perGroup) {
     std::vector<Group> groups;
     for (size_t i = 0; i < runs.size(); ++i) {
@@ -167,7 +122,8 @@ std::vector<Group> groupsOf(std::vector<ComparedRun> runs, size_t perGroup) {
         groups.back().push_back(std::move(runs[i]));
     }
     std::stable_sort(groups.begin(), groups.end(), [](const Group& a, const Group& b) {
-        return worstOf(withoutErrors(a)) > worstOf(withoutErrors(b));
+        return worstRegression(valuesOf(withoutErrors(a))) >
+               worstRegression(valuesOf(withoutErrors(b)));
     });
     return groups;
 }
@@ -203,17 +159,6 @@ ComparedRun comparedRun(const nlohmann::json& run) {
     return compared;
 }
 
-double regression(size_t index, double before, double after) {
-    const Figure& figure = figures()[index];
-    if (figure.better == Figure::Better::kNeither || std::isnan(before) || std::isnan(after)) {
-        return 0;
-    }
-    const double grain = grainOf(figure);
-    const double growth =
-            std::log((std::max(after, 0.0) + grain) / (std::max(before, 0.0) + grain));
-    return figure.better == Figure::Better::kLess ? growth : -growth;
-}
-
 void writeComparison(std::ostream& out, const std::vector<ComparedRun>& runs, TableStyle style) {
     const std::vector<const ComparedRun*> good = withoutErrors(runs);
     if (good.empty()) return;
@@ -223,8 +168,12 @@ void writeComparison(std::ostream& out, const std::vector<ComparedRun>& runs, Ta
         head.insert(head.end(), {good[i]->setting, "change"});
     }
     table.row(std::move(head));
-    const std::vector<size_t> ranked = rankedFigures(good);
-    for (const size_t index : ranked) addFigure(table, index, good, style);
+    const std::vector<RankedFigure> ranked = rankedFigures(valuesOf(good));
+    for (size_t i = 0; i < ranked.size(); ++i) {
+        if (i == 0 || ranked[i].trend != ranked[i - 1].trend)
+            table.row({toString(ranked[i].trend)});
+        addFigure(table, ranked[i].figure, good, style);
+    }
     table.write(out);
     out << format("%zu figures, %zu without a difference left out\n", figures().size(),
                   figures().size() - ranked.size());

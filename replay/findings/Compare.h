@@ -21,11 +21,6 @@ struct ComparedRun {
 // From an object that toJson() made.
 ComparedRun comparedRun(const nlohmann::json& run);
 
-// How much worse (above 0) or better a figure became, on a scale on which all figures can be
-// ranked: the logarithm of the factor, with a little added to both sides so that small numbers do
-// not count for much. 0 for figures that are neither.
-double regression(size_t figure, double before, double after);
-
 struct TableStyle {
     bool forTerminal = false;  // colours
 };

@@ -1,6 +1,8 @@
 #include "replay/findings/Figures.h"
 
+#include <algorithm>
 #include <limits>
+#include <stdexcept>
 
 #include "replay/findings/Format.h"
 
@@ -146,6 +148,19 @@ const std::vector<Figure>& figures() {
              [](const F& f) { return count(f.unknownCalls); }},
     };
     return all;
+}
+
+size_t figureNamed(const std::string& name) {
+    const auto found = std::find_if(figures().begin(), figures().end(),
+                                    [&](const Figure& figure) { return figure.name == name; });
+    if (found == figures().end()) throw std::logic_error("no figure " + name);
+    return static_cast<size_t>(found - figures().begin());
+}
+
+std::vector<double> valuesOf(const Findings& findings) {
+    std::vector<double> values;
+    for (const Figure& figure : figures()) values.push_back(figure.of(findings));
+    return values;
 }
 
 }  // namespace replay

@@ -4,6 +4,7 @@
 // One table, so that nothing is compared that is not in the data, and the other way round.
 
 #include <cstddef>
+#include <string>
 #include <vector>
 
 #include "replay/findings/Findings.h"
@@ -24,5 +25,11 @@ struct Figure {
 };
 
 const std::vector<Figure>& figures();
+
+// The index of the figure with the name, which must exist.
+size_t figureNamed(const std::string& name);
+
+// By figures().
+std::vector<double> valuesOf(const Findings& findings);
 
 }  // namespace replay

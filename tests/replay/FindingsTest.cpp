@@ -128,8 +128,10 @@ TEST(Comparison, WorstRegressions_ComeFirstAndWhatIsEqualIsLeftOut) {
     const size_t latency = text.find("queue to latch p95");
     const size_t rate = text.find("frames per second");
     ASSERT_NE(rate, std::string::npos) << text;
+    EXPECT_LT(text.find("\nworse\n"), late) << text;
     EXPECT_LT(late, latency) << text;
-    EXPECT_LT(latency, rate) << text;
+    EXPECT_LT(latency, text.find("\nbetter\n")) << text;
+    EXPECT_LT(text.find("\nbetter\n"), rate) << text;
     EXPECT_NE(text.find("+90"), std::string::npos) << text;
     EXPECT_EQ(text.find("stutters"), std::string::npos) << text;
     EXPECT_EQ(text.find('\x1b'), std::string::npos) << "colours are for terminals";

@@ -4,6 +4,7 @@
 #include <regex>
 #include <string>
 
+#include "tests/replay/CaptureFormats.h"
 #include "tests/replay/Program.h"
 
 namespace {
@@ -112,6 +113,49 @@ TEST_F(Program, WrittenCapture_ReplaysLikeTheModelledSession) {
                 afterSource(run("--timeline").out));
     EXPECT_NE(run(path("model") + " --list-layers").out.find("SurfaceView[com.example.game/"),
               std::string::npos);
+}
+
+TEST_F(Program, TheSameCapture_ReplaysTheSameInEveryFormat) {
+    const auto replayOf = [&](const std::string& bytes) {
+        const Result result = run(file("capture", bytes) + " --json - --json-events");
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.err, "");
+        return result.out;
+    };
+    const auto files = replay::inEveryFormat(replay::modelledSession());
+    const std::string wanted = replayOf(files.front().bytes);
+    EXPECT_GT(wanted.size(), 100'000u);
+    for (const auto& [name, bytes] : files) EXPECT_TRUE(replayOf(bytes) == wanted) << name;
+}
+
+TEST_F(Program, EveryProperty_ChangesWhatIsShown) {
+    const auto shown = [&](const std::string& arguments) {
+        nlohmann::json run = jsonOf("--workload bursts --frames 600 " + arguments);
+        run.erase("conditions");
+        nlohmann::json actions;
+        for (const nlohmann::json& entry : run["log"]) {
+            if (entry["action"]) actions.push_back(entry);
+        }
+        run["log"] = actions;
+        return run;
+    };
+    const std::pair<std::string, std::string> kCases[] = {
+            {"", "ro.vendor.perf.zgpe=false"},
+            {"", "vendor.perf.cindral.debug=0"},
+            {"--set vendor.perf.pfar2.enable=0", "vendor.perf.pfar.enable=1"},
+            {"", "vendor.perf.pfar2.boost_level=3"},
+            {"", "vendor.perf.pfar2.disable_core_ctl=0"},
+            {"", "vendor.perf.pfar2.disable_pl=0"},
+            {"", "vendor.perf.pfar2.enable=0"},
+            {"", "vendor.perf.pfar2.hgpe.enable=0"},
+            {"", "vendor.perf.pfar2.hgpe.max_neboost=-10"},
+            {"", "vendor.perf.pfar2.hgpe.max_rendertime=70"},
+            {"", "vendor.perf.phr.enable=0"},
+            {"", "vendor.perf.phr.hr_min_rate=0.7"},
+    };
+    for (const auto& [base, change] : kCases) {
+        EXPECT_NE(shown(base + " --set " + change), shown(base)) << change;
+    }
 }
 
 // The first number of the summary's row, -1 without such a row.

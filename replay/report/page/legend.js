@@ -1,12 +1,11 @@
 // Which runs and panels are shown, and whose frames and log.
 
 function makeLegend(view, panels, node) {
-  const runs = element('fieldset', {}, ...view.runs.map((run, i) =>
-    element('label', {}, element('input', {type: 'checkbox', checked: true, disabled: view.runs.length === 1,
-      onchange: event => view.show(i, event.target.checked)}), swatch(i), run.label)));
-  node.append(runs);
   if (view.runs.length > 1) {
-    node.append(element('label', {}, 'Frames and log of', element('select', {id: 'focus',
+    node.append(element('fieldset', {}, ...view.runs.map((run, i) =>
+      element('label', {}, element('input', {type: 'checkbox', checked: true,
+        onchange: event => view.show(i, event.target.checked)}), swatch(i), run.label))),
+    element('label', {}, 'Frames and log of', element('select', {id: 'focus',
       onchange: event => view.setFocus(Number(event.target.value))},
         ...view.runs.map((run, i) => element('option', {value: i}, run.label)))));
   }

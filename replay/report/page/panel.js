@@ -36,25 +36,15 @@ function drawVsyncs(context, area, chart, view) {
   }
 }
 
-function periodLines(area, chart, view) {
-  const periodMs = view.focusRun().periodNs / kNsPerMs;
-  const lines = [];
-  for (let n = 1; n <= kBeyondPeriods; ++n) {
-    const y = chart.toDomYCoord(n * periodMs);
-    if (y >= area.y) lines.push({y, n});
-  }
-  return lines;
-}
-
-function drawPeriods(context, area, chart, view) {
-  for (const {y, n} of periodLines(area, chart, view)) {
-    context.strokeStyle = colour(n === 1 ? 'ink' : 'line');
-    context.lineWidth = 1;
-    context.beginPath();
-    context.moveTo(area.x, y);
-    context.lineTo(area.x + area.w, y);
-    context.stroke();
-  }
+// Longer than this, a frame is late.
+function drawPeriod(context, area, chart, view) {
+  const y = chart.toDomYCoord(view.focusRun().periodNs / kNsPerMs);
+  context.strokeStyle = colour('ink');
+  context.lineWidth = 1;
+  context.beginPath();
+  context.moveTo(area.x, y);
+  context.lineTo(area.x + area.w, y);
+  context.stroke();
 }
 
 // Readable on whatever lies below it.
@@ -66,12 +56,6 @@ function drawText(context, text, x, y, inkName) {
   context.strokeText(text, x, y);
   context.fillStyle = colour(inkName);
   context.fillText(text, x, y);
-}
-
-function namePeriods(context, area, chart, view) {
-  for (const {y, n} of periodLines(area, chart, view)) {
-    drawText(context, n === 1 ? '1 vsync' : n + ' vsyncs', area.x + 4, y - 3, 'quiet');
-  }
 }
 
 // An arrow at the upper edge for what does not fit, with its value where there is room.
@@ -113,8 +97,6 @@ function markerPlotter(definition, view) {
       else if (hasRoom && !definition.isStep) drawMarker(e.drawingContext, style, point.canvasx, point.canvasy, 2.4);
     }
     drawBeyond(e, points.filter(point => point.yval > top));
-    const isLast = e.seriesIndex === view.runs.length - 1;
-    if (isLast && definition.vsyncLines) namePeriods(e.drawingContext, area, e.dygraph, view);
   };
 }
 
@@ -164,7 +146,7 @@ class Panel {
       plotter: [Dygraph.Plotters.linePlotter, markerPlotter(this.definition, this.view)],
       underlayCallback: (context, area, chart) => {
         drawVsyncs(context, area, chart, this.view);
-        if (this.definition.vsyncLines) drawPeriods(context, area, chart, this.view);
+        if (this.definition.vsyncLines) drawPeriod(context, area, chart, this.view);
       },
     };
   }
@@ -174,7 +156,9 @@ class Panel {
   yAxis() {
     const [low, high] = this.scale;
     return {axisLabelWidth: kAxisLabelWidth, valueRange: this.scale,
-      ticker: (a, b, pixels) => valueTicks(low, high, pixels, this.definition.wholeNumbers)};
+      ticker: (a, b, pixels) => this.definition.vsyncLines ?
+          periodTicks(this.view.focusRun().periodNs / kNsPerMs, high, pixels) :
+          valueTicks(low, high, pixels, this.definition.wholeNumbers)};
   }
 
   rows() {

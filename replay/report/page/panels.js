@@ -17,7 +17,7 @@ const kNsToMs = kNsPerMs;
 const kThousandths = 1000;
 
 const kPanels = [
-  {id: 'frame-time', title: 'Frame time', unit: 'ms, from one queued buffer to the next', height: 170,
+  {id: 'frame-time', title: 'Frame time', unit: 'ms, from one queued buffer to the next; a line each vsync period', height: 170,
     series: run => ofFrames(run, run.frames.interval, i => i > 0), vsyncLines: true, marksLate: true},
   {id: 'hints', title: 'Hints, releases and regulators', unit: '', lanes: true},
   {id: 'held', title: 'Held time', unit: 'ms, by which the queue call was delayed', height: 110,
@@ -61,7 +61,7 @@ function scaleOf(definition, view, seriesOfRuns) {
   if (definition.unit.startsWith('ms')) high = Math.min(high, kBeyondPeriods * periodMs);
   if (high === low) high = low + 1;
   const air = (high - low) * 0.1;
-  return [low < 0 ? low - air : 0, high + air];
+  return [low - air, high + air];  // a line along 0 must not hide in the axis
 }
 
 // The value that holds at a time, for the line above the panel; NaN if there is none.

@@ -30,3 +30,11 @@ function valueTicks(low, high, pixels, wholeNumbers) {
   }
   return ticks;
 }
+
+// One each vsync period, as far as they have room.
+function periodTicks(periodMs, high, pixels) {
+  const every = Math.max(1, Math.ceil(14 * high / periodMs / pixels));
+  const ticks = [];
+  for (let i = 0; i * periodMs <= high; i += every) ticks.push({v: i * periodMs, label: (i * periodMs).toFixed(1)});
+  return ticks;
+}
