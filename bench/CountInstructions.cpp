@@ -36,7 +36,7 @@ void countFloor(const Path& path, bench::floor::Floor floor, const char* which) 
 }
 
 void countPath(const Path& path, Scene& scene) {
-    scene.keepMeasuring();
+    if (path.entry == bench::EntryPoint::kIncrement) scene.keepMeasuring();
     if (path.layer != nullptr) bench::floor::setLayer(path.layer);
     count(
             std::string(path.name) + " library", [&] { callLibrary(scene, path, 1); },

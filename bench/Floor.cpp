@@ -31,6 +31,7 @@ MonotonicCond gStateCond;
 MonotonicCond gVsyncCond;
 std::string gLayerName;
 volatile nsecs_t gClock;  // where the time read goes
+volatile bool gFound;     // and the result of a comparison
 
 void readClock() {
     gClock = systemTime(SYSTEM_TIME_MONOTONIC);
@@ -49,15 +50,11 @@ bool isLayer(const char* name) {
 
 enum class Work { kMeasure, kWatch, kWatchAndPower };
 
-template <bool kNamed>
-bool found(const char* layer) {
-    return !kNamed || isLayer(layer);
-}
-
 template <bool kNamed, Work kWork>
 void incrementSequence(const char* layer) {
     pthread_mutex_lock(&gLayer);
-    if (found<kNamed>(layer)) pthread_mutex_lock(&gWork);
+    if (kNamed) gFound = isLayer(layer);
+    pthread_mutex_lock(&gWork);
     pthread_mutex_unlock(&gLayer);
     readClock();
     if (kWork != Work::kMeasure) signalUnder(gState, gStateCond);
@@ -87,7 +84,8 @@ void layerLock(const char*) {
 
 void layerLockNamed(const char* layer) {
     pthread_mutex_lock(&gLayer);
-    if (isLayer(layer)) pthread_mutex_unlock(&gLayer);
+    gFound = isLayer(layer);
+    pthread_mutex_unlock(&gLayer);
 }
 
 void increment(const char* layer) {
@@ -117,7 +115,8 @@ void decrement(const char*) {
 
 void decrementNamed(const char* layer) {
     pthread_mutex_lock(&gLayer);
-    if (isLayer(layer)) readClock();
+    gFound = isLayer(layer);
+    readClock();
     pthread_mutex_unlock(&gLayer);
 }
 

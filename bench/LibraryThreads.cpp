@@ -22,6 +22,7 @@ std::deque<bool> gDecisions;
 std::atomic<bool> gSkipTimers{false};
 std::atomic<int> gRunning{0};
 std::atomic<int> gIdleCount{0};
+std::atomic<int> gWaitCount{0};
 thread_local bool tLibraryThread = false;
 
 template <typename Function>
@@ -68,6 +69,10 @@ int idleCount() {
     return gIdleCount;
 }
 
+int waitCount() {
+    return gWaitCount;
+}
+
 }  // namespace bench::threads
 
 using namespace bench::threads;
@@ -91,7 +96,7 @@ int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
     static const auto real = realCall<decltype(pthread_cond_wait)>("pthread_cond_wait");
-    if (tLibraryThread) ++gIdleCount;
+    if (tLibraryThread) ++gIdleCount, ++gWaitCount;
     return real(condition, mutex);
 }
 
@@ -99,6 +104,7 @@ int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                            const timespec* deadline) {
     static const auto real = realCall<decltype(pthread_cond_timedwait)>("pthread_cond_timedwait");
     if (tLibraryThread && gSkipTimers) return ETIMEDOUT;
+    if (tLibraryThread) ++gWaitCount;
     return real(condition, mutex, deadline);
 }
 

@@ -21,7 +21,8 @@ void skipTimers(bool skip);
 // Library threads started and not ended.
 int running();
 
-// How often a library thread has gone to sleep without a deadline.
+// How often a library thread has gone to sleep: without a deadline, and in all.
 int idleCount();
+int waitCount();
 
 }  // namespace bench::threads

@@ -29,6 +29,12 @@ SceneOptions inactive() {
     return options;
 }
 
+SceneOptions holding() {
+    SceneOptions options = regulated(true, true, false, LibraryThreads::kNone);
+    options.trackers = 2;
+    return options;
+}
+
 const char* const kGame = Scene::layer(0);
 const char* const kFirstIgnored = Scene::ignoredLayer(0);
 const char* const kLastIgnored = Scene::ignoredLayer(Scene::kIgnoredLayers - 1);
@@ -108,6 +114,16 @@ std::vector<Stage> wakingStages() {
                incrementWatchedNamed}}},
             {regulated(false, true, false, Threads::kAll),
              {{"vsync_wakes_headroom", EntryPoint::kVsync, nullptr, vsyncActive}}},
+    };
+}
+
+std::vector<Stage> contendedStages() {
+    using namespace floor;
+    return {
+            {holding(),
+             {{"", EntryPoint::kIncrement, Scene::layer(1), incrementWatched,
+               incrementWatchedNamed}}},
+            {tracked(2), {{"", EntryPoint::kIncrement, kGame, increment, incrementNamed}}},
     };
 }
 

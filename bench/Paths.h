@@ -33,5 +33,8 @@ struct Stage {
 std::vector<Stage> quietStages();
 // The ones that wake a thread.
 std::vector<Stage> wakingStages();
+// A path of the second layer while the first one's producer is held; and one of the first layer,
+// with the second tracked as well.
+std::vector<Stage> contendedStages();
 
 }  // namespace bench

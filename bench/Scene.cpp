@@ -57,11 +57,33 @@ void waitUntil(Condition condition, const char* what) {
     }
 }
 
+// The C library locks more cheaply in a process that never had a second thread. A compositor is no
+// such process.
+void makeProcessMultithreaded() {
+    static const int kOnce = (std::thread([] {}).join(), 0);
+    (void)kOnce;
+}
+
 const char* onOff(bool on) {
     return on ? "1" : "0";
 }
 
 }  // namespace
+
+void configureDevice(const SceneOptions& options) {
+    Device& device = Device::instance();
+    device.reset();
+    gEnvironments = 0;
+    device.setEventSink(countEnvironments);
+    for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
+    device.setProperty("vendor.perf.pfar2.enable", onOff(options.frameRegulator));
+    device.setProperty("vendor.perf.phr.enable", onOff(options.headroom));
+    device.setProperty("vendor.perf.pfar2.hgpe.enable", onOff(options.power));
+    for (const char* package : {"com.example.game", "com.example.other"}) {
+        device.setVerdict(package, 2);
+        device.setGameWeight(package, 1);
+    }
+}
 
 const char* Scene::layer(int tracker) {
     return kLayers[tracker];
@@ -72,7 +94,8 @@ const char* Scene::ignoredLayer(int index) {
 }
 
 Scene::Scene(const SceneOptions& options) : mOptions(options) {
-    configureDevice();
+    makeProcessMultithreaded();
+    configureDevice(mOptions);
     threads::letRun({});
     mLibrary = std::make_unique<replay::CindralLibrary>();
     floor::setLayer(layer(0));
@@ -90,21 +113,6 @@ Scene::~Scene() {
     threads::skipTimers(false);
 }
 
-void Scene::configureDevice() {
-    Device& device = Device::instance();
-    device.reset();
-    gEnvironments = 0;
-    device.setEventSink(countEnvironments);
-    for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
-    device.setProperty("vendor.perf.pfar2.enable", onOff(mOptions.frameRegulator));
-    device.setProperty("vendor.perf.phr.enable", onOff(mOptions.headroom));
-    device.setProperty("vendor.perf.pfar2.hgpe.enable", onOff(mOptions.power));
-    for (const char* package : {"com.example.game", "com.example.other"}) {
-        device.setVerdict(package, 2);
-        device.setGameWeight(package, 1);
-    }
-}
-
 void Scene::fillIgnoreList() {
     for (int i = 0; i < kIgnoredLayers; ++i) mLibrary->trackBufferIncrement(ignoredLayer(i));
 }
@@ -120,9 +128,11 @@ void Scene::buildEnvironments() {
     // In the order in which the library starts them: monitor, boost, headroom.
     const bool all = mOptions.threads == LibraryThreads::kAll;
     std::vector<bool> decisions;
-    if (mOptions.frameRegulator) decisions = {all, all};
-    if (mOptions.headroom)
-        decisions.push_back(all || mOptions.threads == LibraryThreads::kHeadroom);
+    for (int i = 0; i < mOptions.trackers; ++i) {
+        if (mOptions.frameRegulator) decisions.insert(decisions.end(), {all, all});
+        if (mOptions.headroom)
+            decisions.push_back(all || mOptions.threads == LibraryThreads::kHeadroom);
+    }
     threads::letRun(decisions);
     const int idleBefore = threads::idleCount();
 
@@ -157,8 +167,7 @@ void Scene::keepMeasuring() {
     std::this_thread::sleep_for(milliseconds(151));  // ends a measuring period without closing it
     for (int frame = 0; frame < 5; ++frame) {        // and what the pause has set off is over
         if (mOptions.threads == LibraryThreads::kHeadroom) release();
-        mLibrary->trackBufferIncrement(layer(0));
-        mLibrary->trackBufferDecrement(layer(0), 0);
+        mLibrary->trackBufferIncrement(layer(mOptions.trackers - 1));
         std::this_thread::sleep_for(milliseconds(1));
     }
     mMeasuringSince = nowNs();

@@ -31,6 +31,9 @@ struct SceneOptions {
     bool ignoredLayers = true;  // the ignore list is full, as on a phone with its system layers
 };
 
+// Sets the stand-in device up for such a scene, and nothing else.
+void configureDevice(const SceneOptions& options);
+
 // One at a time. Constructed and destroyed by the thread that measures.
 class Scene {
   public:
@@ -47,7 +50,8 @@ class Scene {
     static const char* ignoredLayer(int index);
     static constexpr int kIgnoredLayers = 4;
 
-    // To be called at least every 100 ms while increments come faster than frames: a measuring
+    // To be called at least every 100 ms while increments of the last tracked layer come faster
+    // than frames: a measuring
     // period that closes with such a rate would switch the regulators off. Costs a pause of 151 ms
     // every 700 ms.
     void keepMeasuring();
@@ -56,7 +60,6 @@ class Scene {
     void release();
 
   private:
-    void configureDevice();
     void fillIgnoreList();
     void trackLayers();
     void buildEnvironments();
