@@ -119,6 +119,13 @@ void trackBufferDecrement(std::string_view layerName, int pending) {
     if (BufferLayerTracker* tracker = findTracker(layerName)) tracker->onBufferDecrement(pending);
 }
 
+// Apart, so that an inactive module pays for no more than the test.
+[[gnu::noinline]] void forwardVsyncPeriod(long period) {
+    gVsyncPeriod = period;
+    Mutex::Autolock lock(gLayerLock);
+    for (const sp<BufferLayerTracker>& tracker : gTrackers) tracker->setVsyncPeriod(period);
+}
+
 void trackVsync() {
     const nsecs_t timestamp = systemTime(SYSTEM_TIME_MONOTONIC);
     Mutex::Autolock lock(gLayerLock);
@@ -138,6 +145,10 @@ void contain(Report&& report) noexcept {
 }  // namespace
 
 }  // namespace android
+
+void cindralSetVsyncPeriod(long period) {
+    if (android::gActive) android::forwardVsyncPeriod(period);
+}
 
 void cindralTrackBufferIncrement(const char* layerName) {
     if (!android::gActive || layerName == nullptr) return;

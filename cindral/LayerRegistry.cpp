@@ -78,11 +78,3 @@ void updateLayerListLocked(const std::string& layerName, bool isGame) {
 }
 
 }  // namespace android
-
-void cindralSetVsyncPeriod(long period) {
-    using namespace android;
-    if (!gActive) return;
-    gVsyncPeriod = period;
-    Mutex::Autolock lock(gLayerLock);
-    for (const sp<BufferLayerTracker>& tracker : gTrackers) tracker->setVsyncPeriod(period);
-}

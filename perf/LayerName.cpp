@@ -1,6 +1,7 @@
 #include "perf/LayerName.h"
 
 #include <algorithm>
+#include <locale>
 #include <regex>
 
 namespace android::cindral {
@@ -19,13 +20,46 @@ bool isLineEnd(char c) {
     return c == '\n' || c == '\r';
 }
 
+// Characters as the pattern needs them: compared as they are, and the digits as its only class. The
+// standard traits answer by locale and bring the tables for that, a seventh of the whole library.
+struct PlainTraits {
+    using char_type = char;
+    using string_type = std::string;
+    using locale_type = std::locale;
+    using char_class_type = unsigned;  // 0 for no class
+
+    static size_t length(const char* text) { return std::char_traits<char>::length(text); }
+    char translate(char c) const { return c; }
+    char translate_nocase(char c) const { return c; }
+    template <typename Iterator>
+    string_type transform(Iterator first, Iterator last) const {
+        return {first, last};
+    }
+    template <typename Iterator>
+    string_type transform_primary(Iterator first, Iterator last) const {
+        return {first, last};
+    }
+    template <typename Iterator>
+    string_type lookup_collatename(Iterator, Iterator) const {
+        return {};
+    }
+    template <typename Iterator>
+    char_class_type lookup_classname(Iterator, Iterator, bool = false) const {
+        return 1;
+    }
+    bool isctype(char c, char_class_type digits) const { return digits != 0 && isDigit(c); }
+    int value(char digit, int /*radix*/) const { return digit - '0'; }
+    locale_type imbue(const locale_type& locale) { return locale; }
+    locale_type getloc() const { return {}; }
+};
+
 }  // namespace
 
 std::string packageNameOf(const std::string& layerName) {
     if (layerName.size() > kMaxRegexNameLength) return packageNameOfLongName(layerName);
     // Built anew on every call, deliberately: tracked and ignored layers never come here, and the
     // others too seldom for a state that outlives the call.
-    const std::regex pattern(kLayerNamePattern);
+    const std::basic_regex<char, PlainTraits> pattern(kLayerNamePattern);
     std::smatch match;
     return std::regex_match(layerName, match, pattern) ? match[1].str() : std::string();
 }

@@ -40,6 +40,7 @@ TEST(LayerName, WithAndWithoutThePattern_TheAnswerIsTheSame) {
         std::smatch match;
         const std::string expected =
                 std::regex_match(name, match, pattern) ? match[1].str() : std::string();
+        ASSERT_EQ(packageNameOf(name), expected) << name;
         ASSERT_EQ(packageNameOfLongName(name), expected) << name;
         matches += expected.empty() ? 0 : 1;
     }
