@@ -22,8 +22,7 @@ double percentOf(double part, double whole) {
 
 std::string shareOfRun(int64_t ns, const Findings& findings) {
     if (ns == 0) return "never";
-    const double share =
-            percentOf(static_cast<double>(ns), static_cast<double>(findings.durationNs));
+    const double share = percentOf(static_cast<double>(ns), static_cast<double>(findings.endNs));
     const std::string rounded = share < 0.5 ? "less than 1" : format("%.0f", share);
     return format("%.2f s (%s %% of the run)", toSeconds(ns), rounded.c_str());
 }
@@ -138,8 +137,11 @@ class Writer {
     bool isComparison() const { return mRuns.size() > 1; }
 
     static std::string describeInput(const Findings& f) {
-        return format("%s: %.2f s, %zu frames, display at %.2f Hz (a vsync every %.2f ms)",
-                      f.source.c_str(), toSeconds(f.durationNs), f.frames.size(),
+        // A workload has no length of its own.
+        const std::string captured =
+                f.durationNs > 0 ? format("%.2f s, ", toSeconds(f.durationNs)) : "";
+        return format("%s: %s%zu frames, display at %.2f Hz (a vsync every %.2f ms)",
+                      f.source.c_str(), captured.c_str(), f.frames.size(),
                       1e9 / static_cast<double>(f.periodNs), toMs(f.periodNs));
     }
 

@@ -36,15 +36,16 @@ function drawVsyncs(context, area, chart, view) {
   }
 }
 
-// Longer than this, a frame is late.
-function drawPeriod(context, area, chart, view) {
-  const y = chart.toDomYCoord(view.focusRun().periodNs / kNsPerMs);
-  context.strokeStyle = colour('ink');
-  context.lineWidth = 1;
-  context.beginPath();
-  context.moveTo(area.x, y);
-  context.lineTo(area.x + area.w, y);
-  context.stroke();
+// By hand, so that the first stands out: a frame that takes longer misses a vsync.
+function drawPeriods(context, area, chart, ticks) {
+  ticks.forEach((tick, i) => {
+    context.strokeStyle = colour(i === 1 ? 'quiet' : 'grid');
+    context.lineWidth = 1;
+    context.beginPath();
+    context.moveTo(area.x, chart.toDomYCoord(tick.v));
+    context.lineTo(area.x + area.w, chart.toDomYCoord(tick.v));
+    context.stroke();
+  });
 }
 
 // Readable on whatever lies below it.
@@ -146,7 +147,7 @@ class Panel {
       plotter: [Dygraph.Plotters.linePlotter, markerPlotter(this.definition, this.view)],
       underlayCallback: (context, area, chart) => {
         drawVsyncs(context, area, chart, this.view);
-        if (this.definition.vsyncLines) drawPeriod(context, area, chart, this.view);
+        if (this.definition.vsyncLines) drawPeriods(context, area, chart, this.yTicks(area.h));
       },
     };
   }
@@ -154,11 +155,14 @@ class Panel {
   xAxis() { return chartOptions(this.view).axes.x; }
 
   yAxis() {
+    return {axisLabelWidth: kAxisLabelWidth, valueRange: this.scale, drawGrid: !this.definition.vsyncLines,
+      ticker: (a, b, pixels) => this.yTicks(pixels)};
+  }
+
+  yTicks(pixels) {
     const [low, high] = this.scale;
-    return {axisLabelWidth: kAxisLabelWidth, valueRange: this.scale,
-      ticker: (a, b, pixels) => this.definition.vsyncLines ?
-          periodTicks(this.view.focusRun().periodNs / kNsPerMs, high, pixels) :
-          valueTicks(low, high, pixels, this.definition.wholeNumbers)};
+    return this.definition.vsyncLines ? periodTicks(this.view.focusRun().periodNs / kNsPerMs, high, pixels) :
+        valueTicks(low, high, pixels, this.definition.wholeNumbers);
   }
 
   rows() {
