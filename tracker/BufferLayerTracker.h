@@ -108,6 +108,7 @@ class BufferLayerTracker : public LightRefBase<BufferLayerTracker> {
     void onLateFrame(nsecs_t watchedQueue) REQUIRES(mStateLock);
     bool waitForAccumulatedBuffer() REQUIRES(mStateLock);
     bool staysLateFor(nsecs_t duration, nsecs_t watchedQueue) REQUIRES(mStateLock);
+    bool waitRunsOut(nsecs_t duration) REQUIRES(mStateLock);
     void raiseCheckpoint(int checkpoint, const char* text) REQUIRES(mStateLock);
     void giveUp() REQUIRES(mStateLock);
 

@@ -63,20 +63,26 @@ void BufferLayerTracker::onLateFrame(nsecs_t watchedQueue) {
     raiseCheckpoint(kCheckpoint3, "CHECKPOINT3_NOT_QUEUED");
     // Here a new queue time alone does not count, deliberately: only a wake-up keeps the regulator
     // on.
-    if (mCond.waitFor(mStateLock, kCheckpointFinalWaitNs) == WaitResult::kTimedOut) giveUp();
+    if (waitRunsOut(kCheckpointFinalWaitNs)) giveUp();
 }
 
 // The consumer still has buffers to show, so the layer gets another period. Returns whether it
 // passed without a wake-up.
 bool BufferLayerTracker::waitForAccumulatedBuffer() {
     ZTRACE_NAME("additonal wait for accumulated buffer");
-    return mCond.waitFor(mStateLock, mVsyncPeriod) == WaitResult::kTimedOut;
+    return waitRunsOut(mVsyncPeriod);
 }
 
 // Waits, and tells whether the time ran out with no buffer queued since the watched one.
 bool BufferLayerTracker::staysLateFor(nsecs_t duration, nsecs_t watchedQueue) {
-    return mCond.waitFor(mStateLock, duration) == WaitResult::kTimedOut &&
-           mLastQueueTime == watchedQueue;
+    return waitRunsOut(duration) && mLastQueueTime == watchedQueue;
+}
+
+// Waits, and tells whether nobody woke the thread. A stop counts as a wake-up also when it came in the
+// moment in which the time ran out, so that its signal found nobody: whoever stops the tracker would
+// wait for all that is left of the pass, more than a second, with the module's lock held.
+bool BufferLayerTracker::waitRunsOut(nsecs_t duration) {
+    return mCond.waitFor(mStateLock, duration) == WaitResult::kTimedOut && mRunning;
 }
 
 void BufferLayerTracker::raiseCheckpoint(int checkpoint, const char* text) {

@@ -83,6 +83,26 @@ TEST(Unload, WhileTheCheckerAsksAClientThatWasReplaced_TheUnloadClosesItsLibrari
     EXPECT_FALSE(isMapped("libskewknob_system.so"));
 }
 
+// The stop's signal then finds nobody waiting.
+TEST(Unload, InTheMomentAWaitOfTheMonitorRunsOut_IsOverAtOnceAndSendsNothing) {
+    constexpr int64_t kSpacing = 8'333'333;
+    for (const int64_t silence : {kPeriod60, kPeriod60 + kSpacing, kPeriod60 + 2 * kSpacing,
+                                  kPeriod60 + 2 * kSpacing + kSecond}) {
+        int64_t stopped = 0;
+        size_t sent = 0;
+        const sim::Outcome outcome =
+                play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
+                    compositor.start(kGame);
+                    stopped = compositor.playUntilEnvironment(kGame) + silence;
+                    Compositor::waitUntil(stopped);
+                    stopped = sim::now();
+                    sent = boosts().size();
+                });
+        EXPECT_EQ(outcome.endTimeNs, stopped) << silence;
+        EXPECT_LE(boosts().size(), sent + 1) << silence << ": the release that the stop serves";
+    }
+}
+
 TEST(Unload, WithRealThreads_LeavesNothingBehindEither) {
     standin::Device& device = standin::Device::instance();
     device.reset();
