@@ -3,6 +3,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "device/DeviceState.h"
@@ -86,9 +87,11 @@ void Device::setEventSink(std::function<void(const Event&)> sink) {
     mState->sink = std::move(sink);
 }
 
-std::vector<Event> Device::events() const {
+std::vector<Event> Device::events(size_t without) const {
     std::lock_guard<std::mutex> guard(mState->lock);
-    return mState->content.events;
+    const std::vector<Event>& events = mState->content.events;
+    return {events.begin() + static_cast<std::ptrdiff_t>(std::min(without, events.size())),
+            events.end()};
 }
 
 void Device::clearEvents() {

@@ -82,8 +82,8 @@ class Device {
     // empty one makes the device keep them again. Like the labeller it survives a reset.
     void setEventSink(std::function<void(const Event&)> sink);
 
-    // Everything recorded since the last reset, in order of arrival.
-    std::vector<Event> events() const;
+    // Everything recorded since the last reset, in order of arrival, without the first so many.
+    std::vector<Event> events(size_t without = 0) const;
     void clearEvents();
 
   private:

@@ -92,3 +92,7 @@ int64_t timeOf(const std::string& text);
 std::vector<int64_t> timesOf(const std::string& text);
 int countOf(const std::string& text);
 std::string record();  // everything, one line each
+
+// How many random schedules a test tries: as many as usual, or CINDRAL_SEEDS, which explores more, or
+// fewer where everything is slow.
+int seedsToTry(int usual);

@@ -37,16 +37,16 @@ std::vector<std::string> lockCalls() {
 
 // Plays until `periods` more measuring periods have closed.
 void playPeriods(Compositor& compositor, int64_t frameTime, int periods) {
-    const auto closed = [] {
-        int count = 0;
-        for (const Sight& line : logs())
-            count += line.what.find("FPS:") != std::string::npos ? 1 : 0;
-        return count;
-    };
-    const int target = closed() + periods;
-    while (closed() < target) {
+    const standin::Device& device = standin::Device::instance();
+    size_t seen = device.events().size();
+    while (periods > 0) {
         Compositor::waitUntil(Compositor::now() + frameTime);
         compositor.queue(kGame);
+        for (const standin::Event& event : device.events(seen)) {
+            ++seen;
+            const bool line = event.kind == standin::EventKind::kLog;
+            if (line && event.text.find("FPS:") != std::string::npos) --periods;
+        }
     }
     // The monitor thread gets to see the last buffer.
     Compositor::waitUntil(Compositor::now() + 1);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <set>
 #include <thread>
 
@@ -16,12 +16,6 @@ namespace {
 constexpr int kBoostHintId = 0x1046;
 constexpr int kNegativeBoostFlag = 0x10000;
 constexpr int kSeeds = 2000;
-
-// CINDRAL_SEEDS explores more, or fewer under a slow instrumentation.
-int seeds() {
-    const char* wanted = std::getenv("CINDRAL_SEEDS");
-    return wanted != nullptr ? std::max(1, std::atoi(wanted)) : kSeeds;
-}
 
 Scene stormScene(uint64_t seed) {
     Scene scene;
@@ -121,7 +115,8 @@ TEST(Schedules, RandomSchedules_EndWithEveryThreadJoinedAndKeepTheInvariants) {
     int paced = 0;
     int boosted = 0;
     int retired = 0;
-    for (int seed = 1; seed <= seeds(); ++seed) {
+    const int seeds = seedsToTry(kSeeds);
+    for (int seed = 1; seed <= seeds; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         const sim::Outcome outcome = play(stormScene(static_cast<uint64_t>(seed)), storm);
         ASSERT_NO_FATAL_FAILURE(checkInvariants(outcome));
@@ -130,13 +125,14 @@ TEST(Schedules, RandomSchedules_EndWithEveryThreadJoinedAndKeepTheInvariants) {
         retired += countOf("~BufferLayerTracker") > 0 ? 1 : 0;
     }
     // The storm is one only if most runs come that far.
-    EXPECT_GT(paced, seeds() / 2);
-    EXPECT_GT(boosted, seeds() / 2);
-    EXPECT_GT(retired, seeds() / 2);
+    EXPECT_GT(paced, seeds / 2);
+    EXPECT_GT(boosted, seeds / 2);
+    EXPECT_GT(retired, seeds / 2);
 }
 
 TEST(Schedules, SilentLayer_LosesItsRegulatorUnderEverySchedule) {
-    for (uint64_t seed = 1; seed <= 300; ++seed) {
+    const uint64_t seeds = std::min(300, seedsToTry(300));
+    for (uint64_t seed = 1; seed <= seeds; ++seed) {
         Scene scene;
         scene.schedule.schedule = sim::Schedule::kRandom;
         scene.schedule.seed = seed;
