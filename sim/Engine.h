@@ -41,6 +41,7 @@ class Engine {
     Thread& current() const { return *mCurrent; }  // has the turn
     const Options& options() const { return mOptions; }
     const Strategy& strategy() const { return mStrategy; }
+    void setCalm(bool calm) { mStrategy.setCalm(calm); }
     // In the order of their ids, the ended ones too.
     const std::vector<std::unique_ptr<Thread>>& threads() const { return mThreads; }
 

@@ -143,6 +143,14 @@ std::vector<const void*> heldMutexes() {
     return tSelf ? tSelf->heldAddresses : std::vector<const void*>{};
 }
 
+const ThreadRecord& self() {
+    return tSelf->record;
+}
+
+void setCalm(bool calm) {
+    if (tSelf) tSelf->run->engine.setCalm(calm);
+}
+
 bool isAwaited() {
     return tSelf && !tSelf->joiners.empty();
 }

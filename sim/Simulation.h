@@ -108,5 +108,11 @@ std::vector<ThreadRecord> threads();
 std::vector<const void*> heldMutexes();
 // Whether another thread waits for the calling one to end.
 bool isAwaited();
+// What a ThreadRecord shows of the calling thread itself.
+const ThreadRecord& self();
+
+// While calm, a random schedule behaves as kFirstCome: a program comes quickly to the state in which
+// disturbing it is worth while, and can be looked at undisturbed afterwards. A run starts disturbed.
+void setCalm(bool calm);
 
 }  // namespace sim

@@ -104,6 +104,7 @@ void Strategy::addThread() {
 }
 
 size_t Strategy::choose(const std::vector<Thread*>& ready, const Thread* current) {
+    if (mCalm) return current ? ready.size() : 0;
     switch (mKind) {
         case Kind::kFirstCome:
             return current ? ready.size() : 0;

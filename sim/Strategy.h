@@ -25,7 +25,8 @@ class Strategy {
   public:
     explicit Strategy(const Options& options);
 
-    bool isRandom() const { return mKind != Kind::kFirstCome; }
+    bool isRandom() const { return mKind != Kind::kFirstCome && !mCalm; }
+    void setCalm(bool calm) { mCalm = calm; }
     // Before the questions about one step.
     void beginStep();
     bool jumpsClock();
@@ -61,6 +62,7 @@ class Strategy {
     size_t highest(const std::vector<Thread*>& ready, const Thread* current) const;
 
     Kind mKind = Kind::kFirstCome;
+    bool mCalm = false;
     uint64_t mState;
     uint64_t mSeed;
     uint32_t mChangePpm = 0;  // kSticky: of leaving the running thread; kPriorities: of a demotion

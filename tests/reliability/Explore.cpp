@@ -1,0 +1,153 @@
+// explore: plays generated programs of entry-point calls to the library under many schedules, in
+// virtual time, and checks the invariants of Watch.h throughout. See usage().
+
+#include <time.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+
+#include "tests/reliability/Arguments.h"
+#include "tests/reliability/Player.h"
+#include "tests/reliability/Shrink.h"
+#include "tests/reliability/Workers.h"
+
+using namespace reliability;
+
+namespace {
+
+constexpr char kUsage[] =
+        "usage: explore [--schedules N] [--seconds S] [--seed S] [--jobs N] [--library PATH]\n"
+        "               [--shrink 0]  to leave a failing program as long as it is\n"
+        "       explore --program TEXT --schedule NUMBER   plays one, as a failure printed it\n";
+
+constexpr uint64_t kSchedulesPerProgram = 12;
+
+struct Campaign {
+    uint64_t schedules = 10'000;
+    int64_t seconds = 0;  // 0: until all schedules are done
+    uint64_t seed = 1;
+    uint64_t jobs = 1;
+    std::string library = "libcindral.so";
+    bool shrinks = true;
+};
+
+int64_t secondsNow() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec;
+}
+
+uint64_t seedOf(const Campaign& campaign, uint64_t run) {
+    return campaign.seed * 1'000'003 + run / kSchedulesPerProgram;
+}
+
+// A schedule's number is its seed as well, so it is different in every program.
+uint64_t scheduleOf(const Campaign& campaign, uint64_t run) {
+    return campaign.seed * 1'000'000'007 + run;
+}
+
+// Every `jobs`th program, from the `job`th on.
+void exploreShare(const Campaign& campaign, uint64_t job, Report& report) {
+    const standin::ServiceLibraries services;
+    const int64_t start = secondsNow();
+    Program program;
+    for (uint64_t run = 0; run < campaign.schedules; ++run) {
+        if (run / kSchedulesPerProgram % campaign.jobs != job) continue;
+        if (run % kSchedulesPerProgram == 0) {
+            if (campaign.seconds != 0 && secondsNow() - start >= campaign.seconds) return;
+            program = generate(choicesFrom(seedOf(campaign, run)));
+        }
+        Worker::begins(report, run);
+        const Reached reached = play(program, scheduleOf(campaign, run), campaign.library);
+        ++report.done;
+        for (int i = 0; i < Reached::kCount; ++i) report.counts[i] += reached.all()[i] ? 1 : 0;
+    }
+}
+
+void showProgress(uint64_t done, const uint64_t (&counts)[Reached::kCount], int64_t seconds) {
+    std::printf("%llu schedules of %llu programs in %lld s\n",
+                static_cast<unsigned long long>(done),
+                static_cast<unsigned long long>((done + kSchedulesPerProgram - 1) /
+                                                kSchedulesPerProgram),
+                static_cast<long long>(seconds));
+    for (int i = 0; i < Reached::kCount; ++i) {
+        std::printf("  %s in %llu\n", Reached::names()[static_cast<size_t>(i)],
+                    static_cast<unsigned long long>(counts[i]));
+    }
+}
+
+void showFinding(const Campaign& campaign, const Finding& finding, uint64_t done) {
+    std::printf("violated: %s, in schedule %llu (after %llu)\n%s\n", finding.invariant.c_str(),
+                static_cast<unsigned long long>(finding.at), static_cast<unsigned long long>(done),
+                finding.text.c_str());
+    if (!campaign.shrinks) return;
+    const Case first{generate(choicesFrom(seedOf(campaign, finding.at))),
+                     scheduleOf(campaign, finding.at)};
+    const Case small = shrink(first, finding.invariant, campaign.library);
+    std::printf(
+            "shrunk from %zu calls in %zu threads to %zu in %zu; replay with\n"
+            "explore --program '%s' --schedule %llu\n",
+            first.program.size(), first.program.threads.size(), small.program.size(),
+            small.program.threads.size(), toText(small.program).c_str(),
+            static_cast<unsigned long long>(small.schedule));
+}
+
+int explore(const Campaign& campaign) {
+    const int64_t start = secondsNow();
+    std::vector<std::unique_ptr<Worker>> workers;
+    for (uint64_t job = 0; job < campaign.jobs; ++job) {
+        workers.push_back(std::make_unique<Worker>(
+                [&, job](Report& report) { exploreShare(campaign, job, report); }));
+    }
+    Finding finding;
+    bool clean = true;
+    uint64_t done = 0;
+    uint64_t counts[Reached::kCount] = {};
+    for (const auto& worker : workers) {
+        clean = worker->wait(finding) && clean;
+        done += worker->report().done;
+        for (int i = 0; i < Reached::kCount; ++i) counts[i] += worker->report().counts[i];
+        if (!clean) break;
+    }
+    workers.clear();
+    showProgress(done, counts, secondsNow() - start);
+    if (clean) return EXIT_SUCCESS;
+    showFinding(campaign, finding, done);
+    return EXIT_FAILURE;
+}
+
+int playOne(const Case& one, const std::string& library) {
+    Finding finding;
+    if (!fails(one, library, finding)) {
+        std::printf("all invariants held\n");
+        return EXIT_SUCCESS;
+    }
+    std::printf("violated: %s\n%s\n", finding.invariant.c_str(), finding.text.c_str());
+    return EXIT_FAILURE;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        Campaign campaign;
+        Arguments arguments(argc, argv, kUsage);
+        campaign.library = arguments.text("--library", campaign.library);
+        const std::string program = arguments.text("--program", "");
+        const uint64_t schedule = arguments.number("--schedule", 0);
+        campaign.seconds = static_cast<int64_t>(arguments.number("--seconds", 0));
+        campaign.schedules =
+                arguments.number("--schedules", campaign.seconds != 0 ? UINT64_MAX / 2 : 10'000);
+        campaign.seed = arguments.number("--seed", campaign.seed);
+        campaign.jobs = std::max<uint64_t>(1, arguments.number("--jobs", 1));
+        campaign.shrinks = arguments.number("--shrink", 1) != 0;
+        arguments.done();
+        if (!program.empty()) return playOne({parse(program), schedule}, campaign.library);
+        return explore(campaign);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "explore: %s\n", error.what());
+        return 2;
+    }
+}

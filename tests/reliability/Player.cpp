@@ -1,0 +1,318 @@
+#include "tests/reliability/Player.h"
+
+#include <dlfcn.h>
+#include <pthread.h>
+#include <sched.h>
+
+#include <optional>
+#include <system_error>
+#include <thread>
+
+#include "replay/player/CindralLibrary.h"
+#include "tests/reliability/Memory.h"
+#include "tests/reliability/Violation.h"
+
+using standin::Device;
+using standin::EntryPoint;
+
+namespace reliability {
+
+namespace {
+
+constexpr uint64_t kTraceTags = 3;  // always, and graphics
+constexpr uint64_t kMostSteps = 400'000;
+constexpr int64_t kMostTimeNs = 24 * 3600 * kSecond;
+constexpr uint64_t kTypicalSteps = 600;
+// The last boost is over, and the monitor has given up.
+constexpr int64_t kRestNs = 3 * kSecond;
+// With answers under way that take their time.
+constexpr int64_t kLongRestNs = 900 * kSecond;
+
+void setMood(int mood) {
+    Device& device = Device::instance();
+    for (const char* package : {"com.example.game", "com.example.other", "com.example.third"}) {
+        device.setVerdict(package, (mood & 4) == 0 ? 2 : 1);
+        device.setGameWeight(package, (mood & 1) == 0 ? 1 : 0);
+    }
+    device.setHalVersion((mood & 2) == 0 ? 2.3 : 2.2);
+}
+
+void configure(const Program& program) {
+    Device& device = Device::instance();
+    device.reset();
+    device.setThreadLabeller(sim::currentThread);
+    if (program.has('t')) device.setTraceTags(kTraceTags);
+    for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
+    if (program.has('g')) device.setProperty("vendor.perf.pfar2.enable", "1");
+    if (program.has('p')) device.setProperty("vendor.perf.phr.enable", "1");
+    if (program.has('d')) device.setProperty("vendor.perf.cindral.debug", "1");
+    if (program.has('n')) device.setProperty("vendor.perf.pfar2.hgpe.enable", "1");
+    device.setVerdict("com.example.light", 2);
+    device.setGameWeight("com.example.light", 0);
+    setMood(0);
+}
+
+class Session {
+  public:
+    Session(const Program& program, Watch& watch, const std::string& library)
+          : mProgram(program), mWatch(watch), mLibrary(std::in_place, library) {}
+
+    void run(const std::string& library) {
+        sim::setCalm(true);
+        begin();
+        sim::setCalm(false);
+        std::vector<std::thread> threads;
+        for (const auto& ops : mProgram.threads) {
+            try {
+                threads.emplace_back([&] { perform(ops); });
+            } catch (const std::system_error&) {
+                // The thread that was to fail is one of the program's.
+            }
+        }
+        for (std::thread& thread : threads) thread.join();
+        if (mProgram.has('s')) {
+            sim::setCalm(true);
+            rest();
+            if (worksAsEver()) probe();
+        }
+        sim::sleepFor(mProgram.unloadAfterMs * kMs);
+        mWatch.unloadBegins();
+        mLibrary.reset();
+        mWatch.unloadEnded();
+        if (dlopen(library.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr)
+            violate("nothing-after-unload", "the library is still mapped");
+    }
+
+  private:
+    template <typename Call>
+    void call(Act act, int layer, Call&& entryPoint) {
+        const int64_t startNs = mWatch.callBegins(act, layer);
+        entryPoint();
+        mWatch.callEnds(act, startNs);
+    }
+    void queue(int layer) {
+        call(Act::kQueue, layer, [&] { mLibrary->trackBufferIncrement(layerName(layer)); });
+    }
+    void consume(int layer, int pending) {
+        call(Act::kConsume, layer,
+             [&] { mLibrary->trackBufferDecrement(layerName(layer), pending); });
+    }
+    void vsync() {
+        call(Act::kVsync, -1, [&] { mLibrary->trackVsyncSignal(); });
+    }
+    void setPeriod(int index) {
+        call(Act::kPeriod, -1, [&] { mLibrary->setVsyncPeriod(periodNs(index)); });
+    }
+    void init() {
+        call(Act::kInit, -1, [&] { mLibrary->init(); });
+    }
+
+    void begin() {
+        if (mProgram.frames == 0) return;
+        init();
+        setPeriod(mProgram.period);
+        for (int game = 0; game < mProgram.games; ++game) {
+            queue(game);
+            sim::sleepFor(kMs);  // for the checker
+        }
+        playBursts(mProgram.games, mProgram.frames, mProgram.period);
+        for (int i = 0; i < mProgram.pending; ++i) {
+            for (int game = 0; game < mProgram.games; ++game) consume(game, 1);
+        }
+    }
+
+    void playBursts(int games, int frames, int period) {
+        for (int i = 0; i < frames; ++i) {
+            if (i % kBurst[period] == 0) sim::sleepFor(kBurstIntervalNs);
+            for (int game = 0; game < games; ++game) queue(game);
+        }
+    }
+
+    void perform(const std::vector<Op>& ops) {
+        for (const Op& op : ops) {
+            if (op.afterUs > 0) sim::sleepFor(op.afterUs * (kMs / 1000));
+            if (mProgram.has('f')) setMood(++mMood);
+            perform(op);
+        }
+    }
+
+    void perform(const Op& op) {
+        switch (op.act) {
+            case Act::kQueue:
+                return queue(op.a);
+            case Act::kConsume:
+                return consume(op.a, op.b);
+            case Act::kVsync:
+                return vsync();
+            case Act::kPeriod:
+                return setPeriod(op.a);
+            case Act::kInit:
+                return init();
+            case Act::kClear:
+                return mLibrary->clearConfigs();
+            case Act::kDelay:
+                return setDelay(op.a, op.b * kMs);
+            case Act::kMood:
+                return setMood(op.a);
+        }
+    }
+
+    void setDelay(int entryPoint, int64_t delayNs) {
+        mWatch.setDelay(entryPoint, delayNs);
+        Device::instance().setDelay(static_cast<EntryPoint>(entryPoint), delayNs);
+    }
+
+    void rest() {
+        if (mProgram.uses(Act::kDelay)) {
+            for (int i = 0; i < 8; ++i) setDelay(i, 0);
+            sim::sleepFor(kLongRestNs);
+        }
+        sim::sleepFor(kRestNs);
+        mWatch.settled();
+    }
+
+    // Whether nothing that the program did may have changed what the game gets for good.
+    bool worksAsEver() const {
+        return mProgram.failThread == 0 && mProgram.has('g') && mProgram.has('d') &&
+               !mProgram.has('f') && mProgram.isSolo() && !mProgram.uses(Act::kClear) &&
+               !mProgram.uses(Act::kMood);
+    }
+
+    // However the calls were interleaved, afterwards the game is paced, boosted and released.
+    void probe() {
+        init();
+        setPeriod(0);
+        queue(0);
+        sim::sleepFor(kMs);
+        const int enabled = mWatch.logs("enable FrameRegulator");
+        playBursts(1, framesToClose(0), 0);
+        expect(mWatch.logs("enable FrameRegulator") > enabled, "the frame regulator came on");
+        if (mProgram.has('p')) probePacing();
+        probeBoost();
+    }
+
+    void probePacing() {
+        const int64_t periodNs = reliability::periodNs(0);
+        const int enabled = mWatch.logs("enable PHR");
+        for (int i = 0; i < 31; ++i) consume(0, 1);
+        expect(mWatch.logs("enable PHR") > enabled, "the headroom regulator came on");
+        consume(0, 0);
+        for (int i = 0; i < 2; ++i) {
+            vsync();
+            sim::sleepFor(periodNs);
+        }
+        queue(0);  // takes the release that is there
+        vsync();
+        const int64_t heldNs = heldBy([&] { queue(0); });
+        expect(heldNs >= periodNs / 11 && heldNs <= periodNs / 2 + 1,
+               "a buffer is held until its headroom, not " + std::to_string(heldNs) + " ns");
+        expect(heldBy([&] { queue(0); }) == periodNs, "without a vsync it is held a period");
+    }
+
+    void probeBoost() {
+        const int boosts = mWatch.longBoosts();
+        sim::sleepFor(100 * kMs);
+        expect(mWatch.longBoosts() == boosts + 1, "a layer that stops is boosted for long, once");
+        const int releases = mWatch.releases();
+        queue(0);
+        sim::sleepFor(kMs);  // for the boost thread
+        expect(mWatch.releases() > releases, "its next buffer takes the boost back");
+    }
+
+    template <typename Call>
+    int64_t heldBy(Call&& entryPoint) {
+        const int64_t startNs = sim::now();
+        entryPoint();
+        return sim::now() - startNs;
+    }
+
+    static void expect(bool holds, const std::string& what) {
+        if (!holds) violate("works-afterwards", "expected: " + what);
+    }
+
+    const Program& mProgram;
+    Watch& mWatch;
+    std::optional<replay::CindralLibrary> mLibrary;
+    int mMood = 0;
+};
+
+sim::Options optionsOf(const Program& program, uint64_t schedule) {
+    sim::Options options = scheduleOf(schedule);
+    options.failThreadCreation = program.failThread;
+    options.stepBudget = kMostSteps;
+    options.timeBudgetNs = kMostTimeNs;
+    options.expectedSteps = kTypicalSteps;
+    options.checkLockOrder = true;
+    options.abortOnFailure = false;
+    options.onLock = [](const void* mutex) {
+        if (looksFreed(mutex)) violate("no-use-after-free", "a lock in freed memory is taken");
+    };
+    return options;
+}
+
+Reached playOnce(const Program& program, uint64_t schedule, const std::string& library) {
+    const sim::Options options = optionsOf(program, schedule);
+    const bool spurious = options.schedule == sim::Schedule::kRandom;
+    Watch watch(program, !options.clockJumps, spurious);
+    configure(program);
+    Device::instance().setEventSink([&](const standin::Event& event) { watch.see(event); });
+    const sim::Outcome outcome =
+            sim::run(options, [&] { Session(program, watch, library).run(library); });
+    Device::instance().setEventSink({});
+    if (!outcome.ok()) violate(invariantOf(outcome.failure), outcome.report);
+    Device::instance().reset();
+    return watch.reached();
+}
+
+}  // namespace
+
+const char* invariantOf(sim::Failure failure) {
+    switch (failure) {
+        case sim::Failure::kDeadlock:
+            return "no-deadlock";
+        case sim::Failure::kThreadNotJoined:
+            return "threads-joined";
+        case sim::Failure::kMisuse:
+            return "locks-well-used";
+        case sim::Failure::kLockOrder:
+            return "lock-order";
+        default:
+            return "no-livelock";
+    }
+}
+
+sim::Options scheduleOf(uint64_t number) {
+    constexpr sim::Schedule kKinds[] = {sim::Schedule::kRandom, sim::Schedule::kPriorityChanges,
+                                        sim::Schedule::kFewPreemptions};
+    sim::Options options;
+    options.schedule = kKinds[number % 3];
+    options.clockJumps = number / 3 % 2 == 0;
+    options.seed = number;
+    return options;
+}
+
+Reached play(const Program& program, uint64_t schedule, const std::string& library) {
+    static bool sWarm = false;  // the first run builds what stays
+    const int64_t before = liveBlocks();
+    const Reached reached = playOnce(program, schedule, library);
+    const int64_t left = liveBlocks() - before;
+    if (sWarm && left != 0)
+        violate("no-leak", std::to_string(left) + " blocks more than before the run");
+    sWarm = true;
+    return reached;
+}
+
+}  // namespace reliability
+
+// Closing a library takes the loader's lock, which the simulation does not see: a thread that waits
+// for it would stand outside the model. So it is taken inside first. It nests with everything, so
+// it is tried, which the check of the lock order leaves out.
+extern "C" int dlclose(void* library) noexcept {
+    static auto* const sReal = reinterpret_cast<int (*)(void*)>(dlsym(RTLD_NEXT, "dlclose"));
+    static pthread_mutex_t sLoader = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    if (!sim::inSimulation()) return sReal(library);
+    while (pthread_mutex_trylock(&sLoader) != 0) sched_yield();
+    const int result = sReal(library);
+    pthread_mutex_unlock(&sLoader);
+    return result;
+}

@@ -1,0 +1,80 @@
+#pragma once
+
+// Generated programs of entry-point calls.
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace reliability {
+
+inline constexpr int64_t kMs = 1'000'000;
+inline constexpr int64_t kSecond = 1'000'000'000;
+
+// Where a generator's decisions come from: a number below `limit`, 0 for a limit of 0.
+using Choices = std::function<uint32_t(uint32_t limit)>;
+Choices choicesFrom(uint64_t seed);
+// For fuzzing; 0 when the bytes are used up.
+Choices choicesFrom(const uint8_t* data, size_t size);
+
+// What one thread does next. The letters are those of a program's text.
+enum class Act : char {
+    kQueue = 'q',    // a: layer
+    kConsume = 'c',  // a: layer, b: pending
+    kVsync = 'v',
+    kPeriod = 'p',  // a: index of periodNs
+    kInit = 'i',
+    kClear = 'x',
+    kDelay = 'd',  // a: entry point, b: ms that its calls take from now on
+    kMood = 'm',   // a: the device's answers from now on
+};
+
+struct Op {
+    Act act = Act::kVsync;
+    int a = 0;
+    int b = 0;
+    int afterUs = 0;  // slept before the act
+};
+
+// The layers of a program: three games, one that is none, one without a package, and a light one.
+inline constexpr int kLayers = 6;
+inline constexpr int kGames = 3;
+const char* layerName(int layer);
+// Vsync periods of 60, 90 and 120 Hz, one of no display, and an absurd one.
+inline constexpr int kPeriods = 5;
+inline constexpr int kGoodPeriods = 3;
+int64_t periodNs(int index);
+
+// The undisturbed beginning queues so many frames at once, at an interval, so that their rate is that
+// of the period; with the first frame of the eleventh burst the measuring period closes.
+inline constexpr int kBurst[kGoodPeriods] = {7, 11, 15};
+inline constexpr int kBursts = 10;
+inline constexpr int64_t kBurstIntervalNs = 120 * kMs;
+int framesToClose(int period);
+
+struct Program {
+    // The device: g frame regulator, p headroom regulator, d debug switch, n negative boosts,
+    // t trace tags, f fickle answers. And s: in the end everything has to work as ever.
+    std::string features;
+    int games = 1;          // layers that the undisturbed beginning plays
+    int frames = 0;         // so many; 0 for none, and then nothing is initialised either
+    int pending = 0;        // consumed buffers at its end that left others queued
+    int period = 0;         // index of its vsync period
+    int unloadAfterMs = 0;  // from the end of the last thread
+    int failThread = 0;     // the creation of a thread, the program's own counted, that fails
+    std::vector<std::vector<Op>> threads;
+
+    bool has(char feature) const { return features.find(feature) != std::string::npos; }
+    bool uses(Act act) const;
+    // Whether any of its calls names a layer other than the first.
+    bool isSolo() const;
+    size_t size() const;  // ops
+};
+
+Program generate(const Choices& choices);
+// One line that parse() reads back. parse() throws std::runtime_error with what is wrong.
+std::string toText(const Program& program);
+Program parse(const std::string& text);
+
+}  // namespace reliability

@@ -1,0 +1,105 @@
+#pragma once
+
+// What has to hold of a run, whatever the program and the schedule. Each rule has a name; the first
+// one that does not hold ends the process through violate(). The names:
+//
+//   call-returns-in-time   an entry point takes longer than what it may wait for
+//   unload-returns-in-time
+//   locks-in-service       the service is called under more or fewer locks than it may be
+//   who-sends              a thread makes a service call that is not its business
+//   known-requests         a hint with arguments that mean nothing
+//   values-in-range        headroom, expectation, strength or threshold out of its bounds
+//   two-trackers           more threads than two trackers have
+//   sections-balanced      a trace section ends that had not begun, or never ends
+//   hint-per-checkpoint    more boosts than checkpoints were missed
+//   long-boost-released    a buffer came and the long boost was not taken back
+//   regulator-off-in-silence  a layer is silent and its frame regulator stays on
+//   nothing-after-unload   something is sent, or a thread left, after the library has gone
+//
+// Bounds on time are looked at only in runs whose clock overtakes no thread that can run.
+
+#include <array>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "device/StandInDevice.h"
+#include "tests/reliability/Program.h"
+
+namespace reliability {
+
+// How far a run came: a search that never reaches what it looks for finds nothing.
+struct Reached {
+    bool environment = false;
+    bool boost = false;
+    bool longBoost = false;
+    bool hold = false;  // a queueing thread was held
+    bool retirement = false;
+
+    static constexpr int kCount = 5;
+    std::array<bool, kCount> all() const {
+        return {environment, boost, longBoost, hold, retirement};
+    }
+    static const std::array<const char*, kCount>& names();
+};
+
+// For one run; every member is called by threads of it, the sink by the device.
+class Watch {
+  public:
+    Watch(const Program& program, bool exactTimes, bool spuriousWakes);
+
+    void see(const standin::Event& event);
+    void setDelay(int entryPoint, int64_t delayNs);
+
+    // Around every call of an entry point. `layer` is -1 where none is named.
+    int64_t callBegins(Act act, int layer);
+    void callEnds(Act act, int64_t startNs);
+
+    // The compositor's threads have ended, and everything had time to come to rest.
+    void settled();
+    void unloadBegins();
+    void unloadEnded();
+
+    // How often a regulator was said to go on or off.
+    int logs(const std::string& text) const;
+    int longBoosts() const { return mLongBoosts; }
+    int releases() const { return mReleases; }
+    const Reached& reached() const { return mReached; }
+
+  private:
+    struct Served {
+        int64_t startNs;
+        int64_t endNs;
+    };
+
+    void seeCall(const standin::Event& event);
+    void seeHint(const standin::Event& event);
+    void seeLog(const standin::Event& event);
+    void seeSection(const standin::Event& event);
+    void seeMarker(const std::string& text);
+    void checkSender(const standin::Event& event, size_t held) const;
+    int64_t servedWithin(int64_t startNs, int64_t endNs) const;
+    void checkTrackerThreads() const;
+
+    const Program& mProgram;
+    const bool mExactTimes;
+    const bool mSpuriousWakes;
+    const bool mSolo;
+    std::array<int64_t, 8> mDelaysNs{};
+    std::vector<char> mCalls;  // by thread: the letter of the entry point it is in, or 0
+    std::vector<int> mOpenSections;
+    std::vector<Served> mServed;
+    std::map<std::string, int> mLogs;
+    Reached mReached;
+    int mMissedCheckpoints = 0;
+    int mBoostsHandled = 0;
+    int mLongBoosts = 0;
+    int mReleases = 0;
+    bool mRegulatorOn = false;
+    int64_t mLongBoostEndNs = -1;  // when the service returned from the one in force
+    bool mReleaseDue = false;
+    int64_t mUnloadNs = 0;
+    bool mGone = false;
+};
+
+}  // namespace reliability
