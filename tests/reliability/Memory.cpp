@@ -1,10 +1,10 @@
 #include "tests/reliability/Memory.h"
 
 #include <link.h>
-#include <malloc.h>
 #include <unwind.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -22,16 +22,19 @@ constexpr size_t kKept = 2048;
 constexpr size_t kSmallestKept = 64;
 constexpr size_t kLargestKept = 4096;
 
+// Stands before every block.
+struct alignas(std::max_align_t) Header {
+    size_t size;
+    bool librarys;
+
+    unsigned char* block() { return reinterpret_cast<unsigned char*>(this + 1); }
+    static Header& of(void* block) { return static_cast<Header*>(block)[-1]; }
+};
+
 std::atomic<int64_t> gLive{0};
+std::atomic<int64_t> gLibrarysLive{0};
 std::atomic<int64_t> gCounted{0};
 Shortage gShortage;
-
-// Sanitizers look after freed memory themselves.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kKeepsFreed = false;
-#else
-constexpr bool kKeepsFreed = true;
-#endif
 
 class FreedBlocks {
   public:
@@ -54,22 +57,22 @@ class FreedBlocks {
 
 FreedBlocks gFreed;
 
-bool isUntouched(const void* block) {
-    const auto* bytes = static_cast<const unsigned char*>(block);
-    const size_t size = malloc_usable_size(const_cast<void*>(block));
-    return bytes[0] == kFreed && std::memcmp(bytes, bytes + 1, size - 1) == 0;
+bool isUntouched(Header& freed) {
+    const unsigned char* const bytes = freed.block();
+    return bytes[0] == kFreed && std::memcmp(bytes, bytes + 1, freed.size - 1) == 0;
 }
 
 void release(void* block) {
     if (block == nullptr) return;
+    Header& header = Header::of(block);
     gLive.fetch_sub(1, std::memory_order_relaxed);
-    if (!kKeepsFreed) return std::free(block);
-    const size_t size = malloc_usable_size(block);
-    if (size < kSmallestKept || size > kLargestKept) return std::free(block);
-    std::memset(block, kFreed, size);
-    void* const oldest = gFreed.exchange(block);
+    if (header.librarys) gLibrarysLive.fetch_sub(1, std::memory_order_relaxed);
+    if (header.size < kSmallestKept || header.size > kLargestKept) return std::free(&header);
+    std::memset(block, kFreed, header.size);
+    void* const oldest = gFreed.exchange(&header);
     if (oldest == nullptr) return;
-    if (!isUntouched(oldest)) violate("no-use-after-free", "freed memory was written to");
+    if (!isUntouched(*static_cast<Header*>(oldest)))
+        violate("no-use-after-free", "freed memory was written to");
     std::free(oldest);
 }
 
@@ -105,18 +108,20 @@ bool isLibrarys(const void* caller) {
     return search.origin == Origin::kLibrary;
 }
 
-bool runsOut(const void* caller) {
-    if (gShortage.library.end == 0 || !isLibrarys(caller)) return false;
+bool runsOut() {
     const int64_t count = gCounted.fetch_add(1, std::memory_order_relaxed) + 1;
     if (gShortage.nth == 0) return false;
     return gShortage.lasting ? count >= gShortage.nth : count == gShortage.nth;
 }
 
 void* allocate(size_t size, const void* caller) {
-    if (runsOut(caller)) return nullptr;
-    void* const block = std::malloc(size == 0 ? 1 : size);
-    if (block != nullptr) gLive.fetch_add(1, std::memory_order_relaxed);
-    return block;
+    const bool librarys = gShortage.library.end != 0 && isLibrarys(caller);
+    if (librarys && runsOut()) return nullptr;
+    void* const memory = std::malloc(sizeof(Header) + size);
+    if (memory == nullptr) return nullptr;
+    gLive.fetch_add(1, std::memory_order_relaxed);
+    if (librarys) gLibrarysLive.fetch_add(1, std::memory_order_relaxed);
+    return (new (memory) Header{size, librarys})->block();
 }
 
 void* allocateOrThrow(size_t size, const void* caller) {
@@ -149,6 +154,10 @@ Code codeAround(const void* address) {
 
 int64_t liveBlocks() {
     return gLive.load(std::memory_order_relaxed);
+}
+
+int64_t librarysLiveBlocks() {
+    return gLibrarysLive.load(std::memory_order_relaxed);
 }
 
 bool looksFreed(const void* address) {

@@ -11,6 +11,8 @@ namespace reliability {
 
 // Blocks that are alive now, whoever asked for them.
 int64_t liveBlocks();
+// Those of the library, as far as setShortage() has said where it is.
+int64_t librarysLiveBlocks();
 
 // Whether the memory at `address` has been given back. A guess: by what freed memory is filled with.
 bool looksFreed(const void* address);

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sched.h>
 
+#include <algorithm>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -20,9 +21,10 @@ namespace reliability {
 namespace {
 
 constexpr uint64_t kTraceTags = 3;  // always, and graphics
-constexpr uint64_t kMostSteps = 400'000;
+constexpr uint64_t kMostSteps = 1'000'000;
 constexpr int64_t kMostTimeNs = 24 * 3600 * kSecond;
 constexpr uint64_t kTypicalSteps = 600;
+constexpr int kTracked = 2;  // of several games
 // The last boost is over, and the monitor has given up.
 constexpr int64_t kRestNs = 3 * kSecond;
 // With answers under way that take their time.
@@ -54,8 +56,17 @@ void configure(const Program& program) {
 
 class Session {
   public:
-    Session(const Program& program, Watch& watch, const std::string& library)
-          : mProgram(program), mWatch(watch), mLibrary(std::in_place, library) {}
+    Session(const Program& program, Watch& watch, const std::string& library,
+            const Trouble& trouble)
+          : mProgram(program),
+            mWatch(watch),
+            mServices(trouble.without),
+            mLibrary(std::in_place, library) {
+        Shortage memory = trouble.memory;
+        if (memory.program.end != 0)
+            memory.library = codeAround(reinterpret_cast<const void*>(mLibrary->init));
+        setShortage(memory);
+    }
 
     void run(const std::string& library) {
         sim::setCalm(true);
@@ -76,8 +87,13 @@ class Session {
             if (worksAsEver()) probe();
         }
         sim::sleepFor(mProgram.unloadAfterMs * kMs);
+        if (mProgram.has('u')) {
+            setDelay(static_cast<int>(EntryPoint::kPerfGetFeedback), mProgram.period * 20 * kMs);
+            queue(kGames - 1);
+        }
         mWatch.unloadBegins();
         mLibrary.reset();
+        setShortage({});
         mWatch.unloadEnded();
         if (dlopen(library.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr)
             violate("nothing-after-unload", "the library is still mapped");
@@ -104,18 +120,24 @@ class Session {
         call(Act::kPeriod, -1, [&] { mLibrary->setVsyncPeriod(periodNs(index)); });
     }
     void init() {
-        call(Act::kInit, -1, [&] { mLibrary->init(); });
+        call(Act::kInit, -1, [&] { mWatch.initAnswered(mLibrary->init()); });
     }
 
     void begin() {
         if (mProgram.frames == 0) return;
         init();
         setPeriod(mProgram.period);
-        for (int game = 0; game < mProgram.games; ++game) {
+        for (int game = 0; game < std::min(mProgram.games, kTracked); ++game) {
             queue(game);
             sim::sleepFor(kMs);  // for the checker
         }
-        playBursts(mProgram.games, mProgram.frames, mProgram.period);
+        // A third comes when the others are active, and would need its time, too, if it got any.
+        const int burst = kBurst[mProgram.period];
+        playBursts(std::min(mProgram.games, kTracked), burst, mProgram.period);
+        const int others = mProgram.games > kTracked ? 2 * burst : 0;
+        playBursts(mProgram.games, mProgram.frames - burst + others, mProgram.period);
+        const bool complete = mProgram.frames >= framesToClose(mProgram.period);
+        if (complete) mWatch.gamesAreTracked(std::min(mProgram.games, kTracked));
         for (int i = 0; i < mProgram.pending; ++i) {
             for (int game = 0; game < mProgram.games; ++game) consume(game, 1);
         }
@@ -181,6 +203,8 @@ class Session {
     // However the calls were interleaved, afterwards the game is paced, boosted and released.
     void probe() {
         init();
+        // After an unexpected period the one from before it does not count as a new one.
+        setPeriod(1);
         setPeriod(0);
         queue(0);
         sim::sleepFor(kMs);
@@ -232,13 +256,16 @@ class Session {
 
     const Program& mProgram;
     Watch& mWatch;
+    const standin::ServiceLibraries mServices;
     std::optional<replay::CindralLibrary> mLibrary;
     int mMood = 0;
 };
 
-sim::Options optionsOf(const Program& program, uint64_t schedule) {
+sim::Options optionsOf(const Program& program, uint64_t schedule, const Trouble& trouble) {
     sim::Options options = scheduleOf(schedule);
     options.failThreadCreation = program.failThread;
+    options.failLaterThreadCreations = trouble.lastingThreads;
+    if (trouble.startTimeNs != 0) options.startTimeNs = trouble.startTimeNs;
     options.stepBudget = kMostSteps;
     options.timeBudgetNs = kMostTimeNs;
     options.expectedSteps = kTypicalSteps;
@@ -250,14 +277,22 @@ sim::Options optionsOf(const Program& program, uint64_t schedule) {
     return options;
 }
 
-Reached playOnce(const Program& program, uint64_t schedule, const std::string& library) {
-    const sim::Options options = optionsOf(program, schedule);
+Reached playOnce(const Program& program, uint64_t schedule, const std::string& library,
+                 const Trouble* trouble) {
+    static const Trouble kNone;
+    const Trouble& wrong = trouble != nullptr ? *trouble : kNone;
+    const sim::Options options = optionsOf(program, schedule, wrong);
     const bool spurious = options.schedule == sim::Schedule::kRandom;
-    Watch watch(program, !options.clockJumps, spurious);
+    const bool exact = !options.clockJumps;
+    Watch watch(program, exact, spurious, trouble != nullptr);
     configure(program);
-    Device::instance().setEventSink([&](const standin::Event& event) { watch.see(event); });
+    if (wrong.device) wrong.device(Device::instance());
+    Device::instance().setEventSink([&](const standin::Event& event) {
+        watch.see(event);
+        if (wrong.observer) wrong.observer(event);
+    });
     const sim::Outcome outcome =
-            sim::run(options, [&] { Session(program, watch, library).run(library); });
+            sim::run(options, [&] { Session(program, watch, library, wrong).run(library); });
     Device::instance().setEventSink({});
     if (!outcome.ok()) violate(invariantOf(outcome.failure), outcome.report);
     Device::instance().reset();
@@ -285,16 +320,21 @@ sim::Options scheduleOf(uint64_t number) {
     constexpr sim::Schedule kKinds[] = {sim::Schedule::kRandom, sim::Schedule::kPriorityChanges,
                                         sim::Schedule::kFewPreemptions};
     sim::Options options;
+    if (number == kUndisturbed) {
+        options.clockJumps = false;
+        return options;
+    }
     options.schedule = kKinds[number % 3];
     options.clockJumps = number / 3 % 2 == 0;
     options.seed = number;
     return options;
 }
 
-Reached play(const Program& program, uint64_t schedule, const std::string& library) {
+Reached play(const Program& program, uint64_t schedule, const std::string& library,
+             const Trouble* trouble) {
     static bool sWarm = false;  // the first run builds what stays
     const int64_t before = liveBlocks();
-    const Reached reached = playOnce(program, schedule, library);
+    const Reached reached = playOnce(program, schedule, library, trouble);
     const int64_t left = liveBlocks() - before;
     if (sWarm && left != 0)
         violate("no-leak", std::to_string(left) + " blocks more than before the run");

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
+#include "device/StandInDevice.h"
 #include "sim/Simulation.h"
+#include "tests/reliability/Memory.h"
 #include "tests/reliability/Program.h"
 #include "tests/reliability/Watch.h"
 
@@ -11,9 +15,23 @@ namespace reliability {
 // A schedule is a number: it says the kind, whether the clock may overtake threads, and the seed.
 sim::Options scheduleOf(uint64_t number);
 
+// What is wrong with the device or the system during a run.
+struct Trouble {
+    std::function<void(standin::Device&)> device;  // last word on its state
+    std::vector<std::string> without;              // libraries and entry points that are missing
+    Shortage memory;
+    bool lastingThreads = false;  // no threads from Program::failThread on
+    int64_t startTimeNs = 0;      // of the clock; 0 for the usual one
+    std::function<void(const standin::Event&)> observer;
+};
+
+// The schedule without any disturbance.
+inline constexpr uint64_t kUndisturbed = UINT64_MAX;
+
 // Plays the program to the library, in this process, and unloads it. Does not return if an
 // invariant is violated.
-Reached play(const Program& program, uint64_t schedule, const std::string& library);
+Reached play(const Program& program, uint64_t schedule, const std::string& library,
+             const Trouble* trouble = nullptr);
 
 // The name of the invariant that a failure of the simulation violates.
 const char* invariantOf(sim::Failure failure);

@@ -35,7 +35,8 @@ class Generator {
         drawBeginning();
         const uint32_t threads = 1 + below(kMostThreads);
         for (uint32_t i = 0; i < threads; ++i) mProgram.threads.push_back(thread());
-        if (mGames == kGames) bringThird(mProgram.threads[below(threads)]);
+        if (mGames == kGames) bringThird();
+        if (oneIn(6)) replaceClient();
         if (mProgram.frames == 0) start(mProgram.threads[0]);
         const int waits[] = {0, 0, 1, 20, 300, 1100};
         mProgram.unloadAfterMs = pick(waits);
@@ -60,12 +61,13 @@ class Generator {
         if (oneIn(6)) features += 't';
         if (oneIn(8)) features += 'f';
         if (oneIn(2)) features += 's';
+        if (oneIn(4)) features += 'u';
     }
 
     void drawBeginning() {
         const int games[] = {1, 1, 2, 2, 3};
         mGames = pick(games);
-        mProgram.games = std::min(mGames, 2);
+        mProgram.games = oneIn(3) ? mGames : std::min(mGames, 2);
         mProgram.period = static_cast<int>(oneIn(3) ? below(kGoodPeriods) : 0);
         if (oneIn(6)) return;
         const int frames = framesToClose(mProgram.period);
@@ -73,11 +75,26 @@ class Generator {
         if (oneIn(2)) mProgram.pending = kAccumulation;
     }
 
-    // When the oldest layer has been silent for a second its place is free.
-    void bringThird(std::vector<Op>& ops) {
-        ops.push_back({Act::kQueue, 2, 0, 1'010'000});
-        ops.push_back({Act::kQueue, 2, 0, 10'000});
-        for (uint32_t i = below(4); i > 0; --i) ops.push_back({Act::kQueue, 2, 0, afterUs()});
+    // When the oldest layer has been silent for a second its place is free: the third comes, at the
+    // very moment at which the oldest one returns.
+    void bringThird() {
+        constexpr int kSilenceUs = 2'000'000;
+        for (const int layer : {2, 0}) {
+            std::vector<Op> ops{{Act::kQueue, layer, 0, kSilenceUs}};
+            for (uint32_t i = below(5); i > 0; --i)
+                ops.push_back({Act::kQueue, layer, 0, oneIn(2) ? 0 : afterUs()});
+            mProgram.threads.push_back(std::move(ops));
+        }
+    }
+
+    // The module's client is replaced while a checker asks it.
+    void replaceClient() {
+        const auto layer = static_cast<int>(below(kLayers));
+        mProgram.threads.push_back({{Act::kDelay, 2, 50, 0},
+                                    {Act::kQueue, layer, 0, 0},
+                                    {Act::kClear, 0, 0, 1000},
+                                    {Act::kInit, 0, 0, 0},
+                                    {Act::kDelay, 2, 0, afterUs()}});
     }
 
     void start(std::vector<Op>& ops) const {
@@ -119,7 +136,7 @@ class Generator {
         if (act == Act::kPeriod) op.a = static_cast<int>(below(oneIn(4) ? kPeriods : kGoodPeriods));
         if (act == Act::kMood) op.a = static_cast<int>(below(8));
         if (act == Act::kDelay) {
-            constexpr int kDelaysMs[] = {0, 0, 1, 10, 50, 5'000, 60'000};
+            constexpr int kDelaysMs[] = {0, 0, 1, 10, 50, 5'000, 12'000};
             op.a = static_cast<int>(below(8));
             op.b = pick(kDelaysMs);
         }

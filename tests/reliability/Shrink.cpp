@@ -68,7 +68,7 @@ class Shrinker {
     }
 
     bool simplify() {
-        for (const char feature : std::string("fnts")) {
+        for (const char feature : std::string("fntsu")) {
             if (!mBest.program.has(feature)) continue;
             Program smaller = mBest.program;
             smaller.features.erase(smaller.features.find(feature), 1);

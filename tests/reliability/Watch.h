@@ -9,7 +9,9 @@
 //   who-sends              a thread makes a service call that is not its business
 //   known-requests         a hint with arguments that mean nothing
 //   values-in-range        headroom, expectation, strength or threshold out of its bounds
+//   games-tracked          a game plays and gets no environment
 //   two-trackers           more threads than two trackers have
+//   quiet-without-debug    a debug line or a trace section without the debug switch
 //   sections-balanced      a trace section ends that had not begun, or never ends
 //   hint-per-checkpoint    more boosts than checkpoints were missed
 //   long-boost-released    a buffer came and the long boost was not taken back
@@ -36,6 +38,9 @@ struct Reached {
     bool hold = false;  // a queueing thread was held
     bool retirement = false;
 
+    unsigned calledEntryPoints = 0;  // a bit for each
+    bool active = false;             // what the latest initialisation answered
+
     static constexpr int kCount = 5;
     std::array<bool, kCount> all() const {
         return {environment, boost, longBoost, hold, retirement};
@@ -46,7 +51,8 @@ struct Reached {
 // For one run; every member is called by threads of it, the sink by the device.
 class Watch {
   public:
-    Watch(const Program& program, bool exactTimes, bool spuriousWakes);
+    // `unexpecting`: the device is in such a state that nothing but safety can be expected.
+    Watch(const Program& program, bool exactTimes, bool spuriousWakes, bool unexpecting);
 
     void see(const standin::Event& event);
     void setDelay(int entryPoint, int64_t delayNs);
@@ -54,7 +60,10 @@ class Watch {
     // Around every call of an entry point. `layer` is -1 where none is named.
     int64_t callBegins(Act act, int layer);
     void callEnds(Act act, int64_t startNs);
+    void initAnswered(bool active) { mReached.active = active; }
 
+    // So many games have played long enough for their environments, undisturbed.
+    void gamesAreTracked(int games) const;
     // The compositor's threads have ended, and everything had time to come to rest.
     void settled();
     void unloadBegins();
@@ -84,6 +93,7 @@ class Watch {
     const Program& mProgram;
     const bool mExactTimes;
     const bool mSpuriousWakes;
+    const bool mUnexpecting;
     const bool mSolo;
     std::array<int64_t, 8> mDelaysNs{};
     std::vector<char> mCalls;  // by thread: the letter of the entry point it is in, or 0
@@ -91,6 +101,7 @@ class Watch {
     std::vector<Served> mServed;
     std::map<std::string, int> mLogs;
     Reached mReached;
+    int mEnvironments = 0;
     int mMissedCheckpoints = 0;
     int mBoostsHandled = 0;
     int mLongBoosts = 0;
