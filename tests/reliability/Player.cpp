@@ -66,6 +66,7 @@ class Session {
         if (memory.program.end != 0)
             memory.library = codeAround(reinterpret_cast<const void*>(mLibrary->init));
         setShortage(memory);
+        if (trouble.slowEntryPoint >= 0) setDelay(trouble.slowEntryPoint, trouble.slowNs);
     }
 
     void run(const std::string& library) {
@@ -77,7 +78,7 @@ class Session {
             try {
                 threads.emplace_back([&] { perform(ops); });
             } catch (const std::system_error&) {
-                // The thread that was to fail is one of the program's.
+                mWatch.lostOwnThread();
             }
         }
         for (std::thread& thread : threads) thread.join();
@@ -93,11 +94,14 @@ class Session {
         }
         mWatch.unloadBegins();
         mLibrary.reset();
+        mAllocations = countedAllocations();
         setShortage({});
         mWatch.unloadEnded();
         if (dlopen(library.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr)
             violate("nothing-after-unload", "the library is still mapped");
     }
+
+    int64_t allocations() const { return mAllocations; }
 
   private:
     template <typename Call>
@@ -259,6 +263,7 @@ class Session {
     const standin::ServiceLibraries mServices;
     std::optional<replay::CindralLibrary> mLibrary;
     int mMood = 0;
+    int64_t mAllocations = 0;
 };
 
 sim::Options optionsOf(const Program& program, uint64_t schedule, const Trouble& trouble) {
@@ -291,12 +296,18 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
         watch.see(event);
         if (wrong.observer) wrong.observer(event);
     });
-    const sim::Outcome outcome =
-            sim::run(options, [&] { Session(program, watch, library, wrong).run(library); });
+    Reached reached;
+    const sim::Outcome outcome = sim::run(options, [&] {
+        Session session(program, watch, library, wrong);
+        session.run(library);
+        reached = watch.reached();
+        reached.allocations = session.allocations();
+        reached.threads = static_cast<int64_t>(sim::threads().size()) - 1;
+    });
     Device::instance().setEventSink({});
     if (!outcome.ok()) violate(invariantOf(outcome.failure), outcome.report);
     Device::instance().reset();
-    return watch.reached();
+    return reached;
 }
 
 }  // namespace
@@ -330,13 +341,23 @@ sim::Options scheduleOf(uint64_t number) {
     return options;
 }
 
+Shortage countedMemory() {
+    Shortage memory;
+    memory.program = codeAround(reinterpret_cast<const void*>(&play));
+    memory.device = codeAround(reinterpret_cast<const void*>(&Device::instance));
+    return memory;
+}
+
 Reached play(const Program& program, uint64_t schedule, const std::string& library,
              const Trouble* trouble) {
     static bool sWarm = false;  // the first run builds what stays
-    const int64_t before = liveBlocks();
+    // An observer may keep what it likes.
+    const bool counted = trouble != nullptr && trouble->memory.program.end != 0;
+    const auto blocks = counted ? librarysLiveBlocks : liveBlocks;
+    const int64_t before = blocks();
     const Reached reached = playOnce(program, schedule, library, trouble);
-    const int64_t left = liveBlocks() - before;
-    if (sWarm && left != 0)
+    const int64_t left = blocks() - before;
+    if ((sWarm || counted) && left != 0)
         violate("no-leak", std::to_string(left) + " blocks more than before the run");
     sWarm = true;
     return reached;

@@ -20,6 +20,8 @@ struct Trouble {
     std::function<void(standin::Device&)> device;  // last word on its state
     std::vector<std::string> without;              // libraries and entry points that are missing
     Shortage memory;
+    int slowEntryPoint = -1;  // whose calls take
+    int64_t slowNs = 0;
     bool lastingThreads = false;  // no threads from Program::failThread on
     int64_t startTimeNs = 0;      // of the clock; 0 for the usual one
     std::function<void(const standin::Event&)> observer;
@@ -27,6 +29,9 @@ struct Trouble {
 
 // The schedule without any disturbance.
 inline constexpr uint64_t kUndisturbed = UINT64_MAX;
+
+// Where memory is to be counted: the caller's program, and the device.
+Shortage countedMemory();
 
 // Plays the program to the library, in this process, and unloads it. Does not return if an
 // invariant is violated.

@@ -40,6 +40,9 @@ struct Reached {
 
     unsigned calledEntryPoints = 0;  // a bit for each
     bool active = false;             // what the latest initialisation answered
+    bool lostOwnThread = false;      // the thread that could not be created was the program's
+    int64_t threads = 0;             // created by program and library
+    int64_t allocations = 0;         // by the library, where they are counted
 
     static constexpr int kCount = 5;
     std::array<bool, kCount> all() const {
@@ -61,6 +64,7 @@ class Watch {
     int64_t callBegins(Act act, int layer);
     void callEnds(Act act, int64_t startNs);
     void initAnswered(bool active) { mReached.active = active; }
+    void lostOwnThread() { mReached.lostOwnThread = true; }
 
     // So many games have played long enough for their environments, undisturbed.
     void gamesAreTracked(int games) const;
@@ -81,6 +85,7 @@ class Watch {
         int64_t endNs;
     };
 
+    bool mustBeQuiet() const { return !mProgram.has('d') && !mUnexpecting; }
     void seeCall(const standin::Event& event);
     void seeHint(const standin::Event& event);
     void seeLog(const standin::Event& event);
@@ -96,7 +101,13 @@ class Watch {
     const bool mUnexpecting;
     const bool mSolo;
     std::array<int64_t, 8> mDelaysNs{};
-    std::vector<char> mCalls;  // by thread: the letter of the entry point it is in, or 0
+    struct Call {
+        char letter = '\0';       // of the entry point that the thread is in, or 0
+        int64_t endedBefore = 0;  // increments
+    };
+    std::vector<Call> mCalls;  // by thread
+    int64_t mBegunIncrements = 0;
+    int64_t mEndedIncrements = 0;
     std::vector<int> mOpenSections;
     std::vector<Served> mServed;
     std::map<std::string, int> mLogs;

@@ -1,0 +1,300 @@
+// soak: uses the library for long and looks whether anything grows. See kUsage.
+//
+// A day of play in virtual time is four games of half an hour, on displays of different rates, with
+// late frames, stalls and pauses; the rest of the day nothing happens. In real time, threads of the
+// compositor and the library's own compete with others for the processors, and the library is
+// loaded and unloaded again and again.
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "replay/player/CindralLibrary.h"
+#include "sim/Simulation.h"
+#include "tests/reliability/Arguments.h"
+#include "tests/reliability/Player.h"
+
+using namespace reliability;
+using standin::Device;
+
+namespace {
+
+constexpr char kUsage[] =
+        "usage: soak --days N      days of play in virtual time\n"
+        "       soak --seconds N   of real time, with real threads under load\n";
+
+constexpr int kPackages = 5;
+constexpr int kGamesPerDay = 4;
+constexpr int64_t kGameNs = 1800 * kSecond;
+constexpr int64_t kDayNs = 24 * 3600 * kSecond;
+// By then every package has been seen, and both trackers exist.
+constexpr int64_t kWarmDays = 2;
+// A list that grows by its nature keeps up to so many blocks more or less.
+constexpr int64_t kSlackBlocks = 8;
+// Stacks that the C library keeps for later threads.
+constexpr int64_t kSlackMappings = 24;
+
+size_t entriesOf(const char* folder) {
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
+struct Use {
+    int64_t blocks = 0;
+    int64_t threads = 0;
+    int64_t handles = 0;
+    int64_t mappings = 0;
+
+    static Use now() {
+        std::ifstream maps("/proc/self/maps");
+        Use use;
+        use.blocks = librarysLiveBlocks();
+        use.threads = static_cast<int64_t>(entriesOf("/proc/self/task"));
+        use.handles = static_cast<int64_t>(entriesOf("/proc/self/fd"));
+        use.mappings = std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
+        return use;
+    }
+
+    bool isFlatSince(const Use& then) const {
+        return blocks <= then.blocks + kSlackBlocks && threads <= then.threads &&
+               handles <= then.handles && mappings <= then.mappings + kSlackMappings;
+    }
+
+    void print(const char* when) const {
+        std::printf("%-16s %lld blocks of the library, %lld threads, %lld handles, %lld mappings\n",
+                    when, static_cast<long long>(blocks), static_cast<long long>(threads),
+                    static_cast<long long>(handles), static_cast<long long>(mappings));
+        std::fflush(stdout);
+    }
+};
+
+void configureDevice() {
+    Device& device = Device::instance();
+    device.reset();
+    for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
+    for (const char* name : {"pfar2.enable", "phr.enable", "pfar2.hgpe.enable"})
+        device.setProperty(std::string("vendor.perf.") + name, "1");
+    for (int i = 0; i < kPackages; ++i) {
+        device.setVerdict("com.example.game" + std::to_string(i), 2);
+        device.setGameWeight("com.example.game" + std::to_string(i), 1);
+    }
+}
+
+std::string layerOf(int64_t number) {
+    char name[80];
+    std::snprintf(name, sizeof(name), "SurfaceView[com.example.game%d/Main](BLAST)#%06d",
+                  static_cast<int>(number % kPackages), static_cast<int>(number));
+    return name;
+}
+
+class Month {
+  public:
+    explicit Month(int64_t days) : mDays(days), mChoices(choicesFrom(mDays)) {}
+
+    bool play() {
+        configureDevice();
+        Device::instance().setEventSink([this](const standin::Event& event) {
+            mCalls += event.kind == standin::EventKind::kServiceCall ? 1 : 0;
+        });
+        const standin::ServiceLibraries services;
+        const sim::Outcome outcome = sim::run(options(), [this] { live(); });
+        if (!outcome.ok()) std::fputs(outcome.report.c_str(), stderr);
+        std::printf("%lld days, %lld frames, %lld service calls, %s\n",
+                    static_cast<long long>(mDays), static_cast<long long>(mFrames),
+                    static_cast<long long>(mCalls), mFlat ? "nothing grew" : "something grew");
+        return mFlat && outcome.ok();
+    }
+
+  private:
+    static sim::Options options() {
+        sim::Options options;
+        options.stepBudget = UINT64_MAX;
+        options.abortOnFailure = false;
+        return options;
+    }
+
+    void live() {
+        replay::CindralLibrary library;
+        mLibrary = &library;
+        Shortage memory = countedMemory();
+        memory.library = codeAround(reinterpret_cast<const void*>(library.init));
+        setShortage(memory);
+        library.init();
+        for (int64_t day = 1; day <= mDays; ++day) {
+            const int64_t morning = sim::now();
+            for (int game = 0; game < kGamesPerDay; ++game) playGame();
+            sim::sleepUntil(morning + kDayNs);
+            lookBack(day);
+        }
+    }
+
+    void lookBack(int64_t day) {
+        const Use use = Use::now();
+        if (day <= kWarmDays) mWarm = use;
+        mFlat = mFlat && use.isFlatSince(mWarm);
+        if (day <= kWarmDays || day == mDays || !mFlat)
+            use.print(("day " + std::to_string(day)).c_str());
+    }
+
+    // A new layer for every game. Sometimes the display's rate changes in its course.
+    void playGame() {
+        mLayer = layerOf(mNextLayer++);
+        setPeriod(0);
+        const int64_t end = sim::now() + kGameNs;
+        while (sim::now() < end) {
+            const uint32_t happens = mChoices(20'000);
+            if (happens == 0) sim::sleepFor(static_cast<int64_t>(1 + mChoices(30)) * kSecond);
+            if (happens == 1) setPeriod(static_cast<int>(mChoices(kGoodPeriods)));
+            if (happens >= 2 && happens < 60)  // late by up to three periods
+                sim::sleepFor(mPeriodNs * static_cast<int64_t>(mChoices(300)) / 100);
+            frame(happens % 16 != 0);
+        }
+    }
+
+    void setPeriod(int index) {
+        mPeriodNs = periodNs(index);
+        mLibrary->setVsyncPeriod(mPeriodNs);
+    }
+
+    void frame(bool pending) {
+        const int64_t start = sim::now();
+        mLibrary->trackVsyncSignal();
+        mLibrary->trackBufferIncrement(mLayer.c_str());
+        mLibrary->trackBufferDecrement(mLayer.c_str(), pending ? 1 : 0);
+        ++mFrames;
+        sim::sleepUntil(start + mPeriodNs);
+    }
+
+    const int64_t mDays;
+    Choices mChoices;
+    replay::CindralLibrary* mLibrary = nullptr;
+    std::string mLayer;
+    int64_t mNextLayer = 0;
+    int64_t mPeriodNs = 0;
+    int64_t mFrames = 0;
+    int64_t mCalls = 0;
+    Use mWarm;
+    bool mFlat = true;
+};
+
+// --- real time ---
+
+constexpr int kLoadThreads = 2;
+constexpr auto kRound = std::chrono::seconds(4);
+
+// Two games at the display's rate, the display itself, and one who keeps changing things.
+class Compositor {
+  public:
+    explicit Compositor(int64_t seed) : mSeed(seed) {
+        mLibrary.init();
+        mLibrary.setVsyncPeriod(periodNs(0));
+        start([this](const Choices& choices) { increment(0, choices); });
+        start([this](const Choices& choices) { increment(1, choices); });
+        start([this](const Choices&) { display(); });
+        start([this](const Choices& choices) { disturb(choices); });
+    }
+    ~Compositor() {
+        mStop = true;
+        for (std::thread& thread : mThreads) thread.join();
+    }
+    Compositor(const Compositor&) = delete;
+    Compositor& operator=(const Compositor&) = delete;
+
+  private:
+    template <typename Act>
+    void start(Act act) {
+        const auto seed = static_cast<uint64_t>(mSeed) * 4 + mThreads.size();
+        mThreads.emplace_back([this, act, choices = choicesFrom(seed)] {
+            while (!mStop) act(choices);
+        });
+    }
+
+    static void sleep(int64_t microseconds) {
+        std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+    }
+
+    void increment(int layer, const Choices& choices) {
+        mLibrary.trackBufferIncrement(layerOf(layer).c_str());
+        sleep(choices(100) == 0 ? 60'000 : 14'000 + choices(3000));
+    }
+
+    void display() {
+        mLibrary.trackVsyncSignal();
+        for (const int layer : {0, 1}) mLibrary.trackBufferDecrement(layerOf(layer).c_str(), 1);
+        sleep(16'000);
+    }
+
+    void disturb(const Choices& choices) {
+        const uint32_t what = choices(100);
+        if (what < 80) mLibrary.trackBufferIncrement(layerOf(what % 4).c_str());
+        if (what == 80) mLibrary.setVsyncPeriod(periodNs(static_cast<int>(choices(kPeriods))));
+        if (what >= 81 && what < 90) mLibrary.setVsyncPeriod(periodNs(0));
+        if (what == 90) mLibrary.clearConfigs();
+        if (what >= 90) mLibrary.init();
+        sleep(choices(80'000));
+    }
+
+    const standin::ServiceLibraries mServices;
+    replay::CindralLibrary mLibrary;
+    const int64_t mSeed;
+    std::atomic<bool> mStop{false};
+    std::vector<std::thread> mThreads;
+};
+
+bool useInRealTime(int64_t seconds) {
+    configureDevice();
+    int64_t hints = 0;
+    Device::instance().setEventSink([&](const standin::Event& event) {
+        hints += event.entryPoint == standin::EntryPoint::kPerfHint ? 1 : 0;
+    });
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> load;
+    for (int i = 0; i < kLoadThreads; ++i)
+        load.emplace_back([&stop] {
+            while (!stop) {
+            }
+        });
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    Use first;
+    bool flat = true;
+    int64_t round = 0;
+    for (; round < 2 || std::chrono::steady_clock::now() < end; ++round) {
+        {
+            const Compositor compositor(round);
+            std::this_thread::sleep_for(kRound);
+        }
+        if (round == 0) first = Use::now();
+        flat = flat && Use::now().isFlatSince(first);
+    }
+    first.print("after one round");
+    Use::now().print("at the end");
+    stop = true;
+    for (std::thread& thread : load) thread.join();
+    Device::instance().setEventSink({});
+    std::printf("%lld rounds, %lld hints, %s\n", static_cast<long long>(round),
+                static_cast<long long>(hints), flat ? "nothing grew" : "something grew");
+    return flat;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        Arguments arguments(argc, argv, kUsage);
+        const auto days = static_cast<int64_t>(arguments.number("--days", 0));
+        const auto seconds = static_cast<int64_t>(arguments.number("--seconds", 0));
+        arguments.done();
+        if (days == 0 && seconds == 0) throw std::runtime_error(kUsage);
+        const bool flat =
+                (days == 0 || Month(days).play()) && (seconds == 0 || useInRealTime(seconds));
+        return flat ? EXIT_SUCCESS : EXIT_FAILURE;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "soak: %s\n", error.what());
+        return 2;
+    }
+}
