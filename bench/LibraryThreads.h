@@ -4,9 +4,11 @@
 // how long their timers last. A measured call then meets the same state every time, and the state
 // it needs is there in microseconds instead of a vsync period.
 //
-// The program that links this defines pthread_create, pthread_cond_wait and pthread_cond_timedwait,
-// which the measured calls never reach. Everything else is the C library's own.
+// The program that links this defines pthread_create, the waits on conditions and the calls that ask
+// for real-time scheduling, which the measured calls never reach. Everything else is the C library's
+// own.
 
+#include <cstdint>
 #include <vector>
 
 namespace bench::threads {
@@ -24,5 +26,18 @@ int running();
 // How often a library thread has gone to sleep: without a deadline, and in all.
 int idleCount();
 int waitCount();
+
+// One return of a library thread from a wait, with the waiting mutex held again.
+struct Wait {
+    int thread;        // in the order of their start since letRun
+    int64_t deadline;  // ns; 0 without one
+    int64_t returned;  // ns
+    bool timedOut;
+};
+// Told of every wait from now on, on the thread that waited; null ends it.
+void observeWaits(void (*observer)(const Wait& wait));
+
+// Lets the library's threads stay in the normal scheduling class.
+void denyRealtime(bool deny);
 
 }  // namespace bench::threads

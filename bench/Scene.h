@@ -59,6 +59,9 @@ class Scene {
     // A vsync, its headroom timer, and the release. Needs LibraryThreads::kHeadroom.
     void release();
 
+    // The floor's waiting thread goes.
+    void stopFloor() { mWaiter.reset(); }
+
   private:
     void fillIgnoreList();
     void trackLayers();
