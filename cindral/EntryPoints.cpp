@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <string_view>
 #include <thread>
@@ -19,18 +20,26 @@ using namespace cindral;
 
 namespace {
 
-// Views compare lengths first, which tells most names apart.
+// Lengths first, which tell most names apart. This and its users are inlined, as they begin a path
+// that every buffer takes.
+[[gnu::always_inline]] inline bool isCalled(const std::string& name, std::string_view layerName) {
+    return name.size() == layerName.size() &&
+           std::memcmp(name.data(), layerName.data(), layerName.size()) == 0;
+}
 
-BufferLayerTracker* findTracker(std::string_view layerName) REQUIRES(gLayerLock) {
+[[gnu::always_inline]] inline BufferLayerTracker* findTracker(std::string_view layerName)
+        REQUIRES(gLayerLock) {
     for (const sp<BufferLayerTracker>& tracker : gTrackers) {
-        if (tracker->name() == layerName) return tracker.get();
+        if (isCalled(tracker->name(), layerName)) return tracker.get();
     }
     return nullptr;
 }
 
-bool isIgnored(std::string_view layerName) REQUIRES(gLayerLock) {
-    return std::find(gIgnoredLayers.begin(), gIgnoredLayers.end(), layerName) !=
-           gIgnoredLayers.end();
+[[gnu::always_inline]] inline bool isIgnored(std::string_view layerName) REQUIRES(gLayerLock) {
+    for (const std::string& ignored : gIgnoredLayers) {
+        if (isCalled(ignored, layerName)) return true;
+    }
+    return false;
 }
 
 bool isKnownGame(size_t packageHash) REQUIRES(gLayerLock) {
@@ -119,8 +128,7 @@ void trackBufferDecrement(std::string_view layerName, int pending) {
     if (BufferLayerTracker* tracker = findTracker(layerName)) tracker->onBufferDecrement(pending);
 }
 
-// Apart, so that an inactive module pays for no more than the test.
-[[gnu::noinline]] void forwardVsyncPeriod(long period) {
+void forwardVsyncPeriod(long period) {
     gVsyncPeriod = period;
     Mutex::Autolock lock(gLayerLock);
     for (const sp<BufferLayerTracker>& tracker : gTrackers) tracker->setVsyncPeriod(period);
@@ -133,11 +141,11 @@ void trackVsync() {
 }
 
 // Keeps what may be thrown inside, which is std::bad_alloc, from the compositor: the report is
-// lost.
-template <typename Report>
-void contain(Report&& report) noexcept {
+// lost. Apart, so that an inactive module pays for no more than the test.
+template <auto kReport, typename... Arguments>
+[[gnu::noinline]] void contain(Arguments... arguments) noexcept {
     try {
-        report();
+        kReport(arguments...);
     } catch (...) {
     }
 }
@@ -147,20 +155,19 @@ void contain(Report&& report) noexcept {
 }  // namespace android
 
 void cindralSetVsyncPeriod(long period) {
-    if (android::gActive) android::forwardVsyncPeriod(period);
+    if (android::gActive) android::contain<android::forwardVsyncPeriod>(period);
 }
 
 void cindralTrackBufferIncrement(const char* layerName) {
     if (!android::gActive || layerName == nullptr) return;
-    android::contain([&] { android::trackBufferIncrement(layerName); });
+    android::contain<android::trackBufferIncrement>(layerName);
 }
 
 void cindralTrackBufferDecrement(const char* layerName, int pending) {
     if (!android::gActive || layerName == nullptr) return;
-    android::contain([&] { android::trackBufferDecrement(layerName, pending); });
+    android::contain<android::trackBufferDecrement>(layerName, pending);
 }
 
 void cindralTrackVsyncSignal(void) {
-    if (!android::gActive) return;
-    android::contain([&] { android::trackVsync(); });
+    if (android::gActive) android::contain<android::trackVsync>();
 }

@@ -28,7 +28,11 @@ constexpr size_t kTraceTextSize = 256;
 void PresetHeadroomRegulator::trackQueueBuffer() {
     if (!mActive) return;
     TraceSection section(mDebuggable, "trackQueueBuffer");
-    waitForRelease();
+    if (mTimerExpired) {
+        traceMarker(mDebuggable, "timer expired");
+    } else {
+        waitForRelease();
+    }
     if (mAccumulated) {
         waitForAccumulationReport();
         if (mAccumulationReported && mAccumulated) delayForAccumulation();
@@ -36,11 +40,8 @@ void PresetHeadroomRegulator::trackQueueBuffer() {
     mTimerExpired = false;
 }
 
-void PresetHeadroomRegulator::waitForRelease() {
-    if (mTimerExpired) {
-        traceMarker(mDebuggable, "timer expired");
-        return;
-    }
+// Like the other waits, apart from the path of a buffer that finds its release there.
+[[gnu::noinline]] void PresetHeadroomRegulator::waitForRelease() {
     {
         Mutex::Autolock lock(mQueueLock);
         const bool released = mTimerExpired;
@@ -52,7 +53,7 @@ void PresetHeadroomRegulator::waitForRelease() {
 
 // Gives the compositor's report on this cycle time to arrive. A release that comes meanwhile ends a
 // pass early, and the pass still counts.
-void PresetHeadroomRegulator::waitForAccumulationReport() {
+[[gnu::noinline]] void PresetHeadroomRegulator::waitForAccumulationReport() {
     int32_t passes = 0;
     while (!mAccumulationReported) {
         Mutex::Autolock lock(mQueueLock);
@@ -63,7 +64,7 @@ void PresetHeadroomRegulator::waitForAccumulationReport() {
     }
 }
 
-void PresetHeadroomRegulator::delayForAccumulation() {
+[[gnu::noinline]] void PresetHeadroomRegulator::delayForAccumulation() {
     {
         TraceSection section(mDebuggable, "accumulation delay");
         CINDRAL_LOGW(mDebuggable, kHeadroomTag, "%s", "accumulation delay");

@@ -109,6 +109,13 @@ void PowerProxy::monitorPingpongStatus(bool byPerf) {
     CINDRAL_LOGD(mDebuggable, kTag, "pingpongCount(%d)", static_cast<int>(mPingpongCount));
 }
 
+inline void PowerProxy::moveThreshold(int32_t thresh) {
+    const int32_t old = mThresh;
+    mThresh = thresh;
+    mCoe = rescaledCoefficient(mCoe, old, thresh);
+    CINDRAL_LOGD(mDebuggable, kTag, "prev thresh:%d, curr thresh:%d", old, thresh);
+}
+
 void PowerProxy::increaseThreshold() {
     traceMarker(mDebuggable, "increaseThreshold");
     Mutex::Autolock lock(mLock);
@@ -119,13 +126,6 @@ void PowerProxy::reduceThreshold() {
     traceMarker(mDebuggable, "reduceThreshold");
     Mutex::Autolock lock(mLock);
     moveThreshold(droppedThresh(mThresh));
-}
-
-void PowerProxy::moveThreshold(int32_t thresh) {
-    const int32_t old = mThresh;
-    mThresh = thresh;
-    mCoe = rescaledCoefficient(mCoe, old, thresh);
-    CINDRAL_LOGD(mDebuggable, kTag, "prev thresh:%d, curr thresh:%d", old, thresh);
 }
 
 }  // namespace android

@@ -112,7 +112,7 @@ void BufferLayerTracker::fpsTracker() {
         const nsecs_t interval = queueTime - mPrevQueueTime;
         if (interval >= kMeasurementResetNs) {
             resetMeasurement();
-        } else if (countFrame(interval)) {
+        } else if (countFrame(queueTime, interval)) {
             closeMeasurement();
             if (mFpsMode != mVsyncMode) {
                 onDifferentRate();
@@ -133,18 +133,19 @@ void BufferLayerTracker::resetMeasurement() {
 }
 
 // Counts a frame into the measuring period, which it may open. Returns whether the period is over.
-bool BufferLayerTracker::countFrame(nsecs_t interval) {
+bool BufferLayerTracker::countFrame(nsecs_t queueTime, nsecs_t interval) {
     if (!mFpsSampling) {
         if (interval < 1 || mFrameCount != 0) return false;
-        mSampleStart = mLastQueueTime;
+        mSampleStart = queueTime;
         mFpsSampling = true;
     }
     ++mFrameCount;
     mIntervalSum += static_cast<float>(interval);
-    return mLastQueueTime - mSampleStart >= kMeasuringPeriodNs;
+    return queueTime - mSampleStart >= kMeasuringPeriodNs;
 }
 
-void BufferLayerTracker::closeMeasurement() {
+// The following, once a second at most, stay apart from the path of every buffer.
+[[gnu::noinline]] void BufferLayerTracker::closeMeasurement() {
     mFps = frameRateOf(mIntervalSum, mFrameCount);
     mFpsMode = setFpsMode(mFps);
     mFpsSampling = false;
@@ -155,7 +156,7 @@ void BufferLayerTracker::closeMeasurement() {
 }
 
 // The layer renders at the display's rate. Returns false when the environment could not be built.
-bool BufferLayerTracker::onMatchingRate() {
+[[gnu::noinline]] bool BufferLayerTracker::onMatchingRate() {
     if (!mInitialized) initEnvironment();
     if (!mInitialized) return false;
     if (!mGfarEnabled) return true;
@@ -164,7 +165,7 @@ bool BufferLayerTracker::onMatchingRate() {
     return true;
 }
 
-void BufferLayerTracker::onDifferentRate() {
+[[gnu::noinline]] void BufferLayerTracker::onDifferentRate() {
     if (!mInitialized) return;
     if (mGfarEnabled) {
         updatePlAndCoreCtlStatus(false);

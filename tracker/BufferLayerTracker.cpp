@@ -45,7 +45,8 @@ BufferLayerTracker::~BufferLayerTracker() {
     mPerfProxy.clear();
 }
 
-void BufferLayerTracker::initEnvironment() {
+// Apart from the path of every buffer, like the other functions of this kind: once in a tracker's life.
+[[gnu::noinline, gnu::cold]] void BufferLayerTracker::initEnvironment() {
     auto* perf = new (std::nothrow) PerfProxy();
     mPerfProxy.publish(perf);
     if (perf == nullptr) return;  // the next matching period tries again

@@ -93,7 +93,7 @@ class BufferLayerTracker : public LightRefBase<BufferLayerTracker> {
     void reach(Checkpoint checkpoint) EXCLUDES(mStateLock);
     void fpsTracker() REQUIRES(mWorkLock);
     void resetMeasurement() REQUIRES(mWorkLock);
-    bool countFrame(nsecs_t interval) REQUIRES(mWorkLock);
+    bool countFrame(nsecs_t queueTime, nsecs_t interval) REQUIRES(mWorkLock);
     void closeMeasurement() REQUIRES(mWorkLock);
     bool onMatchingRate() REQUIRES(mWorkLock);
     void onDifferentRate() REQUIRES(mWorkLock);
