@@ -76,6 +76,8 @@ inline std::optional<bool> expectationStep(int64_t renderTime, int64_t vsyncPeri
 // Two vsyncs between consumed buffers mean that the consumer missed at least one. The gap counts in
 // vsyncs rounded to the nearest, halves up, so that one and a half make two.
 inline bool isStutter(int64_t gap, int64_t vsyncPeriod) {
+    // Most gaps are far from that, and need no division to tell.
+    if (vsyncPeriod > 0 && gap < vsyncPeriod + vsyncPeriod / 4) return false;
     return static_cast<float>(gap) / static_cast<float>(vsyncPeriod) >= 1.5F;
 }
 
