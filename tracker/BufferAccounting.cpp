@@ -32,8 +32,7 @@ int BufferLayerTracker::setFpsMode(float fps) const {
     return frameRateClassOf(fps);
 }
 
-void BufferLayerTracker::setVsyncPeriod(long period) {
-    if (period == mVsyncPeriod) return;
+void BufferLayerTracker::changeVsyncPeriod(long period) {
     const int32_t displayClass = setVsyncMode(period);
     mVsyncMode = displayClass;
     if (displayClass == kUnexpectedDisplayClass) {

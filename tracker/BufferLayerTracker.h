@@ -51,7 +51,9 @@ class BufferLayerTracker : public LightRefBase<BufferLayerTracker> {
     sp<PerfProxy> serviceClient() const { return mPerfProxy.get(); }
 
     // The display's vsync period (ns). One outside every display class is logged and not stored.
-    void setVsyncPeriod(long period);
+    void setVsyncPeriod(long period) {
+        if (period != mVsyncPeriod) changeVsyncPeriod(period);
+    }
 
     // The layer queued a buffer. lockForWork comes first, under the module's layer lock, and keeps
     // the tracker from being retired until onBufferIncrement has released mWorkLock, its very last
@@ -87,6 +89,7 @@ class BufferLayerTracker : public LightRefBase<BufferLayerTracker> {
     int setVsyncMode(long period) const;
     // The frame-rate class of a rate; -1 when it is none.
     int setFpsMode(float fps) const;
+    void changeVsyncPeriod(long period);
     void processIncrement() noexcept REQUIRES(mWorkLock);
     void trackBoost() REQUIRES(mWorkLock);
     void pace() REQUIRES(mWorkLock);
