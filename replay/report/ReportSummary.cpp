@@ -63,7 +63,7 @@ std::string boosts(const Findings& f) {
 
 std::string lowered(const Findings& f) {
     if (f.negativeBoosts.empty()) return "never";
-    return shareOfRun(f.loweredNs, f) + format(", by %.1f %% on average", f.meanStrength);
+    return shareOfRun(f.loweredNs, f) + format(", by %.1f %%", f.meanStrength);
 }
 
 std::string regulator(const Findings& f, const Regulator& regulator) {

@@ -21,7 +21,7 @@ function timeTicks(start, stop, pixels) {
 }
 
 function valueTicks(low, high, pixels, wholeNumbers) {
-  let step = roundStep((high - low) / Math.max(2, Math.floor(pixels / 28)));
+  let step = roundStep((high - low) / Math.max(2, Math.floor(pixels / 22)));
   if (wholeNumbers) step = Math.max(1, step);
   const decimals = Math.max(0, -Math.floor(Math.log10(step) + 1e-9));
   const ticks = [];
