@@ -1,17 +1,26 @@
-# Completion for cindral-replay. The options are asked of the program, so that they cannot drift.
+# Completion for cindral-replay. What there is to choose from is asked of the program, so that it cannot drift.
 _cindral_replay() {
-    local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+    local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} pattern choices
     COMPREPLY=()
     case $previous in
-        --layer | --set | --refresh | --cpu-cost) return ;;
+        --layer | --refresh | --cpu-cost | --buffers | --frames | --jobs | --compare) return ;;
+        --boost-speedup | --negative-slowdown) return ;;
+        --set)
+            pattern='s/^  ((ro\.)?vendor\.[a-z0-9_.]+) .*/\1=/p'
+            compopt -o nospace 2>/dev/null
+            ;;
+        --workload) pattern='/^  --workload/{s/[^:]*: //;s/ \([^)]*\);?//gp}' ;;
+        --work) pattern='/^  --work /{s/.*work: //;s/;? (\(the default\)|all compares.*)//g;s/,//g;s/$/ all/p}' ;;
+        *)
+            if [[ $word != -* ]]; then
+                mapfile -t COMPREPLY < <(compgen -f -- "$word"; ((COMP_CWORD > 1)) || compgen -W 'record check' -- "$word")
+                compopt -o filenames 2>/dev/null
+                return
+            fi
+            pattern='s/^  (-[a-z],)?(--[a-z-]+).*/\2/p'
+            ;;
     esac
-    if [[ $word == -* ]]; then
-        local options
-        options=$("$1" --help 2>/dev/null | sed -nE 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p')
-        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
-    else
-        mapfile -t COMPREPLY < <(compgen -f -- "$word")
-        compopt -o filenames 2>/dev/null
-    fi
+    choices=$("$1" --help 2>/dev/null | sed -nE "$pattern")
+    mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$word")
 }
 complete -F _cindral_replay cindral-replay

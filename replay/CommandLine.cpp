@@ -37,7 +37,8 @@ constexpr char kExamples[] = R"(Examples:
                                             a synthetic game, with and without the library
   cindral-replay game.ftrace --compare "phr off: phr=off" --compare none
                                             side by side, the worst regressions first
-  cindral-replay *.ftrace --json runs.jsonl one object a line for each capture
+  cindral-replay *.ftrace --json runs.jsonl
+                                            one object a line for each capture
   cindral-replay game.ftrace --report game.html
                                             a page to look at
   cindral-replay record game.ftrace         writes game.ftrace.expect: what was sent when
@@ -48,11 +49,19 @@ constexpr char kExamples[] = R"(Examples:
 A change for --compare is PROPERTY=VALUE, gfar=on|off, phr=on|off, negative-boost=on|off, refresh=HZ,
 none (no library at all), model, captured, work=NAME, buffers=N, boost-speedup=PERCENT or
 negative-slowdown=PERCENT. Several are separated by commas; "LABEL: " may come before them.
+)";
 
+constexpr char kConditions[] = R"(
 Unless set otherwise the frame regulator, the headroom regulator, the power optimisation and the debug
 output are on. A capture needs the counters of the compositor: atrace categories gfx and view.
-Exit status: 0 done, 1 output not written, 2 bad input, 3 the replay failed, for instance in a deadlock,
-4 check found differences. Of several captures the highest counts.)";
+
+Exit status:
+  0  done
+  1  output could not be written
+  2  bad input
+  3  the replay failed, for instance in a deadlock
+  4  check found differences
+Of several captures the highest counts.)";
 
 // What the options write to and only becomes a CommandLine when all are known.
 struct Raw {
@@ -84,7 +93,7 @@ void addInputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
                    "Replay the layer whose name matches; it is an error if several do or none does")
             ->type_name("REGEX");
     repeatable(app.add_option("--set", raw.assignments,
-                              "Set a property of the device; may be repeated"))
+                              "Set a property of the device, see below; may be repeated"))
             ->type_name("PROPERTY=VALUE");
     app.add_option("--refresh", line.setup.refreshHz,
                    "The display's rate, if the capture does not tell; with --model any rate")
@@ -253,7 +262,7 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& argu
     CommandLine line;
     Raw raw;
     CLI::App app(kPurpose, "cindral-replay");
-    app.footer(kExamples);
+    app.footer(kExamples + ("\nProperties for --set:\n" + describeProperties()) + kConditions);
     app.set_version_flag("--version", std::string("cindral-replay ") + CINDRAL_VERSION);
     app.add_option("CAPTURE", line.captures,
                    "Captures in any form; - is standard input; without one: the modelled session");

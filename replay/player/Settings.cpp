@@ -16,34 +16,36 @@ namespace {
 
 // Longer names resemble none.
 constexpr size_t kMaxComparedChars = 91;
+constexpr size_t kEffectColumn = 40;  // wider than any name
 
 enum class Kind { kSwitch, kWholeNumber, kRealNumber, kTruth };
 
 struct Property {
     const char* name;
     Kind kind;
+    const char* effect;
     // Of the numbers. The library takes others too, but they mean no more than the nearest of these.
     double least = 0;
     double most = 0;
 };
 
 constexpr Property kProperties[] = {
-        {"ro.vendor.perf.zgpe", Kind::kTruth},
-        {"vendor.perf.cindral.debug", Kind::kSwitch},
-        {"vendor.perf.pfar.enable", Kind::kSwitch},
-        // The first checkpoint that is acted on; 4 is none.
-        {"vendor.perf.pfar2.boost_level", Kind::kWholeNumber, 0, 4},
-        {"vendor.perf.pfar2.disable_core_ctl", Kind::kSwitch},
-        {"vendor.perf.pfar2.disable_pl", Kind::kSwitch},
-        {"vendor.perf.pfar2.enable", Kind::kSwitch},
-        {"vendor.perf.pfar2.hgpe.enable", Kind::kSwitch},
-        // The strongest negative boost in percent, as a coefficient; 0 is the library's own.
-        {"vendor.perf.pfar2.hgpe.max_neboost", Kind::kWholeNumber, -100, 0},
-        // The highest threshold in percent of the period; 0 is the library's own.
-        {"vendor.perf.pfar2.hgpe.max_rendertime", Kind::kWholeNumber, 0, 100},
-        {"vendor.perf.phr.enable", Kind::kSwitch},
-        // The smallest headroom as a share of the period.
-        {"vendor.perf.phr.hr_min_rate", Kind::kRealNumber, 0, 1},
+        {"ro.vendor.perf.zgpe", Kind::kTruth, "false: no frame regulator, whatever else is set"},
+        {"vendor.perf.cindral.debug", Kind::kSwitch, "log lines, markers and thread names"},
+        {"vendor.perf.pfar.enable", Kind::kSwitch, "the frame regulator, on some devices"},
+        {"vendor.perf.pfar2.boost_level", Kind::kWholeNumber,
+         "the first checkpoint that is boosted; 4: none", 0, 4},
+        {"vendor.perf.pfar2.disable_core_ctl", Kind::kSwitch, "core control may go off"},
+        {"vendor.perf.pfar2.disable_pl", Kind::kSwitch, "PL may go off"},
+        {"vendor.perf.pfar2.enable", Kind::kSwitch, "the frame regulator, on the others"},
+        {"vendor.perf.pfar2.hgpe.enable", Kind::kSwitch, "negative boosts"},
+        {"vendor.perf.pfar2.hgpe.max_neboost", Kind::kWholeNumber,
+         "the strongest negative boost, in percent; 0: the library's own", -100, 0},
+        {"vendor.perf.pfar2.hgpe.max_rendertime", Kind::kWholeNumber,
+         "percent of the period an early frame may take; 0: the library's own", 0, 100},
+        {"vendor.perf.phr.enable", Kind::kSwitch, "the headroom regulator"},
+        {"vendor.perf.phr.hr_min_rate", Kind::kRealNumber,
+         "the smallest headroom, as a share of the period", 0, 1},
 };
 
 size_t editDistance(std::string_view a, std::string_view b) {
@@ -85,8 +87,21 @@ std::string rangeOf(const Property& property) {
     return text;
 }
 
-// What the value has to be; empty if it is.
-std::string complaintAbout(const Property& property, const std::string& value) {
+std::string valuesOf(const Property& property) {
+    switch (property.kind) {
+        case Kind::kSwitch:
+            return "0 or 1";
+        case Kind::kTruth:
+            return "true or false";
+        case Kind::kWholeNumber:
+            return "a whole number" + rangeOf(property);
+        case Kind::kRealNumber:
+            return "a number" + rangeOf(property);
+    }
+    return "";
+}
+
+bool takes(const Property& property, const std::string& value) {
     const auto inRange = [&](double number) {
         return number >= property.least && number <= property.most;
     };
@@ -94,17 +109,15 @@ std::string complaintAbout(const Property& property, const std::string& value) {
     double real = 0;
     switch (property.kind) {
         case Kind::kSwitch:
-            return value == "0" || value == "1" ? "" : "give 0 or 1";
+            return value == "0" || value == "1";
         case Kind::kTruth:
-            return value == "true" || value == "false" ? "" : "give true or false";
+            return value == "true" || value == "false";
         case Kind::kWholeNumber:
-            return parses(value, whole) && inRange(whole)
-                           ? ""
-                           : "give a whole number" + rangeOf(property);
+            return parses(value, whole) && inRange(whole);
         case Kind::kRealNumber:
-            return parses(value, real) && inRange(real) ? "" : "give a number" + rangeOf(property);
+            return parses(value, real) && inRange(real);
     }
-    return "";
+    return false;
 }
 
 const Property& propertyNamed(const std::string& name) {
@@ -130,10 +143,21 @@ void Settings::set(const std::string& assignment) {
     }
     const Property& property = propertyNamed(assignment.substr(0, equals));
     const std::string value = assignment.substr(equals + 1);
-    const std::string where = std::string("--set ") + property.name + "=" + inQuotes(value) + ": ";
-    const std::string complaint = complaintAbout(property, value);
-    if (!complaint.empty()) throw InputError(where + complaint);
+    if (!takes(property, value)) {
+        throw InputError(std::string("--set ") + property.name + "=" + inQuotes(value) + ": give " +
+                         valuesOf(property));
+    }
     mProperties[property.name] = value;
+}
+
+std::string describeProperties() {
+    std::string text;
+    for (const Property& property : kProperties) {
+        const std::string name = property.name;
+        text += "  " + name + std::string(kEffectColumn - name.size(), ' ') + property.effect +
+                " (" + valuesOf(property) + ")\n";
+    }
+    return text;
 }
 
 }  // namespace replay

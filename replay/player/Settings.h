@@ -23,4 +23,7 @@ class Settings {
     std::map<std::string, std::string> mProperties;
 };
 
+// A line for each property: its name, the values it takes and what it does.
+std::string describeProperties();
+
 }  // namespace replay
