@@ -85,7 +85,10 @@ void BareWaits::runSuccessor() {
     android::cindral::enterRealtimeScheduling();
     const Guard guard(mLock);
     while (!mStop) {
-        pthread_cond_wait(&mHandedOver, &mLock);
+        // With a deadline, which it never reaches, as a held producer has.
+        const int64_t limit = monotonicNow() + kNsPerSecond;
+        const timespec deadline{limit / kNsPerSecond, limit % kNsPerSecond};
+        pthread_cond_timedwait(&mHandedOver, &mLock, &deadline);
         if (mPassed == 0) continue;
         mResults->handOver.push_back(static_cast<double>(monotonicNow() - mPassed));
         mPassed = 0;
