@@ -4,7 +4,7 @@ import html
 import math
 
 WIDTH, HEIGHT = 760, 300
-LEFT, RIGHT, TOP, BOTTOM = 70, 150, 24, 44
+LEFT, RIGHT, TOP, BOTTOM = 70, 175, 24, 44
 COLOURS = ["#2b6cb0", "#c05621", "#2f855a", "#805ad5", "#718096", "#b7791f", "#d53f8c"]
 STYLE = "font-family='sans-serif' font-size='12' fill='#333'"
 
