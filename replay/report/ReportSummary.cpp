@@ -276,7 +276,7 @@ class Writer {
         for (const auto& [key, value] : mRuns[run].findings->conditions) {
             if (key == name) return escapeHtml(value);
         }
-        return "<span class=\"quiet\">not set</span>";
+        return "&ndash;";
     }
 
     void figureRow(size_t index) {
