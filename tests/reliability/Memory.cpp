@@ -21,6 +21,12 @@ constexpr unsigned char kFreed = 0xDD;
 constexpr size_t kKept = 2048;
 constexpr size_t kSmallestKept = 64;
 constexpr size_t kLargestKept = 4096;
+// The address sanitizer knows freed memory by itself, once it has it.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kKeepsFreed = false;
+#else
+constexpr bool kKeepsFreed = true;
+#endif
 
 // Stands before every block.
 struct alignas(std::max_align_t) Header {
@@ -68,6 +74,7 @@ void release(void* block) {
     gLive.fetch_sub(1, std::memory_order_relaxed);
     if (header.librarys) gLibrarysLive.fetch_sub(1, std::memory_order_relaxed);
     if (header.size < kSmallestKept || header.size > kLargestKept) return std::free(&header);
+    if (!kKeepsFreed) return std::free(&header);
     std::memset(block, kFreed, header.size);
     void* const oldest = gFreed.exchange(&header);
     if (oldest == nullptr) return;

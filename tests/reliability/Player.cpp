@@ -289,7 +289,7 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
     const sim::Options options = optionsOf(program, schedule, wrong);
     const bool spurious = options.schedule == sim::Schedule::kRandom;
     const bool exact = !options.clockJumps;
-    Watch watch(program, exact, spurious, trouble != nullptr);
+    Watch watch(program, exact, spurious, trouble != nullptr && !trouble->sound);
     configure(program);
     if (wrong.device) wrong.device(Device::instance());
     Device::instance().setEventSink([&](const standin::Event& event) {

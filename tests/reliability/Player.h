@@ -17,6 +17,7 @@ sim::Options scheduleOf(uint64_t number);
 
 // What is wrong with the device or the system during a run.
 struct Trouble {
+    bool sound = false;                            // nothing is wrong, it is only observed
     std::function<void(standin::Device&)> device;  // last word on its state
     std::vector<std::string> without;              // libraries and entry points that are missing
     Shortage memory;

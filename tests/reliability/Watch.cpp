@@ -17,7 +17,6 @@ namespace reliability {
 namespace {
 
 constexpr int kBoostHint = 4166;
-constexpr int kWeightHint = 5633;
 constexpr int kNegativeFlag = 0x10000;
 constexpr int kLongBoostMs = 1000;
 // The floor of the coefficient, seen from the highest threshold and rescaled to the lowest.
