@@ -50,7 +50,6 @@ uint64_t scheduleOf(const Campaign& campaign, uint64_t run) {
 
 // Every `jobs`th program, from the `job`th on.
 void exploreShare(const Campaign& campaign, uint64_t job, Report& report) {
-    const standin::ServiceLibraries services;
     const int64_t start = secondsNow();
     Program program;
     for (uint64_t run = 0; run < campaign.schedules; ++run) {

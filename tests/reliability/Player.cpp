@@ -58,10 +58,7 @@ class Session {
   public:
     Session(const Program& program, Watch& watch, const std::string& library,
             const Trouble& trouble)
-          : mProgram(program),
-            mWatch(watch),
-            mServices(trouble.without),
-            mLibrary(std::in_place, library) {
+          : mProgram(program), mWatch(watch), mLibrary(std::in_place, library) {
         Shortage memory = trouble.memory;
         if (memory.program.end != 0)
             memory.library = codeAround(reinterpret_cast<const void*>(mLibrary->init));
@@ -260,7 +257,6 @@ class Session {
 
     const Program& mProgram;
     Watch& mWatch;
-    const standin::ServiceLibraries mServices;
     std::optional<replay::CindralLibrary> mLibrary;
     int mMood = 0;
     int64_t mAllocations = 0;
@@ -282,6 +278,28 @@ sim::Options optionsOf(const Program& program, uint64_t schedule, const Trouble&
     return options;
 }
 
+// As on a phone; and the C library keeps enough of these for the next run, where larger ones would be
+// mapped anew.
+constexpr size_t kStackBytes = 1 << 20;
+
+void useSmallStacks() {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kStackBytes);
+    pthread_setattr_default_np(&attributes);
+    pthread_attr_destroy(&attributes);
+}
+
+// Complete ones stay open, as opening them takes its time.
+void openServices(const std::vector<std::string>& without) {
+    static std::optional<standin::ServiceLibraries> sOpen;
+    static bool sComplete = false;
+    if (sOpen && sComplete && without.empty()) return;
+    sOpen.reset();
+    sOpen.emplace(without);
+    sComplete = without.empty();
+}
+
 Reached playOnce(const Program& program, uint64_t schedule, const std::string& library,
                  const Trouble* trouble) {
     static const Trouble kNone;
@@ -291,6 +309,7 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
     const bool exact = !options.clockJumps;
     Watch watch(program, exact, spurious, trouble != nullptr && !trouble->sound);
     configure(program);
+    openServices(wrong.without);
     if (wrong.device) wrong.device(Device::instance());
     Device::instance().setEventSink([&](const standin::Event& event) {
         watch.see(event);
@@ -350,6 +369,8 @@ Shortage countedMemory() {
 
 Reached play(const Program& program, uint64_t schedule, const std::string& library,
              const Trouble* trouble) {
+    static const bool sPrepared = (useSmallStacks(), true);
+    static_cast<void>(sPrepared);
     static bool sWarm = false;  // the first run builds what stays
     // An observer may keep what it likes.
     const bool counted = trouble != nullptr && trouble->memory.program.end != 0;
