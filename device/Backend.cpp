@@ -83,6 +83,7 @@ auto Backend::serve(Event event, Answer answer) {
     const int64_t delayNs = device.content.delayNs[static_cast<size_t>(event.entryPoint)];
     auto value = answer(device);
     event.result = toText(value);
+    event.takesNs = delayNs;
     device.record(std::move(event));
     guard.unlock();
     sleepFor(delayNs);

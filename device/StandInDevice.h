@@ -47,6 +47,7 @@ struct Event {
     std::string text;  // property or package name ("(null)" for a null pointer); log or trace text
     std::string defaultValue;  // perf_get_prop only: the caller's default
     std::string result;        // what was answered, as text
+    int64_t takesNs = 0;       // the delay before the caller gets the answer
     // kLog
     int priority = 0;
     std::string tag;

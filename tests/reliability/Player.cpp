@@ -181,7 +181,6 @@ class Session {
     }
 
     void setDelay(int entryPoint, int64_t delayNs) {
-        mWatch.setDelay(entryPoint, delayNs);
         Device::instance().setDelay(static_cast<EntryPoint>(entryPoint), delayNs);
     }
 

@@ -72,10 +72,6 @@ Watch::Watch(const Program& program, bool exactTimes, bool spuriousWakes, bool u
         mUnexpecting(unexpecting || program.failThread != 0),
         mSolo(program.isSolo()) {}
 
-void Watch::setDelay(int entryPoint, int64_t delayNs) {
-    mDelaysNs[static_cast<size_t>(entryPoint)] = delayNs;
-}
-
 void Watch::see(const Event& event) {
     if (mGone) violate("nothing-after-unload", standin::describe(event));
     if (event.kind == EventKind::kServiceCall) return seeCall(event);
@@ -87,8 +83,7 @@ void Watch::seeCall(const Event& event) {
     // The device's own lock is one of them.
     checkSender(event, sim::heldMutexes().size() - 1);
     mReached.calledEntryPoints |= 1U << static_cast<unsigned>(event.entryPoint);
-    const int64_t delayNs = mDelaysNs[static_cast<size_t>(event.entryPoint)];
-    mServed.push_back({event.timeNs, event.timeNs + delayNs});
+    mServed.push_back({event.timeNs, event.timeNs + event.takesNs});
     if (event.entryPoint == EntryPoint::kPerfGetFeedbackExtn) {
         ++mEnvironments;
         mReached.environment = true;

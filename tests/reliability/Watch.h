@@ -58,7 +58,6 @@ class Watch {
     Watch(const Program& program, bool exactTimes, bool spuriousWakes, bool unexpecting);
 
     void see(const standin::Event& event);
-    void setDelay(int entryPoint, int64_t delayNs);
 
     // Around every call of an entry point. `layer` is -1 where none is named.
     int64_t callBegins(Act act, int layer);
@@ -100,7 +99,6 @@ class Watch {
     const bool mSpuriousWakes;
     const bool mUnexpecting;
     const bool mSolo;
-    std::array<int64_t, 8> mDelaysNs{};
     struct Call {
         char letter = '\0';       // of the entry point that the thread is in, or 0
         int64_t endedBefore = 0;  // increments
