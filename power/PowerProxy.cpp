@@ -78,7 +78,7 @@ void PowerProxy::apply(int32_t newCoe) {
     monitorPingpongStatus(false);
     if (mPerfProxy != nullptr) {
         mPerfProxy->perfHint(kBoostHintId, nullptr, kNegativeBoostDurationMs,
-                             (-newCoe) | kNegativeBoostFlag);
+                             saturated(-int64_t{newCoe}) | kNegativeBoostFlag);
     }
     mNegativeBoosted = true;
     mCoe = newCoe;

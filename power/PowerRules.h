@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
 
 // How strong a negative boost should be, and how its target adapts: functions of their arguments
 // alone. Times and periods are nanoseconds. A threshold is the share of the vsync period, in
@@ -52,14 +53,21 @@ inline int32_t coefficientFor(int64_t renderTime, int64_t target) {
     return static_cast<int32_t>(percent - 100);
 }
 
+// The floor of the coefficient is a property and taken as it comes. With one beyond all reason the
+// coefficient stops at the ends of its type, so that no property can end the process.
+inline int32_t saturated(int64_t coefficient) {
+    using Limits = std::numeric_limits<int32_t>;
+    return static_cast<int32_t>(std::clamp<int64_t>(coefficient, Limits::min(), Limits::max()));
+}
+
 // The coefficient moved by `delta`, not below `floor` and not above 0.
 inline int32_t movedCoefficient(int32_t coe, int32_t delta, int32_t floor) {
-    const int32_t sum = coe + delta;
-    return sum < floor ? floor : std::min(sum, 0);
+    const int64_t sum = int64_t{coe} + delta;
+    return sum < floor ? floor : saturated(std::min<int64_t>(sum, 0));
 }
 
 inline bool isCoeChangeWorthSending(int32_t from, int32_t to) {
-    return std::abs(to - from) >= kMinCoeChange;
+    return std::abs(int64_t{to} - from) >= kMinCoeChange;
 }
 
 inline int32_t raisedThresh(int32_t thresh, int32_t ceiling) {
@@ -71,9 +79,9 @@ inline int32_t droppedThresh(int32_t thresh) {
 }
 
 // The coefficient that means the same against a new threshold. Not clamped again, deliberately: the
-// next application does that. The product has to fit 32 bits; beyond them it traps.
+// next application does that.
 inline int32_t rescaledCoefficient(int32_t coe, int32_t oldThresh, int32_t newThresh) {
-    return coe * oldThresh / newThresh;
+    return saturated(int64_t{coe} * oldThresh / newThresh);
 }
 
 struct PingpongEvent {

@@ -128,6 +128,10 @@ TEST(PowerRules, Threshold_StaysWithinItsLimitsAndTakesTheCoefficientAlong) {
     EXPECT_EQ(droppedThresh(65), 60);
     EXPECT_EQ(rescaledCoefficient(-30, 70, 73), -28);
     EXPECT_EQ(rescaledCoefficient(-30, 70, 60), -35) << "below the floor, and kept so";
+    constexpr int32_t kLowest = std::numeric_limits<int32_t>::min();
+    EXPECT_EQ(rescaledCoefficient(kLowest, 70, 60), kLowest);
+    EXPECT_EQ(movedCoefficient(kLowest + 30, -32, kLowest), kLowest);
+    EXPECT_TRUE(isCoeChangeWorthSending(std::numeric_limits<int32_t>::max(), -100));
     EXPECT_EQ(clampedRenderTimeThresh(59), 60);
     EXPECT_EQ(clampedRenderTimeThresh(91), 90);
 }
