@@ -15,6 +15,7 @@ namespace {
 using bench::Path;
 using bench::Scene;
 
+constexpr int kCounts = 3;   // of each
 constexpr int kWarmUps = 3;  // binds the calls, fills the caches of the C library
 
 template <typename Call, typename Prepare>
@@ -23,10 +24,12 @@ void count(const std::string& name, Call call, Prepare prepare) {
         prepare();
         call();
     }
-    prepare();
-    CALLGRIND_ZERO_STATS;
-    call();
-    CALLGRIND_DUMP_STATS_AT(name.c_str());
+    for (int i = 0; i < kCounts; ++i) {
+        prepare();
+        CALLGRIND_ZERO_STATS;
+        call();
+        CALLGRIND_DUMP_STATS_AT(name.c_str());
+    }
 }
 
 void countFloor(const Path& path, bench::floor::Floor floor, const char* which) {
