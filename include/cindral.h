@@ -33,7 +33,7 @@ CINDRAL_API bool cindralInit(void);
 /*
  * The display's vsync period in ns, at the start and at every change of the refresh rate. A tracked
  * layer logs a period outside the classes of 60, 75, 90, 120 and 144 Hz, keeps its last good one,
- * and matches no frame rate until a good one comes.
+ * and matches no frame rate until a different good one comes: the one it kept is no change.
  */
 CINDRAL_API void cindralSetVsyncPeriod(long period);
 
