@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "cindral/Contain.h"
 #include "cindral/ModuleState.h"
 #include "platform/Log.h"
 #include "platform/Thread.h"
@@ -138,16 +139,6 @@ void trackVsync() {
     const nsecs_t timestamp = systemTime(SYSTEM_TIME_MONOTONIC);
     Mutex::Autolock lock(gLayerLock);
     for (const sp<BufferLayerTracker>& tracker : gTrackers) tracker->onVsync(timestamp);
-}
-
-// Keeps what may be thrown inside, which is std::bad_alloc, from the compositor: the report is
-// lost. Apart, so that an inactive module pays for no more than the test.
-template <auto kReport, typename... Arguments>
-[[gnu::noinline]] void contain(Arguments... arguments) noexcept {
-    try {
-        kReport(arguments...);
-    } catch (...) {
-    }
 }
 
 }  // namespace

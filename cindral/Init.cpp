@@ -3,6 +3,7 @@
 #include <cstring>
 #include <new>
 
+#include "cindral/Contain.h"
 #include "cindral/ModuleState.h"
 #include "platform/Log.h"
 
@@ -76,9 +77,5 @@ void clearConfigs() {
 }  // namespace android
 
 bool cindralInit(void) {
-    try {
-        return android::initialize();
-    } catch (...) {
-        return false;
-    }
+    return android::contain<android::initialize>();
 }
