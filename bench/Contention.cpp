@@ -2,9 +2,10 @@
 
 #include <sched.h>
 
+#include <random>
 #include <stdexcept>
 
-#include "bench/PairedRun.h"
+#include "bench/Clock.h"
 #include "platform/Thread.h"
 
 namespace bench {
@@ -18,27 +19,22 @@ void useProcessors(const cpu_set_t& set) {
 
 }  // namespace
 
-Rivals::Rivals(Scene& scene, int count) : mScene(scene) {
-    for (int i = 0; i < count; ++i) {
-        const char* layer = i == 0 ? Scene::layer(1) : Scene::ignoredLayer(i - 1);
-        mThreads.emplace_back([this, layer] { run(layer); });
-    }
-}
+Rival::Rival(Scene& scene) : mScene(scene), mThread([this] { run(); }) {}
 
-Rivals::~Rivals() {
+Rival::~Rival() {
     mStop = true;
-    for (std::thread& thread : mThreads) thread.join();
+    mThread.join();
 }
 
-void Rivals::run(const char* layer) {
+void Rival::run() {
+    std::minstd_rand random;
+    std::uniform_int_distribution<int64_t> pauseNs(0, 2'000);
     while (!mStop) {
         const Side side = mSide;
-        if (side == Side::kLibrary) {
-            mScene.library().trackBufferIncrement(layer);
-        } else if (side == Side::kFloor) {
-            floor::layerLockNamed(layer);
-        } else {
-            sched_yield();
+        if (side == Side::kLibrary) mScene.library().trackBufferIncrement(Scene::layer(1));
+        if (side == Side::kFloor) floor::incrementOfRival(Scene::layer(0));
+        const int64_t end = nowNs() + pauseNs(random);
+        while (nowNs() < end) {
         }
     }
 }

@@ -1,36 +1,36 @@
 #pragma once
 
-// Other compositor threads, each with a layer of its own, calling as fast as they can.
+// What other compositor threads do meanwhile.
 
 #include <atomic>
 #include <thread>
-#include <vector>
 
 #include "bench/Scene.h"
 
 namespace bench {
 
-class Rivals {
+// Another compositor thread with a layer of its own, the scene's second tracked one. It pauses for up to
+// 2 us between two calls: two threads in nothing but locks would hand them to each other by the kernel.
+// It runs on whichever processors the thread that constructs it may use at this moment.
+class Rival {
   public:
     enum class Side { kNothing, kLibrary, kFloor };
 
-    // Their layers are the scene's second tracked one, then ignored ones. They run on whichever
-    // processors the calling thread may use at this moment.
-    Rivals(Scene& scene, int count);
-    ~Rivals();
-    Rivals(const Rivals&) = delete;
-    Rivals& operator=(const Rivals&) = delete;
+    explicit Rival(Scene& scene);
+    ~Rival();
+    Rival(const Rival&) = delete;
+    Rival& operator=(const Rival&) = delete;
 
-    // What they call from now on.
+    // What it calls from now on.
     void call(Side side) { mSide = side; }
 
   private:
-    void run(const char* layer);
+    void run();
 
     Scene& mScene;
     std::atomic<Side> mSide{Side::kNothing};
     std::atomic<bool> mStop{false};
-    std::vector<std::thread> mThreads;
+    std::thread mThread;
 };
 
 // A producer of the first layer, held by its headroom regulator almost all of the time: nobody

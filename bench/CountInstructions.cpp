@@ -15,8 +15,8 @@ namespace {
 using bench::Path;
 using bench::Scene;
 
-constexpr int kCounts = 3;   // of each
-constexpr int kWarmUps = 3;  // binds the calls, fills the caches of the C library
+constexpr int kCounts = 3;    // of each
+constexpr int kWarmUps = 10;  // binds the calls, and the threshold is at its ceiling
 
 template <typename Call, typename Prepare>
 void count(const std::string& name, Call call, Prepare prepare) {

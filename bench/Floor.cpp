@@ -4,8 +4,10 @@
 #include <utils/Timers.h>
 
 #include <cstring>
+#include <regex>
 #include <thread>
 
+#include "perf/LayerName.h"
 #include "platform/Thread.h"
 
 // Not within bench::floor, where callgrind takes every function for a floor.
@@ -23,7 +25,8 @@ struct MonotonicCond {
 };
 
 pthread_mutex_t gLayer = PTHREAD_MUTEX_INITIALIZER;
-pthread_mutex_t gWork = PTHREAD_MUTEX_INITIALIZER;
+pthread_mutex_t gWork[] = {PTHREAD_MUTEX_INITIALIZER,
+                           PTHREAD_MUTEX_INITIALIZER};  // of two trackers
 pthread_mutex_t gState = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t gPower = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t gVsync = PTHREAD_MUTEX_INITIALIZER;
@@ -50,11 +53,11 @@ bool isLayer(const char* name) {
 
 enum class Work { kMeasure, kWatch, kWatchAndPower };
 
-template <bool kNamed, Work kWork>
+template <bool kNamed, Work kWork, int kTracker = 0>
 void incrementSequence(const char* layer) {
     pthread_mutex_lock(&gLayer);
     if (kNamed) gFound = isLayer(layer);
-    pthread_mutex_lock(&gWork);
+    pthread_mutex_lock(&gWork[kTracker]);
     pthread_mutex_unlock(&gLayer);
     readClock();
     if (kWork != Work::kMeasure) signalUnder(gState, gStateCond);
@@ -64,7 +67,7 @@ void incrementSequence(const char* layer) {
     }
     if (kWork != Work::kMeasure) signalUnder(gState, gStateCond);
     readClock();
-    pthread_mutex_unlock(&gWork);
+    pthread_mutex_unlock(&gWork[kTracker]);
 }
 
 }  // namespace
@@ -94,6 +97,9 @@ void increment(const char* layer) {
 void incrementNamed(const char* layer) {
     incrementSequence<true, Work::kMeasure>(layer);
 }
+void incrementOfRival(const char* layer) {
+    incrementSequence<true, Work::kMeasure, 1>(layer);
+}
 void incrementWatched(const char* layer) {
     incrementSequence<false, Work::kWatch>(layer);
 }
@@ -105,6 +111,14 @@ void incrementPowered(const char* layer) {
 }
 void incrementPoweredNamed(const char* layer) {
     incrementSequence<true, Work::kWatchAndPower>(layer);
+}
+
+void classify(const char* layer) {
+    pthread_mutex_lock(&gLayer);
+    const std::regex pattern(android::cindral::kLayerNamePattern);
+    std::cmatch match;
+    gFound = std::regex_match(layer, match, pattern);
+    pthread_mutex_unlock(&gLayer);
 }
 
 void decrement(const char*) {

@@ -24,12 +24,16 @@ BENCH_EXPORT void layerLockNamed(const char* layer);
 // An increment that only measures: layer lock, handed over to the work lock; two clock reads.
 BENCH_EXPORT void increment(const char*);
 BENCH_EXPORT void incrementNamed(const char* layer);
+// The same of another tracker, on another thread.
+BENCH_EXPORT void incrementOfRival(const char* layer);
 // With the frame regulator: twice the state lock with a signal.
 BENCH_EXPORT void incrementWatched(const char*);
 BENCH_EXPORT void incrementWatchedNamed(const char* layer);
 // With the power controller as well: its lock once more.
 BENCH_EXPORT void incrementPowered(const char*);
 BENCH_EXPORT void incrementPoweredNamed(const char* layer);
+// The layer's pattern, built and matched by the standard library under the layer lock.
+BENCH_EXPORT void classify(const char* layer);
 BENCH_EXPORT void decrement(const char*);
 BENCH_EXPORT void decrementNamed(const char* layer);
 BENCH_EXPORT void vsync(const char*);

@@ -18,14 +18,14 @@ int threadCount() {
 }
 
 void print(const char* state, const bench::SceneOptions& options, const char* end) {
-    bench::Scene scene(options);
-    scene.stopFloor();
+    const bench::Scene scene(options);
     printf("  \"%s\": {\"heap_bytes\": %zu, \"threads\": %d}%s\n", state, mallinfo2().uordblks,
            threadCount(), end);
 }
 
 void printStates() {
     bench::SceneOptions options;
+    options.floorThread = false;
     printf("{\n");
     print("warm_up", options, ",");  // the C library's and the device's own
     print("initialised", options, ",");

@@ -92,6 +92,10 @@ int running() {
     return gRunning;
 }
 
+int current() {
+    return tNumber;
+}
+
 int idleCount() {
     return gIdleCount;
 }

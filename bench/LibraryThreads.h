@@ -23,13 +23,16 @@ void skipTimers(bool skip);
 // Library threads started and not ended.
 int running();
 
+// The calling thread's number, in the order of their start since letRun; -1 of any other thread.
+int current();
+
 // How often a library thread has gone to sleep: without a deadline, and in all.
 int idleCount();
 int waitCount();
 
 // One return of a library thread from a wait, with the waiting mutex held again.
 struct Wait {
-    int thread;        // in the order of their start since letRun
+    int thread;        // as current() tells
     int64_t deadline;  // ns; 0 without one
     int64_t returned;  // ns
     bool timedOut;

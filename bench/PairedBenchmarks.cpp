@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 
@@ -91,62 +92,95 @@ void runWhileOneIsHeld(benchmark::State& state, const Stage& stage, const Path& 
     });
 }
 
-// The rivals call the same side as the thread that is timed.
-void runAmongRivals(benchmark::State& state, const Stage& stage, const Path& path) {
-    using Side = bench::Rivals::Side;
+// The rival calls the same side as the thread that is timed.
+void runBesideRival(benchmark::State& state, const Stage& stage, const Path& path) {
+    using Side = bench::Rival::Side;
     Scene& scene = enterScene(stage);
     bench::floor::setLayer(path.layer);
     const bench::EveryProcessor unpinned;
-    bench::Rivals rivals(scene, static_cast<int>(state.range(0)));
+    bench::Rival rival(scene);
     run(state, [&] {
         Round round;
-        rivals.call(Side::kLibrary);
+        rival.call(Side::kLibrary);
         round.library =
                 bench::timeBlock(kCallsInBlock, [&](int n) { callLibrary(scene, path, n); });
-        rivals.call(Side::kFloor);
+        rival.call(Side::kFloor);
         round.named = bench::timeBlock(kCallsInBlock,
                                        [&](int n) { callFloor(path.namedFloor, path, n); });
-        rivals.call(Side::kNothing);
+        rival.call(Side::kNothing);
         return round;
     });
 }
 
-// Names that are no application's, one after the other: each is looked up in the ignore list, and
+double timeInTurn(const std::vector<std::string>& names, void (*call)(const char*)) {
+    constexpr int kTurns = 10;
+    const double turn = bench::timeBlock(kTurns, [&](int turns) {
+        for (int i = 0; i < turns; ++i)
+            for (const std::string& name : names) call(name.c_str());
+    });
+    return turn / static_cast<double>(names.size());
+}
+
+// Names that are no game's, of different lengths, one after the other: each is looked up in the ignore list, and
 // classified anew when the others have pushed it off.
 void layersInTurn(benchmark::State& state, const Stage& stage) {
     Scene& scene = enterScene(stage);
+    constexpr int kLengths = 30;
     std::vector<std::string> names;
     for (int i = 0; i < state.range(0); ++i) {
-        names.push_back("com.example.application/com.example.application.Main#" +
+        names.push_back("com.example.application" + std::string(i % kLengths, 'x') + "/Main#" +
                         std::to_string(i));
     }
+    bench::floor::setLayer(names.front());
+    const bool classified = names.size() > Scene::kIgnoredLayers;
     run(state, [&] {
         Round round;
-        round.library = bench::timeBlock(1, [&](int) {
-            for (const std::string& name : names)
-                scene.library().trackBufferIncrement(name.c_str());
-        });
-        round.library /= static_cast<double>(names.size());
+        round.library = timeInTurn(names, scene.library().trackBufferIncrement);
+        round.named = timeInTurn(
+                names, classified ? bench::floor::classify : bench::floor::layerLockNamed);
         return round;
     });
 }
 
+// A game's first buffers, until the service has answered for it: this one does not, meanwhile.
+void unknownGame(benchmark::State& state, const Stage& stage) {
+    std::mutex answer;
+    std::unique_lock<std::mutex> unanswered(answer);
+    leaveScene();
+    Scene scene(stage.options);
+    standin::Device::instance().setEventSink([&](const standin::Event& event) {
+        if (event.entryPoint != standin::EntryPoint::kPerfGetFeedback) return;
+        const std::lock_guard<std::mutex> wait(answer);
+    });
+    const Path path{"", bench::EntryPoint::kIncrement, Scene::layer(0), nullptr,
+                    bench::floor::classify};
+    PairedRun paired(scene, path, kPreparedCallsInBlock);
+    run(state, [&] { return paired.round(); });
+    unanswered.unlock();
+    leaveScene();
+}
+
 enum Part { kLoad, kInit, kUnload };
+
+double timePart(Part part, const char* path) {
+    std::array<int64_t, 4> times{nowNs()};
+    auto library = std::make_unique<replay::CindralLibrary>(path);
+    times[kInit] = nowNs();
+    library->init();
+    times[kUnload] = nowNs();
+    library.reset();
+    times[kUnload + 1] = nowNs();
+    return static_cast<double>(times[part + 1] - times[part]);
+}
 
 void loadInitUnload(benchmark::State& state, Part part) {
     leaveScene();
     bench::configureDevice({});
     const standin::ServiceLibraries services;
     run(state, [&] {
-        std::array<int64_t, 4> times{nowNs()};
-        auto library = std::make_unique<replay::CindralLibrary>();
-        times[kInit] = nowNs();
-        library->init();
-        times[kUnload] = nowNs();
-        library.reset();
-        times[kUnload + 1] = nowNs();
         Round round;
-        round.library = static_cast<double>(times[part + 1] - times[part]);
+        round.library = timePart(part, "libcindral.so");
+        round.floor = timePart(part, "libbench_module.so");
         return round;
     });
 }
@@ -170,17 +204,15 @@ void addContention(const std::vector<Stage>& stages) {
     add("increment_while_another_is_held",
         [&held](benchmark::State& state) { runWhileOneIsHeld(state, held, held.paths[0]); });
     const Stage& contended = stages[1];
-    add("increment_among_rivals",
-        [&contended](benchmark::State& state) {
-            runAmongRivals(state, contended, contended.paths[0]);
-        })
-            ->Arg(1)
-            ->Arg(3);
+    add("increment_beside_a_rival", [&contended](benchmark::State& state) {
+        runBesideRival(state, contended, contended.paths[0]);
+    });
 }
 
-void addUnpaired(const Stage& emptyStage) {
+void addLayersAndLife(const Stage& emptyStage) {
     auto* inTurn = add("layers_in_turn", [&](benchmark::State& s) { layersInTurn(s, emptyStage); });
     for (const int layers : {1, 4, 5, 20, 100}) inTurn->Arg(layers);
+    add("unknown_game", [&](benchmark::State& s) { unknownGame(s, emptyStage); });
     add("load", [](benchmark::State& state) { loadInitUnload(state, kLoad); });
     add("init", [](benchmark::State& state) { loadInitUnload(state, kInit); });
     add("unload", [](benchmark::State& state) { loadInitUnload(state, kUnload); });
@@ -202,7 +234,7 @@ int main(int argc, char** argv) {
         addStages(quiet, runPath);
         addStages(waking, runWakingPath);
         addContention(contended);
-        addUnpaired(emptyStage);
+        addLayersAndLife(emptyStage);
         benchmark::RunSpecifiedBenchmarks();
         leaveScene();
     } catch (const std::exception& error) {

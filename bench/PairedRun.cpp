@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 
 #include "bench/Statistics.h"
 
@@ -52,10 +51,6 @@ void reportSide(benchmark::State& state, const std::vector<Round>& rounds, doubl
 }
 
 }  // namespace
-
-int64_t nowNs() {
-    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 Round PairedRun::round() {
     if (mPath.entry == EntryPoint::kIncrement) mScene.keepMeasuring();

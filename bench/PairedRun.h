@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/Clock.h"
 #include "bench/Paths.h"
 
 namespace bench {
@@ -48,8 +49,6 @@ void report(benchmark::State& state, const std::vector<Round>& rounds);
 // Mean time of a call (ns), over a block.
 template <typename Block>
 double timeBlock(int calls, Block block);
-
-int64_t nowNs();
 
 template <typename Block>
 double timeBlock(int calls, Block block) {

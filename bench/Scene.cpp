@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "bench/Clock.h"
 #include "bench/LibraryThreads.h"
 
 namespace bench {
@@ -40,10 +41,6 @@ void countEnvironments(const Event& event) {
     if (event.entryPoint == EntryPoint::kPerfGetProp &&
         event.text == "vendor.perf.pfar2.boost_level")
         ++gEnvironments;
-}
-
-int64_t nowNs() {
-    return nanoseconds(Clock::now().time_since_epoch()).count();
 }
 
 // Polls; a measurement has not begun.
@@ -156,7 +153,7 @@ void Scene::buildEnvironments() {
         waitUntil([&] { return threads::idleCount() > idleBefore; }, "no headroom thread");
         threads::skipTimers(true);
     }
-    if (!all) return;
+    if (!all || !mOptions.floorThread) return;
     using floor::Waiter;
     mWaiter = mOptions.frameRegulator ? std::make_unique<Waiter>(Waiter::On::kState, kPeriodNs)
                                       : std::make_unique<Waiter>(Waiter::On::kVsync, 0);

@@ -28,6 +28,7 @@ struct SceneOptions {
     int trackers = 0;          // game layers that are tracked
     bool environment = false;  // and whose environment exists; needs a second
     LibraryThreads threads = LibraryThreads::kNone;
+    bool floorThread = true;    // with kAll: the floors wake a thread as well
     bool ignoredLayers = true;  // the ignore list is full, as on a phone with its system layers
 };
 
@@ -58,9 +59,6 @@ class Scene {
 
     // A vsync, its headroom timer, and the release. Needs LibraryThreads::kHeadroom.
     void release();
-
-    // The floor's waiting thread goes.
-    void stopFloor() { mWaiter.reset(); }
 
   private:
     void fillIgnoreList();

@@ -1,21 +1,20 @@
-// How late the library's wake-ups are in real time, beside bare waits of the same length in the same
-// run, and how many there are in a frame.
+// How late the library's wake-ups are in real time, beside bare waits of the same length at the same
+// places of a frame in the same run, and how many there are in a frame.
 //
-// wake_ups SECONDS normal|realtime: plays a 60 Hz game with both regulators and the power controller
-// on, one frame in five of which comes late, and writes the times as JSON.
-
-#include <sys/resource.h>
+// wake_ups SECONDS normal|realtime: plays two 60 Hz games at once, one with both regulators of the
+// library, the other with the bare waits. One frame in five comes late, by a random time, so that the
+// games drift past each other and what one does to the other meets both alike. Writes the times as JSON.
 
 #include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <random>
 #include <string>
 
-#include "bench/BareWaits.h"
+#include "bench/BareGame.h"
+#include "bench/Clock.h"
 #include "bench/LibraryThreads.h"
 #include "bench/Scene.h"
 #include "bench/Statistics.h"
@@ -23,44 +22,56 @@
 
 namespace {
 
-using bench::BareLateness;
 using bench::kPeriodNs;
-using bench::monotonicNow;
+using bench::nowNs;
 using bench::Scene;
 
-// In the order in which the library starts them.
-enum LibraryThread { kMonitor, kBoost, kHeadroom, kLibraryThreads };
+// In the order in which the library starts them, and the bare game after it.
+enum WatchedThread { kMonitor, kBoost, kHeadroom, kWatchedThreads };
 
 constexpr int64_t kMs = 1'000'000;
 constexpr int64_t kTimerNs =
         8'333'334;  // the headroom timer: the period without the least headroom
 
-std::array<std::atomic<int>, kLibraryThreads> gWakeUps{};
-std::atomic<int64_t> gReleaseDeadline{0};
-std::atomic<int64_t> gCheckpointDeadline{0};
-std::mutex gLock;
-std::vector<double> gReleases;     // guarded by gLock, ns late: the held call is back
-std::vector<double> gCheckpoints;  // the monitor is awake
-std::vector<double> gBoosts;       // the service is called
+// What is measured of one of the two games.
+struct Lateness {
+    std::array<std::atomic<int>, kWatchedThreads> wakeUps{};
+    std::array<double, kWatchedThreads> wakeUpsPerFrame{};
+    std::atomic<int64_t> releaseDeadline{0};
+    std::atomic<int64_t> checkpointDeadline{0};
+    std::mutex lock;
+    std::vector<double> releases;     // guarded by lock, ns late: the held call is back
+    std::vector<double> checkpoints;  // the monitor is awake
+    std::vector<double> boosts;       // the service is called
+
+    void add(std::vector<double>& times, int64_t deadline, int64_t now) {
+        const std::lock_guard<std::mutex> guard(lock);
+        times.push_back(static_cast<double>(now - deadline));
+    }
+};
+
+enum Side { kLibrary, kBare, kSides };
+std::array<Lateness, kSides> gLateness;
 
 void onWait(const bench::threads::Wait& wait) {
-    if (wait.thread >= kLibraryThreads) return;
-    ++gWakeUps[static_cast<size_t>(wait.thread)];
+    if (wait.thread >= kSides * kWatchedThreads) return;
+    Lateness& lateness = gLateness.at(static_cast<size_t>(wait.thread / kWatchedThreads));
+    const int thread = wait.thread % kWatchedThreads;
+    ++lateness.wakeUps.at(static_cast<size_t>(thread));
     if (!wait.timedOut) return;
-    if (wait.thread == kHeadroom) gReleaseDeadline = wait.deadline;
-    if (wait.thread != kMonitor) return;
-    gCheckpointDeadline = wait.deadline;
-    const std::lock_guard<std::mutex> guard(gLock);
-    gCheckpoints.push_back(static_cast<double>(wait.returned - wait.deadline));
+    if (thread == kHeadroom) lateness.releaseDeadline = wait.deadline;
+    if (thread != kMonitor) return;
+    lateness.checkpointDeadline = wait.deadline;
+    lateness.add(lateness.checkpoints, wait.deadline, wait.returned);
 }
 
 void onEvent(const standin::Event& event) {
-    constexpr int kPositiveBoostsBelow = 0x10000;
     if (event.entryPoint != standin::EntryPoint::kPerfHint) return;
     const bool release = event.arguments.at(1) == 0;
-    if (release || event.arguments.at(2) >= kPositiveBoostsBelow) return;
-    const std::lock_guard<std::mutex> guard(gLock);
-    gBoosts.push_back(static_cast<double>(event.timeNs - gCheckpointDeadline));
+    const int thread = bench::threads::current();
+    if (release || thread >= kSides * kWatchedThreads) return;
+    Lateness& lateness = gLateness.at(static_cast<size_t>(thread / kWatchedThreads));
+    lateness.add(lateness.boosts, lateness.checkpointDeadline, event.timeNs);
 }
 
 void sleepUntil(int64_t time) {
@@ -70,114 +81,132 @@ void sleepUntil(int64_t time) {
     }
 }
 
-class Game {
+// The library, called as the bare game is.
+class LibraryGame {
   public:
-    explicit Game(Scene& scene) : mScene(scene) {}
+    explicit LibraryGame(Scene& scene) : mLibrary(scene.library()) {}
+    void vsync() { mLibrary.trackVsyncSignal(); }
+    void queue() { mLibrary.trackBufferIncrement(Scene::layer(0)); }
+    void consume() { mLibrary.trackBufferDecrement(Scene::layer(0), 0); }
+
+  private:
+    replay::CindralLibrary& mLibrary;
+};
+
+// Consumption wakes nobody.
+class ConsumedBareGame : public bench::BareGame {
+  public:
+    using BareGame::BareGame;
+    void consume() {}
+};
+
+template <typename Game>
+class Player {
+  public:
+    Player(Game& game, Lateness& lateness, unsigned seed)
+          : mGame(game), mLateness(lateness), mRandom(seed) {}
+
+    // On a thread of its own.
+    void play(int64_t end) {
+        android::cindral::enterRealtimeScheduling();
+        countWakeUps();
+        constexpr int kInTime = 4;
+        while (mNext < end) {
+            for (int i = 0; i < kInTime; ++i) frame();
+            beLate();
+        }
+    }
+
+  private:
+    // In frames that all come in time.
+    void countWakeUps() {
+        constexpr int kFrames = 120;
+        for (auto& count : mLateness.wakeUps) count = 0;
+        for (int i = 0; i < kFrames; ++i) frame();
+        for (size_t i = 0; i < kWatchedThreads; ++i)
+            mLateness.wakeUpsPerFrame.at(i) =
+                    static_cast<double>(mLateness.wakeUps.at(i)) / kFrames;
+    }
 
     // A frame of one period: a vsync, and a buffer that is held until the release.
     void frame() {
         sleepUntil(mNext);
-        mScene.library().trackVsyncSignal();
+        mGame.vsync();
         sleepUntil(mNext + kMs);
-        gReleaseDeadline = 0;
-        mScene.library().trackBufferIncrement(Scene::layer(0));
-        const int64_t now = monotonicNow();
-        if (gReleaseDeadline != 0) {
-            const std::lock_guard<std::mutex> guard(gLock);
-            gReleases.push_back(static_cast<double>(now - gReleaseDeadline));
-        }
-        mScene.library().trackBufferDecrement(Scene::layer(0), 0);
+        mLateness.releaseDeadline = 0;
+        mGame.queue();
+        const int64_t now = nowNs();
+        const int64_t deadline = mLateness.releaseDeadline;
+        if (deadline != 0) mLateness.add(mLateness.releases, deadline, now);
+        mGame.consume();
         mNext += kPeriodNs;
     }
 
-    // The next buffer comes 2 ms after the first checkpoint. Consumption goes on, as a stutter would
-    // count against the headroom regulator.
+    // The next buffer comes 1 to 4 ms after the first checkpoint. Consumption goes on, as a stutter
+    // would count against the headroom regulator.
     void beLate() {
         sleepUntil(mNext + kTimerNs / 2);
-        mScene.library().trackBufferDecrement(Scene::layer(0), 0);
-        mNext += kTimerNs + 2 * kMs;
+        mGame.consume();
+        mNext += kTimerNs + std::uniform_int_distribution<int64_t>(kMs, 4 * kMs)(mRandom);
     }
 
-    int64_t next() const { return mNext; }
-
-  private:
-    Scene& mScene;
-    int64_t mNext = monotonicNow() + kMs;
+    Game& mGame;
+    Lateness& mLateness;
+    std::mt19937 mRandom;
+    int64_t mNext = nowNs() + kMs;
 };
 
-void printTimes(const char* name, const std::vector<double>& times, const char* end) {
+void printTimes(const char* name, const std::vector<double>& times) {
     printf("  \"%s\": {\"p50_us\": %.3f, \"p99_us\": %.3f, \"max_us\": %.3f, \"us\": [", name,
            bench::quantile(times, 0.5) / 1e3, bench::quantile(times, 0.99) / 1e3,
            bench::quantile(times, 1) / 1e3);
     for (size_t i = 0; i < times.size(); ++i) printf("%s%.2f", i == 0 ? "" : ",", times[i] / 1e3);
-    printf("]}%s\n", end);
+    printf("]},\n");
 }
 
-// Wake-ups of each thread in frames that all come in time.
-std::array<double, kLibraryThreads> countWakeUps(Game& game) {
-    constexpr int kFrames = 120;
-    for (auto& count : gWakeUps) count = 0;
-    for (int i = 0; i < kFrames; ++i) game.frame();
-    std::array<double, kLibraryThreads> perFrame{};
-    for (size_t i = 0; i < perFrame.size(); ++i)
-        perFrame.at(i) = static_cast<double>(gWakeUps.at(i)) / kFrames;
-    return perFrame;
+void printLateness(const std::string& prefix, const Lateness& lateness) {
+    printTimes((prefix + "release").c_str(), lateness.releases);
+    printTimes((prefix + "checkpoint_1").c_str(), lateness.checkpoints);
+    printTimes((prefix + "boost").c_str(), lateness.boosts);
+    printf("  \"%swake_ups_per_frame\": {\"monitor\": %.3f, \"boost\": %.3f, \"headroom\": %.3f}",
+           prefix.c_str(), lateness.wakeUpsPerFrame[kMonitor], lateness.wakeUpsPerFrame[kBoost],
+           lateness.wakeUpsPerFrame[kHeadroom]);
 }
 
-// The bare waits end apart from the library's in a frame: 3.7 ms after the vsync.
-void play(Game& game, int64_t seconds, BareLateness& timer, BareLateness& period) {
-    constexpr int64_t kBareBegin = 12 * kMs;
-    bench::BareWaits bare;
-    const int64_t end = monotonicNow() + seconds * 1'000 * kMs;
-    for (int i = 0; monotonicNow() < end; ++i) {
-        game.frame();
-        if (i % 5 == 4) {
-            game.beLate();
-            continue;
-        }
-        sleepUntil(game.next() - kPeriodNs + kBareBegin);
-        const bool shortOne = i % 5 < 2;
-        if (shortOne) bare.wait(kTimerNs, timer);
-        if (!shortOne && i % 5 == 2) bare.wait(kPeriodNs, period);
-    }
-    sleepUntil(monotonicNow() + 2 * kPeriodNs);
+bool measuredAll(const Lateness& lateness) {
+    return !lateness.releases.empty() && !lateness.checkpoints.empty() && !lateness.boosts.empty();
 }
 
 bench::SceneOptions gameOptions() {
     bench::SceneOptions options;
-    options.headroom = options.power = options.environment = true;
+    options.headroom = options.environment = true;
     options.trackers = 1;
     options.threads = bench::LibraryThreads::kAll;
+    options.floorThread = false;
     return options;
 }
 
 int measure(int64_t seconds, bool realtime) {
     bench::threads::denyRealtime(!realtime);
     Scene scene(gameOptions());
-    scene.stopFloor();
-    android::cindral::enterRealtimeScheduling();
+    LibraryGame library(scene);
+    ConsumedBareGame bare(kTimerNs, kPeriodNs);
     standin::Device::instance().setEventSink(onEvent);
     bench::threads::observeWaits(onWait);
-    Game game(scene);
-    const auto wakeUps = countWakeUps(game);
-    BareLateness timer, period;
-    play(game, seconds, timer, period);
+    const int64_t end = nowNs() + seconds * 1'000 * kMs;
+    std::thread bareProducer([&] { Player(bare, gLateness[kBare], 1).play(end); });
+    std::thread producer([&] { Player(library, gLateness[kLibrary], 2).play(end); });
+    bareProducer.join();
+    producer.join();
     bench::threads::observeWaits(nullptr);
     standin::Device::instance().setEventSink({});
 
-    const std::lock_guard<std::mutex> guard(gLock);
     printf("{\n");
-    printTimes("bare_timer", timer.wait, ",");
-    printTimes("bare_timer_hand_over", timer.handOver, ",");
-    printTimes("bare_period", period.wait, ",");
-    printTimes("bare_period_hand_over", period.handOver, ",");
-    printTimes("release", gReleases, ",");
-    printTimes("checkpoint_1", gCheckpoints, ",");
-    printTimes("boost", gBoosts, ",");
-    printf("  \"wake_ups_per_frame\": {\"monitor\": %.3f, \"boost\": %.3f, \"headroom\": "
-           "%.3f}\n}\n",
-           wakeUps[kMonitor], wakeUps[kBoost], wakeUps[kHeadroom]);
-    return gReleases.empty() || gCheckpoints.empty() || gBoosts.empty() ? 1 : 0;
+    printLateness("bare_", gLateness[kBare]);
+    printf(",\n");
+    printLateness("", gLateness[kLibrary]);
+    printf("\n}\n");
+    return measuredAll(gLateness[kBare]) && measuredAll(gLateness[kLibrary]) ? 0 : 1;
 }
 
 }  // namespace

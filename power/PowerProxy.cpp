@@ -111,8 +111,10 @@ void PowerProxy::monitorPingpongStatus(bool byPerf) {
 
 inline void PowerProxy::moveThreshold(int32_t thresh) {
     const int32_t old = mThresh;
-    mThresh = thresh;
-    mCoe = rescaledCoefficient(mCoe, old, thresh);
+    if (thresh != old) {  // frames that stay early leave it at its ceiling, and the division undone
+        mThresh = thresh;
+        mCoe = rescaledCoefficient(mCoe, old, thresh);
+    }
     CINDRAL_LOGD(mDebuggable, kTag, "prev thresh:%d, curr thresh:%d", old, thresh);
 }
 
