@@ -52,7 +52,7 @@ target_compile_options(cindral_flags_shipping INTERFACE
     -fsanitize=signed-integer-overflow ${CINDRAL_LIBRARY_FLAGS})
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(cindral_flags_shipping INTERFACE
-        -fsanitize-trap=signed-integer-overflow -Wthread-safety)
+        -fsanitize-trap=signed-integer-overflow -Wthread-safety -Wthread-safety-beta)
 else()
     target_compile_options(cindral_flags_shipping INTERFACE
         -fsanitize-undefined-trap-on-error -fno-gnu-unique)
