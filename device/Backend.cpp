@@ -70,7 +70,7 @@ Device::State& Backend::state() {
 }
 
 void Backend::record(Event event) {
-    std::lock_guard<std::mutex> guard(state().lock);
+    const std::lock_guard guard(state().lock);
     state().record(std::move(event));
 }
 
@@ -79,7 +79,7 @@ void Backend::record(Event event) {
 template <typename Answer>
 auto Backend::serve(Event event, Answer answer) {
     Device::State& device = state();
-    std::unique_lock<std::mutex> guard(device.lock);
+    std::unique_lock guard(device.lock);
     const int64_t delayNs = device.content.delayNs[static_cast<size_t>(event.entryPoint)];
     auto value = answer(device);
     event.result = toText(value);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "device/StandInDevice.h"
+#include "sim/Unseen.h"
 
 namespace standin {
 
@@ -35,7 +36,7 @@ class Device::State {
     void record(Event event);
 
     // Innermost lock: nothing else is locked and nobody sleeps while it is held.
-    std::mutex lock;
+    sim::UnseenLock<std::mutex> lock;
     Content content;                         // guarded by lock
     std::function<int()> labeller;           // guarded by lock; empty: the kernel's thread id
     std::function<void(const Event&)> sink;  // guarded by lock; empty: kept in content

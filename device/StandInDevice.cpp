@@ -38,38 +38,38 @@ Device& Device::instance() {
 
 // The labeller and the sink stay: they describe the host, not the device.
 void Device::reset() {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     mState->content = {};
     mState->traceTags.store(0, std::memory_order_relaxed);
 }
 
 void Device::setProperty(const std::string& name, const std::string& value) {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     mState->content.properties[name] = value;
 }
 
 void Device::setKnob(int id, int value) {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     mState->content.knobs[id] = value;
 }
 
 void Device::setVerdict(const std::string& package, int verdict) {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     mState->content.verdicts[package] = verdict;
 }
 
 void Device::setGameWeight(const std::string& package, int weight) {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     mState->content.gameWeights[package] = weight;
 }
 
 void Device::setHalVersion(double version) {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     mState->content.halVersion = version;
 }
 
 void Device::setDelay(EntryPoint entryPoint, int64_t delayNs) {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     mState->content.delayNs.at(static_cast<size_t>(entryPoint)) = delayNs;
 }
 
@@ -78,24 +78,24 @@ void Device::setTraceTags(uint64_t tags) {
 }
 
 void Device::setThreadLabeller(std::function<int()> labeller) {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     mState->labeller = std::move(labeller);
 }
 
 void Device::setEventSink(std::function<void(const Event&)> sink) {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     mState->sink = std::move(sink);
 }
 
 std::vector<Event> Device::events(size_t without) const {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     const std::vector<Event>& events = mState->content.events;
     return {events.begin() + static_cast<std::ptrdiff_t>(std::min(without, events.size())),
             events.end()};
 }
 
 void Device::clearEvents() {
-    std::lock_guard<std::mutex> guard(mState->lock);
+    const std::lock_guard guard(mState->lock);
     mState->content.events.clear();
 }
 

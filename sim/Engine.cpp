@@ -11,6 +11,7 @@
 
 #include "sim/RealCalls.h"
 #include "sim/Report.h"
+#include "sim/Unseen.h"
 
 namespace sim {
 
@@ -20,6 +21,12 @@ namespace {
 constexpr int kYieldRoundsBeforeClock = 3;
 // A deadlock is reported once in a run, so looking twice costs little.
 constexpr int kYieldRoundsBeforeDeadlock = 1000;
+
+// What stands in the record beside the calls.
+constexpr int kNoteOfWait = 100;
+constexpr int kNoteOfWake = 200;
+constexpr int kNoteOfBeginning = 300;
+constexpr int kNoteOfEnd = 301;
 
 int64_t addSaturated(int64_t timeNs, int64_t durationNs) {
     return durationNs > INT64_MAX - timeNs ? INT64_MAX : timeNs + durationNs;
@@ -37,7 +44,8 @@ Engine::Engine(const Options& options)
         mStrategy(options),
         mNowNs(options.startTimeNs) {}
 
-void Engine::step() {
+void Engine::step(Call call) {
+    note(static_cast<int>(call), *mCurrent);
     if (++mSteps > mOptions.stepBudget) {
         fail(Failure::kStepBudget, std::to_string(mOptions.stepBudget) + " steps used up");
     }
@@ -45,6 +53,12 @@ void Engine::step() {
         setClock(addSaturated(mNowNs, mOptions.cpuCostPerCallNs));
     }
     perturb();
+}
+
+void Engine::note(int what, const Thread& thread) {
+    mRecord.add(static_cast<uint64_t>(what));
+    mRecord.add(static_cast<uint64_t>(thread.record.id));
+    mRecord.add(static_cast<uint64_t>(mNowNs));
 }
 
 void Engine::perturb() {
@@ -73,6 +87,8 @@ Wake Engine::block(const Wait& wait) {
     // What the thread did before is what a spinning one may be looking for.
     if (wait.kind != WaitKind::kYield) progress();
     self.wait = wait;
+    note(kNoteOfWait + static_cast<int>(wait.kind), self);
+    mRecord.add(static_cast<uint64_t>(wait.deadlineNs));
     if (wait.queue) wait.queue->push_back(&self);
     if (wait.deadlineNs != kNever) addTimer(self);
     Thread& chosen = next();
@@ -88,6 +104,7 @@ void Engine::wake(Thread& thread, Wake how) {
     if (thread.wait.queue) removeFrom(*thread.wait.queue, thread);
     if (thread.wait.deadlineNs != kNever) removeFrom(mTimers, thread);
     thread.wait = Wait{};
+    note(kNoteOfWake + static_cast<int>(how), thread);
     thread.wake = how;
     mReady.push_back(&thread);
 }
@@ -108,6 +125,7 @@ Thread& Engine::admit(std::unique_ptr<Thread> thread) {
 
 void Engine::begin() {
     awaitEndedThread();
+    note(kNoteOfBeginning, *mCurrent);
     progress();
 }
 
@@ -115,9 +133,11 @@ void Engine::end() {
     Thread& self = *mCurrent;
     self.ended = true;
     self.record.ended = true;
+    note(kNoteOfEnd, self);
     removeFrom(mLive, self);
     while (!self.joiners.empty()) wake(*self.joiners.front(), Wake::kSignal);
     progress();
+    if (isUnderThreadSanitizer()) __tsan_release(this);
     Thread* chosen = mLive.empty() ? nullptr : &next();
     mEnded = &self;
     if (chosen) {
@@ -173,7 +193,9 @@ void Engine::awaitEndedThread() {
     Thread& ended = *std::exchange(mEnded, nullptr);
     while (syscall(SYS_tgkill, getpid(), ended.tid, 0) == 0) real::yield();
     if (!ended.detached) return;
-    real::join(ended.handle, nullptr);
+    // Detached only now: to join it would, to the thread sanitizer, order it before the current
+    // one.
+    real::detach(ended.handle);
     ended.joined = true;
 }
 
@@ -245,12 +267,15 @@ void Engine::runToEnd(Thread& body) {
     giveTurn(body);
     mDone.pass();
     awaitEndedThread();
+    // Whatever comes after the run comes after all of it.
+    if (isUnderThreadSanitizer()) __tsan_acquire(this);
 }
 
 Outcome Engine::outcome() const {
     Outcome outcome = mOutcome;
     outcome.steps = mSteps;
     outcome.endTimeNs = mNowNs;
+    outcome.record = mRecord.value();
     for (const auto& thread : mThreads) outcome.threads.push_back(thread->record);
     return outcome;
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/Digest.h"
 #include "sim/Simulation.h"
 #include "sim/Strategy.h"
 #include "sim/Thread.h"
@@ -20,7 +21,7 @@ namespace sim {
 // call. Only the thread with the turn calls the engine, so nothing in it is locked.
 //
 // The road of an intercepted call:
-//   step()      counts, charges the cost, and lets a random schedule take the turn away, move the
+//   step()      counts, records, charges the cost, and lets a random schedule take the turn away, move the
 //               clock or wake a waiter - always before the call has any effect;
 //   block()     if it cannot go on: stands in a queue, with a deadline or without, until wake();
 //   progress()  when it had an effect, for those who spin.
@@ -45,7 +46,7 @@ class Engine {
     // In the order of their ids, the ended ones too.
     const std::vector<std::unique_ptr<Thread>>& threads() const { return mThreads; }
 
-    void step();
+    void step(Call call);
     // The second half of step(): for calls that can be interrupted in their middle as well.
     void perturb();
     void progress();
@@ -74,6 +75,7 @@ class Engine {
     void giveTurn(Thread& thread);
     void awaitTurn(Thread& self);
     void awaitEndedThread();
+    void note(int what, const Thread& thread);
     void setClock(int64_t timeNs);
     void moveClockToDeadline();
     void addTimer(Thread& thread);
@@ -87,6 +89,7 @@ class Engine {
     Strategy mStrategy;
     int64_t mNowNs;
     uint64_t mSteps = 0;
+    Digest mRecord;        // of every step and every change of state, but no number of an object
     int mYieldRounds = 0;  // in a row, without progress and at one time
 
     std::vector<std::unique_ptr<Thread>> mThreads;

@@ -13,6 +13,7 @@
 
 #include "sim/RealCalls.h"
 #include "sim/Run.h"
+#include "sim/Unseen.h"
 
 namespace {
 
@@ -24,14 +25,26 @@ constexpr int kNiceMax = 19;
 constexpr int64_t kNsPerUs = 1'000;
 constexpr int64_t kNsPerSecond = 1'000'000'000;
 
-sim::Engine& engine() {
-    return tSelf->run->engine;
+// A part of the run, for the length of one expression.
+template <typename Part>
+class Using {
+  public:
+    explicit Using(Part& part) : mPart(part) {}
+    Part* operator->() { return &mPart; }
+
+  private:
+    sim::Unseen mUnseen;
+    Part& mPart;
+};
+
+Using<sim::Engine> engine() {
+    return Using(tSelf->run->engine);
 }
-sim::Primitives& primitives() {
-    return tSelf->run->primitives;
+Using<sim::Primitives> primitives() {
+    return Using(tSelf->run->primitives);
 }
-sim::Threads& threads() {
-    return tSelf->run->threads;
+Using<sim::Threads> threads() {
+    return Using(tSelf->run->threads);
 }
 
 int failWith(int error) {
@@ -44,7 +57,7 @@ void sleepFor(const timespec& duration) {
 }
 
 void refuse(const char* call) {
-    engine().misuse(std::string("calls ") + call + ", which is not modelled: refused");
+    engine()->misuse(std::string("calls ") + call + ", which is not modelled: refused");
 }
 
 // An error number, as clock_nanosleep returns it.
@@ -69,11 +82,11 @@ bool isPriorityOf(int policy, int priority) {
 extern "C" {
 
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-    return tSelf ? primitives().lock(mutex) : real::mutexLock(mutex);
+    return tSelf ? primitives()->lock(mutex) : real::mutexLock(mutex);
 }
 
 int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
-    return tSelf ? primitives().tryLock(mutex) : real::mutexTrylock(mutex);
+    return tSelf ? primitives()->tryLock(mutex) : real::mutexTrylock(mutex);
 }
 
 int pthread_mutex_timedlock(pthread_mutex_t* mutex, const timespec* deadline) noexcept {
@@ -88,83 +101,83 @@ int pthread_mutex_clocklock(pthread_mutex_t* mutex, clockid_t clock,
 }
 
 int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
-    return tSelf ? primitives().unlock(mutex) : real::mutexUnlock(mutex);
+    return tSelf ? primitives()->unlock(mutex) : real::mutexUnlock(mutex);
 }
 
 int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
-    if (tSelf) primitives().destroy(mutex);
+    if (tSelf) primitives()->destroy(mutex);
     return real::mutexDestroy(mutex);
 }
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
     if (!tSelf) return real::condWait(condition, mutex);
-    return primitives().wait(condition, mutex, sim::kNever);
+    return primitives()->wait(condition, mutex, sim::kNever);
 }
 
 int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                            const timespec* deadline) {
     if (!tSelf) return real::condTimedwait(condition, mutex, deadline);
-    return primitives().timedWait(condition, mutex, sim::clockOf(*condition), *deadline);
+    return primitives()->timedWait(condition, mutex, sim::clockOf(*condition), *deadline);
 }
 
 int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                            const timespec* deadline) {
     if (!tSelf) return real::condClockwait(condition, mutex, clock, deadline);
-    return primitives().timedWait(condition, mutex, clock, *deadline);
+    return primitives()->timedWait(condition, mutex, clock, *deadline);
 }
 
 int pthread_cond_signal(pthread_cond_t* condition) noexcept {
     if (!tSelf) return real::condSignal(condition);
-    primitives().signal(condition);
+    primitives()->signal(condition);
     return 0;
 }
 
 int pthread_cond_broadcast(pthread_cond_t* condition) noexcept {
     if (!tSelf) return real::condBroadcast(condition);
-    primitives().broadcast(condition);
+    primitives()->broadcast(condition);
     return 0;
 }
 
 int pthread_cond_destroy(pthread_cond_t* condition) noexcept {
-    if (tSelf) primitives().destroy(condition);
+    if (tSelf) primitives()->destroy(condition);
     return real::condDestroy(condition);
 }
 
 int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*start)(void*),
                    void* argument) noexcept {
     if (!tSelf) return real::create(handle, attributes, start, argument);
-    return threads().create(handle, attributes, start, argument);
+    return threads()->create(handle, attributes, start, argument);
 }
 
 int pthread_join(pthread_t handle, void** result) {
-    return tSelf ? threads().join(handle, result) : real::join(handle, result);
+    return tSelf ? threads()->join(handle, result) : real::join(handle, result);
 }
 
 int pthread_detach(pthread_t handle) noexcept {
-    return tSelf ? threads().detach(handle) : real::detach(handle);
+    return tSelf ? threads()->detach(handle) : real::detach(handle);
 }
 
 int pthread_setname_np(pthread_t handle, const char* name) noexcept {
-    if (tSelf) engine().step();
+    if (tSelf) engine()->step(sim::Call::kAttribute);
     const int error = real::setName(handle, name);
-    sim::Thread* thread = tSelf && error == 0 ? threads().find(handle) : nullptr;
+    sim::Thread* thread = tSelf && error == 0 ? threads()->find(handle) : nullptr;
     if (thread) thread->record.name = name;
     return error;
 }
 
 int setpriority(__priority_which_t which, id_t who, int nice) noexcept {
     sim::Thread* thread =
-            tSelf && which == PRIO_PROCESS ? threads().find(static_cast<pid_t>(who)) : nullptr;
+            tSelf && which == PRIO_PROCESS ? threads()->find(static_cast<pid_t>(who)) : nullptr;
     if (!thread) return real::setPriority(which, who, nice);
-    engine().step();
+    engine()->step(sim::Call::kAttribute);
     thread->record.nice = std::clamp(nice, kNiceMin, kNiceMax);
     return 0;
 }
 
 int sched_setscheduler(pid_t tid, int policy, const sched_param* parameters) noexcept {
-    sim::Thread* thread = tSelf ? threads().find(tid) : nullptr;
+    sim::Thread* thread = tSelf ? threads()->find(tid) : nullptr;
     if (!thread) return real::setScheduler(tid, policy, parameters);
-    engine().step();
+    engine()->step(sim::Call::kAttribute);
     const int plainPolicy = policy & ~SCHED_RESET_ON_FORK;
     if (!isPriorityOf(plainPolicy, parameters->sched_priority)) return failWith(EINVAL);
     thread->record.policy = plainPolicy;
@@ -174,15 +187,15 @@ int sched_setscheduler(pid_t tid, int policy, const sched_param* parameters) noe
 
 int sched_yield() noexcept {
     if (!tSelf) return real::yield();
-    engine().step();
-    engine().yield();
+    engine()->step(sim::Call::kYield);
+    engine()->yield();
     return 0;
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
     if (!tSelf || clock != CLOCK_MONOTONIC) return real::clockGettime(clock, time);
-    engine().step();
-    *time = sim::toTimespec(engine().now());
+    engine()->step(sim::Call::kClock);
+    *time = sim::toTimespec(engine()->now());
     return 0;
 }
 

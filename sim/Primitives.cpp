@@ -6,6 +6,7 @@
 #include <string>
 
 #include "sim/Report.h"
+#include "sim/Unseen.h"
 
 namespace sim {
 
@@ -34,7 +35,7 @@ std::string numbered(const char* kind, const State& state) {
 }  // namespace
 
 int Primitives::lock(pthread_mutex_t* handle) {
-    mEngine.step();
+    mEngine.step(Call::kLock);
     Mutex& mutex = mMutexes.at(handle);
     if (mutex.owner == &mEngine.current()) return lockAgain(mutex, kindOf(handle));
     if (mEngine.options().checkLockOrder) checkOrder(mutex);
@@ -53,7 +54,7 @@ int Primitives::lockAgain(Mutex& mutex, int kind) {
 }
 
 int Primitives::tryLock(pthread_mutex_t* handle) {
-    mEngine.step();
+    mEngine.step(Call::kTryLock);
     Mutex& mutex = mMutexes.at(handle);
     const bool again = mutex.owner == &mEngine.current();
     if (again && kindOf(handle) == PTHREAD_MUTEX_RECURSIVE_NP) {
@@ -67,7 +68,7 @@ int Primitives::tryLock(pthread_mutex_t* handle) {
 }
 
 int Primitives::unlock(pthread_mutex_t* handle) {
-    mEngine.step();
+    mEngine.step(Call::kUnlock);
     Mutex& mutex = mMutexes.at(handle);
     if (mutex.owner != &mEngine.current()) {
         if (kindOf(handle) == PTHREAD_MUTEX_ERRORCHECK_NP) return EPERM;
@@ -129,10 +130,12 @@ void Primitives::take(Mutex& mutex, const void* address) {
     mutex.depth = 1;
     mutex.owner->heldMutexes.push_back(mutex.number);
     mutex.owner->heldAddresses.push_back(address);
+    if (isUnderThreadSanitizer()) __tsan_acquire(const_cast<void*>(address));
     if (mEngine.options().onLock) mEngine.options().onLock(address);
 }
 
 void Primitives::release(Mutex& mutex, const void* address) {
+    if (isUnderThreadSanitizer()) __tsan_release(const_cast<void*>(address));
     removeOne(mutex.owner->heldMutexes, mutex.number);
     removeOne(mutex.owner->heldAddresses, address);
     mutex.owner = nullptr;
@@ -151,7 +154,7 @@ void Primitives::requireHeldOnce(const Mutex& mutex) {
 
 int Primitives::wait(pthread_cond_t* conditionHandle, pthread_mutex_t* mutexHandle,
                      int64_t deadlineNs) {
-    mEngine.step();
+    mEngine.step(Call::kWait);
     Mutex& mutex = mMutexes.at(mutexHandle);
     requireHeldOnce(mutex);
     Condition& condition = mConditions.at(conditionHandle);
@@ -184,14 +187,14 @@ int Primitives::timedWait(pthread_cond_t* conditionHandle, pthread_mutex_t* mute
 }
 
 void Primitives::signal(pthread_cond_t* handle) {
-    mEngine.step();
+    mEngine.step(Call::kSignal);
     Condition& condition = mConditions.at(handle);
     if (!condition.waiters.empty()) mEngine.wake(*condition.waiters.front(), Wake::kSignal);
     mEngine.progress();
 }
 
 void Primitives::broadcast(pthread_cond_t* handle) {
-    mEngine.step();
+    mEngine.step(Call::kBroadcast);
     Condition& condition = mConditions.at(handle);
     while (!condition.waiters.empty()) mEngine.wake(*condition.waiters.front(), Wake::kSignal);
     mEngine.progress();

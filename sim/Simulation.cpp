@@ -10,6 +10,7 @@
 #include "sim/RealCalls.h"
 #include "sim/Report.h"
 #include "sim/Run.h"
+#include "sim/Unseen.h"
 
 namespace sim {
 
@@ -58,8 +59,9 @@ void* callBody(void* body) {
 }
 
 void sleep(int64_t deadlineNs) {
+    const Unseen unseen;
     Engine& engine = tSelf->run->engine;
-    engine.step();
+    engine.step(Call::kSleep);
     if (deadlineNs > engine.now()) {
         engine.block({WaitKind::kSleep, 0, deadlineNs, nullptr});
     }

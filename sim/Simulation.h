@@ -82,6 +82,9 @@ struct Outcome {
     std::string report;  // empty without a failure; otherwise names it, every thread and the seed
     uint64_t steps = 0;
     int64_t endTimeNs = 0;
+    // A digest of which thread did what, and when; of no address, so that it is the same on every
+    // machine.
+    uint64_t record = 0;
     std::vector<ThreadRecord> threads;  // every thread that ever ran
 
     bool ok() const { return failure == Failure::kNone; }

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <errno.h>
+#include <linux/futex.h>
 #include <pthread.h>
-#include <semaphore.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -15,24 +19,41 @@ struct Run;
 
 constexpr int64_t kNever = INT64_MAX;
 
-// Where a real thread stands while another one has the turn.
+// Where a real thread stands while another one has the turn. Of system calls, as the thread
+// sanitizer takes a semaphore of the C library for one of the program's.
 class Gate {
   public:
-    Gate() { sem_init(&mSemaphore, 0, 0); }
-    ~Gate() { sem_destroy(&mSemaphore); }
-    Gate(const Gate&) = delete;
-    Gate& operator=(const Gate&) = delete;
-
-    void open() { sem_post(&mSemaphore); }
+    void open() {
+        mOpen.store(1, std::memory_order_release);
+        syscall(SYS_futex, &mOpen, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    }
     void pass() {
-        while (sem_wait(&mSemaphore) != 0) {
+        const int error = errno;  // the program's
+        while (mOpen.exchange(0, std::memory_order_acquire) == 0) {
+            syscall(SYS_futex, &mOpen, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
         }
+        errno = error;
     }
 
   private:
-    sem_t mSemaphore;
+    std::atomic<uint32_t> mOpen{0};
 };
 
+enum class Call {
+    kLock,
+    kTryLock,
+    kUnlock,
+    kWait,
+    kSignal,
+    kBroadcast,
+    kCreate,
+    kJoin,
+    kDetach,
+    kAttribute,
+    kYield,
+    kClock,
+    kSleep
+};
 enum class WaitKind { kNothing, kMutex, kCondition, kJoin, kSleep, kYield };
 enum class Wake { kSignal, kDeadline, kSpurious };
 

@@ -11,6 +11,7 @@
 #include "sim/RealCalls.h"
 #include "sim/Report.h"
 #include "sim/Run.h"
+#include "sim/Unseen.h"
 
 namespace sim {
 
@@ -39,17 +40,21 @@ void endThread(void* value) {
         pthread_setspecific(endKey(), value);
         return;
     }
+    const Unseen unseen;
     tSelf = nullptr;
     thread.run->engine.end();
 }
 
 void* beginThread(void* argument) {
     auto& thread = *static_cast<Thread*>(argument);
-    thread.gate.pass();
-    thread.tid = static_cast<pid_t>(syscall(SYS_gettid));
-    tSelf = &thread;
-    pthread_setspecific(endKey(), &thread);
-    thread.run->engine.begin();
+    {
+        const Unseen unseen;
+        thread.gate.pass();
+        thread.tid = static_cast<pid_t>(syscall(SYS_gettid));
+        tSelf = &thread;
+        pthread_setspecific(endKey(), &thread);
+        thread.run->engine.begin();
+    }
     return thread.start(thread.argument);
 }
 
@@ -85,7 +90,7 @@ Thread& Threads::createBody(void* (*start)(void*), void* argument) {
 
 int Threads::create(pthread_t* handle, const pthread_attr_t* attributes, void* (*start)(void*),
                     void* argument) {
-    mEngine.step();
+    mEngine.step(Call::kCreate);
     if (failsNow(++mCreations)) return EAGAIN;
     auto thread = std::make_unique<Thread>();
     Thread& created = *thread;
@@ -123,7 +128,7 @@ int Threads::launch(std::unique_ptr<Thread> thread, const pthread_attr_t* attrib
 }
 
 int Threads::join(pthread_t handle, void** result) {
-    mEngine.step();
+    mEngine.step(Call::kJoin);
     Thread& thread = joinable(handle, "joins");
     if (!thread.joiners.empty()) mEngine.misuse("joins " + nameOf(thread) + ", as another does");
     if (!thread.ended) {
@@ -135,13 +140,16 @@ int Threads::join(pthread_t handle, void** result) {
 }
 
 int Threads::detach(pthread_t handle) {
-    mEngine.step();
+    mEngine.step(Call::kDetach);
     Thread& thread = joinable(handle, "detaches");
     thread.detached = true;
-    const int error = thread.ended ? joinForReal(thread, nullptr) : 0;
     mByHandle.erase(handle);
+    if (thread.ended) {
+        thread.joined = true;
+        real::detach(handle);
+    }
     mEngine.progress();
-    return error;
+    return 0;
 }
 
 int Threads::joinForReal(Thread& thread, void** result) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "sim/Digest.h"
 #include "tests/reliability/Arguments.h"
 #include "tests/reliability/Player.h"
 #include "tests/reliability/Shrink.h"
@@ -48,6 +49,14 @@ uint64_t scheduleOf(const Campaign& campaign, uint64_t run) {
     return campaign.seed * 1'000'000'007 + run;
 }
 
+// To be summed up, so that it does not matter which job is the first.
+uint64_t mixed(uint64_t run, uint64_t record) {
+    sim::Digest digest;
+    digest.add(run);
+    digest.add(record);
+    return digest.value();
+}
+
 // Every `jobs`th program, from the `job`th on.
 void exploreShare(const Campaign& campaign, uint64_t job, Report& report) {
     const int64_t start = secondsNow();
@@ -61,16 +70,17 @@ void exploreShare(const Campaign& campaign, uint64_t job, Report& report) {
         Worker::begins(report, run);
         const Reached reached = play(program, scheduleOf(campaign, run), campaign.library);
         ++report.done;
+        report.record += mixed(run, reached.record);
         for (int i = 0; i < Reached::kCount; ++i) report.counts[i] += reached.all()[i] ? 1 : 0;
     }
 }
 
-void showProgress(uint64_t done, const uint64_t (&counts)[Reached::kCount], int64_t seconds) {
-    std::printf("%llu schedules of %llu programs in %lld s\n",
+void showProgress(uint64_t done, uint64_t record, const uint64_t (&counts)[Reached::kCount]) {
+    std::printf("%llu schedules of %llu programs, record %016llx\n",
                 static_cast<unsigned long long>(done),
                 static_cast<unsigned long long>((done + kSchedulesPerProgram - 1) /
                                                 kSchedulesPerProgram),
-                static_cast<long long>(seconds));
+                static_cast<unsigned long long>(record));
     for (int i = 0; i < Reached::kCount; ++i) {
         std::printf("  %s in %llu\n", Reached::names()[static_cast<size_t>(i)],
                     static_cast<unsigned long long>(counts[i]));
@@ -94,7 +104,6 @@ void showFinding(const Campaign& campaign, const Finding& finding, uint64_t done
 }
 
 int explore(const Campaign& campaign) {
-    const int64_t start = secondsNow();
     std::vector<std::unique_ptr<Worker>> workers;
     for (uint64_t job = 0; job < campaign.jobs; ++job) {
         workers.push_back(std::make_unique<Worker>(
@@ -103,15 +112,17 @@ int explore(const Campaign& campaign) {
     Finding finding;
     bool clean = true;
     uint64_t done = 0;
+    uint64_t record = 0;
     uint64_t counts[Reached::kCount] = {};
     for (const auto& worker : workers) {
         clean = worker->wait(finding) && clean;
         done += worker->report().done;
+        record += worker->report().record;
         for (int i = 0; i < Reached::kCount; ++i) counts[i] += worker->report().counts[i];
         if (!clean) break;
     }
     workers.clear();
-    showProgress(done, counts, secondsNow() - start);
+    showProgress(done, record, counts);
     if (clean) return EXIT_SUCCESS;
     showFinding(campaign, finding, done);
     return EXIT_FAILURE;

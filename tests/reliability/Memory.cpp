@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "sim/Unseen.h"
 #include "tests/reliability/Violation.h"
 
 namespace reliability {
@@ -21,12 +22,14 @@ constexpr unsigned char kFreed = 0xDD;
 constexpr size_t kKept = 2048;
 constexpr size_t kSmallestKept = 64;
 constexpr size_t kLargestKept = 4096;
-// The address sanitizer knows freed memory by itself, once it has it.
+// The sanitizers know freed memory by themselves, once they have it.
+bool keepsFreed() {
 #ifdef __SANITIZE_ADDRESS__
-constexpr bool kKeepsFreed = false;
+    return false;
 #else
-constexpr bool kKeepsFreed = true;
+    return !sim::isUnderThreadSanitizer();
 #endif
+}
 
 // Stands before every block.
 struct alignas(std::max_align_t) Header {
@@ -74,7 +77,7 @@ void release(void* block) {
     gLive.fetch_sub(1, std::memory_order_relaxed);
     if (header.librarys) gLibrarysLive.fetch_sub(1, std::memory_order_relaxed);
     if (header.size < kSmallestKept || header.size > kLargestKept) return std::free(&header);
-    if (!kKeepsFreed) return std::free(&header);
+    if (!keepsFreed()) return std::free(&header);
     std::memset(block, kFreed, header.size);
     void* const oldest = gFreed.exchange(&header);
     if (oldest == nullptr) return;

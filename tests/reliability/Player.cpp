@@ -10,6 +10,8 @@
 #include <thread>
 
 #include "replay/player/CindralLibrary.h"
+#include "sim/Digest.h"
+#include "sim/Unseen.h"
 #include "tests/reliability/Memory.h"
 #include "tests/reliability/Violation.h"
 
@@ -73,7 +75,10 @@ class Session {
         std::vector<std::thread> threads;
         for (const auto& ops : mProgram.threads) {
             try {
-                threads.emplace_back([&] { perform(ops); });
+                threads.emplace_back([&] {
+                    const sim::Unseen unseen;
+                    perform(ops);
+                });
             } catch (const std::system_error&) {
                 mWatch.lostOwnThread();
             }
@@ -90,7 +95,10 @@ class Session {
             queue(kGames - 1);
         }
         mWatch.unloadBegins();
-        mLibrary.reset();
+        {
+            const sim::Seen seen;
+            mLibrary.reset();
+        }
         mAllocations = countedAllocations();
         setShortage({});
         mWatch.unloadEnded();
@@ -104,7 +112,10 @@ class Session {
     template <typename Call>
     void call(Act act, int layer, Call&& entryPoint) {
         const int64_t startNs = mWatch.callBegins(act, layer);
-        entryPoint();
+        {
+            const sim::Seen seen;
+            entryPoint();
+        }
         mWatch.callEnds(act, startNs);
     }
     void queue(int layer) {
@@ -121,7 +132,9 @@ class Session {
         call(Act::kPeriod, -1, [&] { mLibrary->setVsyncPeriod(periodNs(index)); });
     }
     void init() {
-        call(Act::kInit, -1, [&] { mWatch.initAnswered(mLibrary->init()); });
+        bool active = false;
+        call(Act::kInit, -1, [&] { active = mLibrary->init(); });
+        mWatch.initAnswered(active);
     }
 
     void begin() {
@@ -172,7 +185,7 @@ class Session {
             case Act::kInit:
                 return init();
             case Act::kClear:
-                return mLibrary->clearConfigs();
+                return call(Act::kClear, -1, [&] { mLibrary->clearConfigs(); });
             case Act::kDelay:
                 return setDelay(op.a, op.b * kMs);
             case Act::kMood:
@@ -299,6 +312,16 @@ void openServices(const std::vector<std::string>& without) {
     sComplete = without.empty();
 }
 
+void add(sim::Digest& record, const standin::Event& event) {
+    for (const int64_t number :
+         {static_cast<int64_t>(event.kind), event.timeNs, static_cast<int64_t>(event.thread),
+          static_cast<int64_t>(event.entryPoint), event.takesNs, int64_t{event.priority}})
+        record.add(static_cast<uint64_t>(number));
+    for (const int argument : event.arguments) record.add(static_cast<uint64_t>(argument));
+    for (const auto& text : {event.text, event.defaultValue, event.result, event.tag})
+        record.add(text);
+}
+
 Reached playOnce(const Program& program, uint64_t schedule, const std::string& library,
                  const Trouble* trouble) {
     static const Trouble kNone;
@@ -310,12 +333,15 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
     configure(program);
     openServices(wrong.without);
     if (wrong.device) wrong.device(Device::instance());
+    sim::Digest record;
     Device::instance().setEventSink([&](const standin::Event& event) {
+        add(record, event);
         watch.see(event);
         if (wrong.observer) wrong.observer(event);
     });
     Reached reached;
     const sim::Outcome outcome = sim::run(options, [&] {
+        const sim::Unseen unseen;
         Session session(program, watch, library, wrong);
         session.run(library);
         reached = watch.reached();
@@ -325,6 +351,9 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
     Device::instance().setEventSink({});
     if (!outcome.ok()) violate(invariantOf(outcome.failure), outcome.report);
     Device::instance().reset();
+    record.add(outcome.record);
+    record.add(reached.active);
+    reached.record = record.value();
     return reached;
 }
 

@@ -43,6 +43,7 @@ struct Reached {
     bool lostOwnThread = false;      // the thread that could not be created was the program's
     int64_t threads = 0;             // created by program and library
     int64_t allocations = 0;         // by the library, where they are counted
+    uint64_t record = 0;             // a digest of all that could be seen
 
     static constexpr int kCount = 5;
     std::array<bool, kCount> all() const {

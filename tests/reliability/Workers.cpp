@@ -19,6 +19,7 @@ namespace reliability {
 namespace {
 
 constexpr unsigned kHangsAfterSeconds = 60;
+constexpr int kRaceCode = 66;  // of the thread sanitizer
 
 Report* gReport = nullptr;  // of the worker that this process is
 
@@ -37,6 +38,11 @@ std::string describeEnd(int status) {
 }
 
 }  // namespace
+
+// The thread sanitizer's options.
+extern "C" const char* __tsan_default_options() {
+    return "halt_on_error=1";
+}
 
 void violate(const char* invariant, const std::string& text) {
     if (gReport == nullptr) {
@@ -78,7 +84,8 @@ bool Worker::wait(Finding& finding) {
     mPid = -1;
     if (status == 0) return true;
     finding.at = mReport->current;
-    finding.invariant = mReport->violated ? mReport->invariant : "no-crash";
+    const bool race = WIFEXITED(status) && WEXITSTATUS(status) == kRaceCode;
+    finding.invariant = mReport->violated ? mReport->invariant : race ? "no-race" : "no-crash";
     finding.text = mReport->violated ? mReport->text : describeEnd(status);
     return false;
 }
