@@ -76,39 +76,6 @@ TEST(BoostEngine, Expectation_StaysWithinThreeEitherWayAndIsForgottenWithTheCoun
     });
 }
 
-TEST(BoostEngine, Release_TakesBackAnyBoostButTryReleaseOnlyTheLongOne) {
-    withBoostThread([](PerfProxy& perf) {
-        hint(perf, 2);
-        perf.tryBoostRelease();
-        sim::sleepFor(kMs);
-        EXPECT_TRUE(perf.isBoosted());
-        perf.boostRelease();
-        sim::sleepFor(kMs);
-        EXPECT_FALSE(perf.isBoosted());
-        hint(perf, 3);
-        perf.tryBoostRelease();
-        sim::sleepFor(kMs);
-        EXPECT_FALSE(perf.isBoosted());
-        EXPECT_EQ(seen().size(), 4U);
-    });
-}
-
-TEST(BoostEngine, CallersNeverWaitInTheServiceUnlessItIsBusyWithAHint) {
-    withBoostThread([](PerfProxy& perf) {
-        Device::instance().setDelay(standin::EntryPoint::kPerfHint, 5000 * kMs);
-        const int64_t start = sim::now();
-        perf.boostHint(2);
-        EXPECT_EQ(sim::now(), start);
-        sim::sleepFor(kMs);
-        perf.tryBoostRelease();
-        perf.adjustBoostExpectation(true);
-        EXPECT_EQ(sim::now(), start + kMs);
-        perf.boostHint(3);
-        EXPECT_EQ(sim::now(), start + 10'000 * kMs)
-                << "the hint and the release that was marked meanwhile";
-    });
-}
-
 TEST(BoostEngine, Boost_IsATraceSectionAroundItsLineAndItsCall) {
     withBoostThread([](PerfProxy& perf) {
         perf.setDebuggable(true);
@@ -129,14 +96,4 @@ TEST(BoostEngine, Boost_IsATraceSectionAroundItsLineAndItsCall) {
                       "perf_hint(4166, (null), 0, 0) = 2", "end",
                       // The stop wakes the thread, which serves the stored request again.
                       "begin boostReleaseImp", "perf_hint(4166, (null), 0, 0) = 3", "end"}));
-}
-
-TEST(BoostEngine, WithoutItsThread_StopsWithoutJoining) {
-    withClient({}, [](PerfProxy& perf) {
-        perf.boostHint(3);
-        perf.stopBoostThread();
-        perf.startBoostThread();
-        perf.stopBoostThread();
-        EXPECT_TRUE(seen().empty());
-    });
 }

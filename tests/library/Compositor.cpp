@@ -77,6 +77,27 @@ void Compositor::waitUntil(int64_t time) {
     sim::sleepUntil(kStart + time);
 }
 
+void Compositor::consume(const std::string& layer, int pending, int times) {
+    while (times-- > 0) library.trackBufferDecrement(layer.c_str(), pending);
+}
+
+int64_t Compositor::queueAt(int64_t time) {
+    waitUntil(time);
+    queue(kGame);
+    return now();
+}
+
+int64_t Compositor::vsyncAt(int64_t time) {
+    waitUntil(time);
+    library.trackVsyncSignal();
+    return now();
+}
+
+void Compositor::startPacing() {
+    consume(kGame, 1, 31);
+    consume(kGame, 0);
+}
+
 void Compositor::start(const std::string& layer, int64_t period) {
     ASSERT_TRUE(library.init());
     library.setVsyncPeriod(period);
@@ -113,6 +134,14 @@ sim::Outcome play(const Scene& scene, const std::function<void(Compositor&)>& bo
         const standin::ServiceLibraries services(scene.without);
         Compositor compositor;
         body(compositor);
+    });
+}
+
+sim::Outcome playGame(const Scene& scene,
+                      const std::function<void(Compositor&, int64_t last)>& body, int64_t period) {
+    return play(scene, [&](Compositor& compositor) {
+        compositor.start(kGame, period);
+        body(compositor, compositor.playUntilEnvironment(kGame, period));
     });
 }
 
@@ -168,6 +197,16 @@ std::vector<Sight> withText(const std::string& text) {
 
 int countOf(const std::string& text) {
     return static_cast<int>(withText(text).size());
+}
+
+std::vector<std::string> markersOf(const std::vector<std::string>& texts) {
+    std::vector<std::string> found;
+    for (const Sight& marker : markers()) {
+        for (const std::string& text : texts) {
+            if (marker.what.rfind(text, 0) == 0) found.push_back(marker.what);
+        }
+    }
+    return found;
 }
 
 int64_t timeOf(const std::string& text) {

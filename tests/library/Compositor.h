@@ -63,9 +63,7 @@ class Compositor {
     static void waitUntil(int64_t time);
 
     void queue(const std::string& layer) { library.trackBufferIncrement(layer.c_str()); }
-    void consume(const std::string& layer, int pending = 0) {
-        library.trackBufferDecrement(layer.c_str(), pending);
-    }
+    void consume(const std::string& layer, int pending = 0, int times = 1);
     // Initialises, sets the period and lets the layer be classified.
     void start(const std::string& layer, int64_t period = kPeriod60);
     // Queues and consumes `frames` buffers, the first one now and the last one period before the
@@ -74,11 +72,22 @@ class Compositor {
     // Plays until the layer's environment exists. Returns the time of the last queued buffer, right
     // now.
     int64_t playUntilEnvironment(const std::string& layer, int64_t period = kPeriod60);
+
+    // A buffer of the first game, and a vsync, at `time`. Return when the thread came back.
+    int64_t queueAt(int64_t time);
+    int64_t vsyncAt(int64_t time);
+    // Lets buffers of the first game accumulate until its headroom regulator goes on; none is pending
+    // in the end.
+    void startPacing();
 };
 
 // Plays a scene. The library is loaded before the body and unloaded after it, in virtual time. A
 // run that fails prints its report and aborts.
 sim::Outcome play(const Scene& scene, const std::function<void(Compositor&)>& body);
+// The same once the first game has its environment. `last` is when its last buffer was queued: now.
+sim::Outcome playGame(const Scene& scene,
+                      const std::function<void(Compositor&, int64_t last)>& body,
+                      int64_t period = kPeriod60);
 
 // What has been seen since the start of the scene, in order.
 std::vector<Sight> serviceCalls();
@@ -91,6 +100,8 @@ std::vector<Sight> markers();  // trace sections that began
 int64_t timeOf(const std::string& text);
 std::vector<int64_t> timesOf(const std::string& text);
 int countOf(const std::string& text);
+// The markers among `texts`, or that begin with one of them, in order.
+std::vector<std::string> markersOf(const std::vector<std::string>& texts);
 std::string record();  // everything, one line each
 
 // How many random schedules a test tries: as many as usual, or CINDRAL_SEEDS, which explores more, or

@@ -16,11 +16,10 @@ std::string rateLine(const std::string& fps) {
 
 TEST(FrameRate, FirstMatchingPeriod_BuildsTheEnvironmentInOrder) {
     int64_t last = 0;
-    Scene scene;
-    scene.set("vendor.perf.pfar2.hgpe.enable", "1");
-    play(scene, [&](Compositor& compositor) {
+    size_t before = 0;
+    play(Scene().set("vendor.perf.pfar2.hgpe.enable", "1"), [&](Compositor& compositor) {
         compositor.start(kGame);
-        standin::Device::instance().clearEvents();
+        before = serviceCalls().size();
         last = compositor.playUntilEnvironment(kGame);
     });
     std::vector<Sight> expected;
@@ -37,17 +36,19 @@ TEST(FrameRate, FirstMatchingPeriod_BuildsTheEnvironmentInOrder) {
          }) {
         expected.push_back({last, call});
     }
-    EXPECT_EQ(serviceCalls(), expected);
+    std::vector<Sight> calls = serviceCalls();
+    calls.erase(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(before));
+    EXPECT_EQ(calls, expected);
     EXPECT_EQ(timeOf(rateLine("60.00")), last);
 }
 
 TEST(FrameRate, MeasuringPeriod_ClosesWithTheFirstFrameAfterMoreThanASecond) {
-    // Frames of exactly 20 ms: the frame at one second is still inside, the next one closes.
     play(Scene(), [](Compositor& compositor) {
         compositor.start(kGame);
         const int64_t first = Compositor::now();
         compositor.play(kGame, 60, 20 * kMs);
-        // The first interval opens the period at the second frame.
+        // The first interval opens the period at the second frame; the frame at one second is still
+        // inside, the next one closes.
         EXPECT_EQ(timeOf(rateLine("50.00")), first + 20 * kMs + kSecond + 20 * kMs);
     });
 }
@@ -61,65 +62,50 @@ TEST(FrameRate, FrameThatOpensAPeriod_CountsItsOwnInterval) {
     });
 }
 
-TEST(FrameRate, PauseOf150ms_StartsTheMeasurementOver) {
+TEST(FrameRate, PauseOf150ms_StartsTheMeasurementOverAndLeavesTheLayerWithoutARate) {
     for (const int64_t pause : {int64_t{149'999'999}, 150 * kMs}) {
-        play(Scene(), [&](Compositor& compositor) {
-            compositor.start(kGame);
+        playGame(Scene().headroomOnly(), [&](Compositor& compositor, int64_t last) {
+            Compositor::waitUntil(last + kPeriod60);
             compositor.play(kGame, 40);
-            Compositor::waitUntil(Compositor::now() - kPeriod60 + pause);
+            Compositor::waitUntil(last + 40 * kPeriod60 + pause);
             const int64_t resumed = Compositor::now();
+            compositor.queue(kGame);
+            compositor.consume(kGame, 1, 40);
+            const bool ended = pause == 150 * kMs;
+            EXPECT_EQ(countOf("enable PHR"), ended ? 0 : 1);
+            Compositor::waitUntil(resumed + kPeriod60);
             compositor.play(kGame, 70);
-            if (pause < 150 * kMs) {
-                EXPECT_EQ(countOf(rateLine("60.00")), 0) << "the pause is one of the frames";
-            } else {
-                // One interval opens the period, and 60 make more than a second.
-                EXPECT_EQ(timeOf(rateLine("60.00")), resumed + kPeriod60 + 60 * kPeriod60);
-            }
+            // One interval opens the period, and 60 make more than a second.
+            EXPECT_EQ(timesOf(rateLine("60.00")).back(),
+                      ended ? resumed + kPeriod60 + 60 * kPeriod60 : last)
+                    << "otherwise the pause is one of the frames";
         });
+        EXPECT_EQ(countOf("enable FrameRegulator"), 0) << "headroom alone has no frame regulator";
     }
 }
 
-TEST(FrameRate, AfterAPause_TheLayerHasNoRateUntilAPeriodCloses) {
-    play(Scene().headroomOnly(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        compositor.playUntilEnvironment(kGame);
-        Compositor::waitUntil(Compositor::now() + 150 * kMs);
-        compositor.queue(kGame);
-        for (int i = 0; i < 40; ++i) compositor.consume(kGame, 1);
-        EXPECT_EQ(countOf("enable PHR"), 0);
-        EXPECT_EQ(countOf("enable FrameRegulator"), 0) << "headroom alone has no frame regulator";
-    });
-}
-
 TEST(FrameRate, RateOfAnotherClass_SwitchesBothRegulatorsOff) {
-    for (const bool frameRegulator : {true, false}) {
-        play(frameRegulator ? Scene() : Scene().headroomOnly(), [&](Compositor& compositor) {
-            compositor.start(kGame);
-            compositor.playUntilEnvironment(kGame);
-            for (int i = 0; i < 31; ++i) compositor.consume(kGame, 1);
-            compositor.consume(kGame, 0);
+    for (const bool both : {true, false}) {
+        playGame(both ? Scene() : Scene().headroomOnly(), [&](Compositor& compositor, int64_t) {
+            compositor.startPacing();
             EXPECT_EQ(countOf("enable PHR"), 1);
             int64_t queued = 0;
             for (int i = 0; i < 40 && countOf("disable PHR") == 0; ++i) {
                 queued = Compositor::now() + 40 * kMs;
-                Compositor::waitUntil(queued);
-                compositor.queue(kGame);
+                compositor.queueAt(queued);
             }
             // Measured before it is held, so the frame that ends the pacing is not.
             EXPECT_EQ(timeOf("disable PHR"), queued);
             EXPECT_EQ(Compositor::now(), queued);
-            EXPECT_EQ(timesOf(kOff),
-                      frameRegulator ? std::vector<int64_t>{queued} : std::vector<int64_t>{});
-            for (int i = 0; i < 40; ++i) compositor.consume(kGame, 1);
+            EXPECT_EQ(timesOf(kOff), std::vector<int64_t>(both ? 1 : 0, queued));
+            compositor.consume(kGame, 1, 40);
             EXPECT_EQ(countOf("enable PHR"), 1) << "not at another rate than the display's";
         });
     }
 }
 
 TEST(FrameRate, UnexpectedVsyncPeriod_LeavesNothingToMatch) {
-    play(Scene(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        compositor.playUntilEnvironment(kGame);
+    playGame(Scene(), [](Compositor& compositor, int64_t) {
         compositor.library.setVsyncPeriod(18 * kMs);
         compositor.play(kGame, 64);
         EXPECT_EQ(countOf(rateLine("60.00")), 2);
@@ -133,17 +119,14 @@ TEST(FrameRate, NonGameOnAFastDisplay_GetsNoThreads) {
         int weight;
         size_t threads;  // the library's own, beside the checker
     };
-    const Case cases[] = {
-            {kPeriod90, 0, 0}, {kPeriod90, 1, 3}, {kPeriod60, 0, 3}, {kPeriod90, -1, 3}};
-    for (const Case& c : cases) {
+    for (const auto& [period, weight, threads] : {Case{kPeriod90, 0, 0}, Case{kPeriod90, 1, 3},
+                                                  Case{kPeriod60, 0, 3}, Case{kPeriod90, -1, 3}}) {
         Scene scene;
-        scene.weights["com.example.game"] = c.weight;
-        const sim::Outcome outcome = play(scene, [&](Compositor& compositor) {
-            compositor.start(kGame, c.period);
-            compositor.playUntilEnvironment(kGame, c.period);
-        });
-        EXPECT_EQ(outcome.threads.size() - 2, c.threads) << c.period << " weight " << c.weight;
-        EXPECT_EQ(countOf("~BufferLayerTracker"), c.threads > 0 ? 1 : 0);
+        scene.weights["com.example.game"] = weight;
+        const sim::Outcome outcome = playGame(
+                scene, [](Compositor&, int64_t) {}, period);
+        EXPECT_EQ(outcome.threads.size() - 2, threads) << period << " weight " << weight;
+        EXPECT_EQ(countOf("~BufferLayerTracker"), threads > 0 ? 1 : 0);
     }
 }
 
@@ -159,23 +142,15 @@ TEST(FrameRate, BeforeAnyVsyncPeriod_ARateOfNoClassCountsAsMatching) {
 }
 
 TEST(FrameRate, ThreadsThatCannotBeMade_AreLoggedAndLeftOut) {
-    struct Case {
-        int failing;
-        const char* line;
-    };
     // After the checker: the monitor, the boost thread, the headroom thread.
-    const Case cases[] = {{2, "MonitorThread Creation Failed"},
-                          {3, "BoostThread Creation Failed"},
-                          {4, "HeadroomThread Creation Failed"}};
-    for (const Case& c : cases) {
+    const char* const lines[] = {"MonitorThread Creation Failed", "BoostThread Creation Failed",
+                                 "HeadroomThread Creation Failed"};
+    for (int i = 0; i < 3; ++i) {
         Scene scene;
-        scene.schedule.failThreadCreation = c.failing;
-        const sim::Outcome outcome = play(scene, [](Compositor& compositor) {
-            compositor.start(kGame);
-            compositor.playUntilEnvironment(kGame);
-            compositor.play(kGame, 10, kPeriod60, 1);
-        });
-        EXPECT_EQ(countOf(c.line), 1);
+        scene.schedule.failThreadCreation = 2 + i;
+        const sim::Outcome outcome = playGame(
+                scene, [](Compositor& game, int64_t) { game.play(kGame, 10, kPeriod60, 1); });
+        EXPECT_EQ(countOf(lines[i]), 1);
         EXPECT_EQ(outcome.threads.size(), 4U);
     }
 }

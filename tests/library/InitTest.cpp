@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <sstream>
 #include <thread>
 
 #include "tests/library/Compositor.h"
@@ -10,110 +12,64 @@ using standin::EntryPoint;
 
 namespace {
 
-struct Decision {
-    const char* name;
-    std::map<int, int> knobs;
-    std::map<std::string, std::string> properties;
-    bool active;
-    const char* line;
-    int propertiesRead;
-};
-
-void PrintTo(const Decision& decision, std::ostream* stream) {
-    *stream << decision.name;
-}
-
-const Decision kDecisions[] = {
-        {"everything off", {}, {}, false, "[GFAR:0][PHR:0]", 2},
-        {"second generation alone",
-         {{7, 1}},
-         {{"vendor.perf.pfar2.enable", "1"}},
-         true,
-         "[GFAR:1][PHR:0]",
-         2},
-        {"first generation asks no further",
-         {{5, 1}, {7, 1}},
-         {{"vendor.perf.pfar.enable", "1"}, {"vendor.perf.pfar2.enable", "1"}},
-         true,
-         "[GFAR:1][PHR:0]",
-         4},
-        {"the headroom knob does not turn the frame regulator on",
-         {{6, 1}},
-         {{"vendor.perf.pfar.enable", "1"}, {"vendor.perf.phr.enable", "1"}},
-         true,
-         "[GFAR:0][PHR:1]",
-         5},
-        {"the frame-regulator knob does not turn headroom on",
-         {{5, 1}},
-         {{"vendor.perf.phr.enable", "1"}},
-         false,
-         "[GFAR:0][PHR:0]",
-         5},
-        {"zgpe takes the frame regulator back, not headroom",
-         {{5, 1}, {6, 1}},
-         {{"vendor.perf.pfar.enable", "1"},
-          {"vendor.perf.phr.enable", "1"},
-          {"ro.vendor.perf.zgpe", "false"}},
-         true,
-         "[GFAR:0][PHR:1]",
-         4},
-        {"zgpe must be the exact text",
-         {{5, 1}},
-         {{"vendor.perf.pfar.enable", "1"}, {"ro.vendor.perf.zgpe", "True"}},
-         false,
-         "[GFAR:0][PHR:0]",
-         4},
-        {"only the number 1 is on",
-         {{5, 1}, {6, 1}, {7, 1}},
-         {{"vendor.perf.pfar.enable", "2"},
-          {"vendor.perf.phr.enable", "on"},
-          {"vendor.perf.pfar2.enable", "-1"}},
-         false,
-         "[GFAR:0][PHR:0]",
-         5},
-        {"a knob is on whatever its number",
-         {{5, 2}, {6, -1}},
-         {{"vendor.perf.pfar.enable", "1"}, {"vendor.perf.phr.enable", "1"}},
-         true,
-         "[GFAR:1][PHR:1]",
-         4},
-        {"a hexadecimal 1 is not a 1",
-         {{6, 1}},
-         {{"vendor.perf.phr.enable", "0x1"}},
-         false,
-         "[GFAR:0][PHR:0]",
-         5},
-        {"blanks, zeros and trailing text around the 1 do not matter",
-         {{6, 1}},
-         {{"vendor.perf.phr.enable", " 001x"}},
-         true,
-         "[GFAR:0][PHR:1]",
-         5},
-};
-
-class Init : public testing::TestWithParam<Decision> {};
-
-Scene sceneOf(const Decision& decision) {
+// "5=1;phr=1": knob 5 and the property that enables the headroom regulator.
+Scene sceneOf(const std::string& settings) {
+    const std::map<std::string, std::string> properties = {{"pfar", "vendor.perf.pfar.enable"},
+                                                           {"pfar2", "vendor.perf.pfar2.enable"},
+                                                           {"phr", "vendor.perf.phr.enable"},
+                                                           {"zgpe", "ro.vendor.perf.zgpe"}};
     Scene scene;
-    scene.knobs = decision.knobs;
-    scene.properties = decision.properties;
+    scene.knobs.clear();
+    scene.properties.clear();
+    std::istringstream items(settings);
+    for (std::string item; std::getline(items, item, ';');) {
+        const std::string name = item.substr(0, item.find('='));
+        const std::string value = item.substr(item.find('=') + 1);
+        if (std::isdigit(name[0])) {
+            scene.knobs[std::stoi(name)] = std::stoi(value);
+        } else {
+            scene.set(properties.at(name), value);
+        }
+    }
     return scene;
 }
 
 }  // namespace
 
-TEST_P(Init, KnobsAndProperties_DecideTheFeatures) {
-    const Decision& decision = GetParam();
-    bool active = false;
-    play(sceneOf(decision), [&](Compositor& compositor) { active = compositor.library.init(); });
-    EXPECT_EQ(active, decision.active);
-    ASSERT_EQ(logs().size(), 1U);
-    EXPECT_EQ(logs().front().what, std::string("E Cindral: ") + decision.line);
-    EXPECT_EQ(serviceCalls(EntryPoint::kPerfGetProp).size(),
-              static_cast<size_t>(decision.propertiesRead));
+TEST(Init, KnobsAndProperties_DecideTheFeatures) {
+    struct Decision {
+        const char* what;
+        const char* settings;
+        const char* line;
+        size_t propertiesRead;
+    };
+    const Decision decisions[] = {
+            {"everything off", "", "[GFAR:0][PHR:0]", 2},
+            {"second generation alone", "7=1;pfar2=1", "[GFAR:1][PHR:0]", 2},
+            {"first generation asks no further", "5=1;7=1;pfar=1;pfar2=1", "[GFAR:1][PHR:0]", 4},
+            {"the headroom knob is not the other's", "6=1;pfar=1;phr=1", "[GFAR:0][PHR:1]", 5},
+            {"the frame-regulator knob neither", "5=1;phr=1", "[GFAR:0][PHR:0]", 5},
+            {"a property needs its knob", "pfar2=1", "[GFAR:0][PHR:0]", 2},
+            {"zgpe takes back the frame regulator, not headroom", "5=1;6=1;pfar=1;phr=1;zgpe=false",
+             "[GFAR:0][PHR:1]", 4},
+            {"zgpe must be the exact text", "5=1;pfar=1;zgpe=True", "[GFAR:0][PHR:0]", 4},
+            {"only the number 1 is on", "5=1;6=1;7=1;pfar=2;phr=on;pfar2=-1", "[GFAR:0][PHR:0]", 5},
+            {"a knob is on whatever its number", "5=2;6=-1;pfar=1;phr=1", "[GFAR:1][PHR:1]", 4},
+            {"a hexadecimal 1 is not a 1", "6=1;phr=0x1", "[GFAR:0][PHR:0]", 5},
+            {"blanks, zeros and what follows do not matter", "6=1;phr= 001x", "[GFAR:0][PHR:1]", 5},
+    };
+    for (const Decision& decision : decisions) {
+        SCOPED_TRACE(decision.what);
+        const bool active = std::string(decision.line) != "[GFAR:0][PHR:0]";
+        play(sceneOf(decision.settings), [&](Compositor& compositor) {
+            EXPECT_EQ(compositor.library.init(), active);
+            EXPECT_EQ(compositor.library.init(), active) << "and the same again";
+        });
+        ASSERT_EQ(logs().size(), 1U);
+        EXPECT_EQ(logs().front().what, std::string("E Cindral: ") + decision.line);
+        EXPECT_EQ(serviceCalls(EntryPoint::kPerfGetProp).size(), decision.propertiesRead);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Decisions, Init, testing::ValuesIn(kDecisions));
 
 TEST(Init, FirstCall_ReadsKnobsAndPropertiesInTheirOrder) {
     Scene scene;
@@ -133,53 +89,6 @@ TEST(Init, FirstCall_ReadsKnobsAndPropertiesInTheirOrder) {
     std::vector<std::string> seen;
     for (const Sight& call : serviceCalls()) seen.push_back(call.what);
     EXPECT_EQ(seen, expected);
-}
-
-TEST(Init, SecondCall_AnswersTheSameWithoutReadingAgain) {
-    play(Scene(), [](Compositor& compositor) {
-        EXPECT_TRUE(compositor.library.init());
-        const size_t calls = serviceCalls().size();
-        standin::Device::instance().setProperty("vendor.perf.pfar2.enable", "0");
-        standin::Device::instance().setProperty("vendor.perf.phr.enable", "0");
-        EXPECT_TRUE(compositor.library.init());
-        EXPECT_EQ(serviceCalls().size(), calls);
-    });
-}
-
-TEST(Init, AfterClearConfigs_LayersAreServedUntilTheNextInitDecidesAnew) {
-    play(Scene(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        compositor.library.clearConfigs();
-        compositor.queue(kNoGame);
-        Compositor::waitUntil(Compositor::now() + kMs);
-        EXPECT_EQ(serviceCalls(EntryPoint::kPerfGetFeedback).size(), 2U);
-
-        standin::Device::instance().setProperty("vendor.perf.pfar2.enable", "0");
-        standin::Device::instance().setProperty("vendor.perf.phr.enable", "0");
-        EXPECT_FALSE(compositor.library.init());
-        compositor.queue(kOtherGame);
-        Compositor::waitUntil(Compositor::now() + kMs);
-        EXPECT_EQ(serviceCalls(EntryPoint::kPerfGetFeedback).size(), 2U);
-    });
-}
-
-TEST(Init, Inactive_NoEntryPointDoesAnything) {
-    Scene scene;
-    scene.knobs.clear();
-    play(scene, [](Compositor& compositor) {
-        compositor.library.setVsyncPeriod(1);
-        for (int round = 0; round < 2; ++round) {
-            compositor.queue(kGame);
-            compositor.consume(kGame);
-            compositor.library.trackVsyncSignal();
-            compositor.library.setVsyncPeriod(1);
-            EXPECT_FALSE(compositor.library.init());
-        }
-        const size_t calls = serviceCalls().size();
-        Compositor::waitUntil(kSecond);
-        EXPECT_EQ(serviceCalls().size(), calls);
-        EXPECT_EQ(serviceCalls(EntryPoint::kPerfGetFeedback).size(), 0U);
-    });
 }
 
 TEST(Init, DecidedAnew_NothingOfTheFormerDecisionRemains) {
@@ -220,19 +129,22 @@ TEST(Init, FromTwoThreads_DecidesOnceAndBothHearTheAnswer) {
     });
 }
 
-TEST(Init, Deactivated_TrackedLayersAreServedNoMoreAndNoPeriodIsStored) {
-    play(Scene().headroomOnly(), [](Compositor& compositor) {
+TEST(Init, AfterClearConfigs_LayersAreServedUntilTheNextInitSwitchesEverythingOff) {
+    playGame(Scene().headroomOnly(), [](Compositor& compositor, int64_t) {
         standin::Device& device = standin::Device::instance();
-        compositor.start(kGame);
-        compositor.playUntilEnvironment(kGame);
-        for (int i = 0; i < 31; ++i) compositor.consume(kGame, 1);
-        device.setProperty("vendor.perf.phr.enable", "0");
+        compositor.consume(kGame, 1, 31);
         compositor.library.clearConfigs();
+        compositor.queue(kNoGame);
+        Compositor::waitUntil(Compositor::now() + kMs);
+        EXPECT_EQ(serviceCalls(EntryPoint::kPerfGetFeedback).size(), 2U);
+
+        device.setProperty("vendor.perf.phr.enable", "0");
         ASSERT_FALSE(compositor.library.init());
         const size_t seen = device.events().size();
         compositor.library.setVsyncPeriod(123);
         for (int i = 0; i < 8; ++i) {
             compositor.queue(kGame);
+            compositor.queue(kOtherGame);
             compositor.library.trackVsyncSignal();
             compositor.consume(kGame, 0);
             Compositor::waitUntil(Compositor::now() + 100 * kMs);
@@ -244,6 +156,6 @@ TEST(Init, Deactivated_TrackedLayersAreServedNoMoreAndNoPeriodIsStored) {
         ASSERT_TRUE(compositor.library.init());
         compositor.queue(kOtherGame);
         Compositor::waitUntil(Compositor::now() + kMs);
-        EXPECT_EQ(countOf("unexpected vsync recevied: ld\n"), 0);
+        EXPECT_EQ(countOf("unexpected vsync recevied: ld\n"), 0) << "no period was stored";
     });
 }

@@ -1,6 +1,7 @@
 // The package in a layer's name, by the pattern and without it.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <random>
 #include <regex>
@@ -47,8 +48,20 @@ TEST(LayerName, WithAndWithoutThePattern_TheAnswerIsTheSame) {
     EXPECT_GT(matches, 1000);
 }
 
-TEST(LayerName, OfAnyLength_IsReadWithoutRunningOutOfStack) {
-    const std::string package(2'000'000, 'p');
-    EXPECT_EQ(packageNameOf("SurfaceView[" + package + "/x]#1"), package);
-    EXPECT_EQ(packageNameOf("SurfaceView[" + package), "");
+TEST(LayerName, OfAnyLength_FitsIntoAStackOfOneMegabyte) {
+    const auto readLongNames = [](void*) -> void* {
+        for (const size_t length : {400, 500, 600, 5'000, 2'000'000}) {
+            const std::string package(length, 'p');
+            EXPECT_EQ(packageNameOf("SurfaceView[" + package + "/x]#1"), package);
+            EXPECT_EQ(packageNameOf("SurfaceView[" + package), "");
+        }
+        return nullptr;
+    };
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 1 << 20);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, readLongNames, nullptr), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
 }

@@ -12,82 +12,75 @@ constexpr char kCheckpoint1[] = "CHECKPOINT1_NOT_QUEUED";
 constexpr char kCheckpoint2[] = "CHECKPOINT2_NOT_QUEUED";
 constexpr char kCheckpoint3[] = "CHECKPOINT3_NOT_QUEUED";
 constexpr char kAccumulated[] = "additonal wait for accumulated buffer";
+constexpr int64_t kSpacing60 = 8'333'333;
 
-struct Deadlines {
-    const char* name;
-    int64_t period;
-    int64_t spacing;
-    int pending;
-    int64_t extraWait;
-};
+using Expectations = std::vector<std::string>;
 
-void PrintTo(const Deadlines& deadlines, std::ostream* stream) {
-    *stream << deadlines.name;
+// A game with the frame regulator alone, from its last buffer before the environment on.
+void playWatched(const std::function<void(Compositor&, int64_t last)>& body,
+                 int64_t period = kPeriod60) {
+    playGame(Scene().frameRegulatorOnly(), body, period);
 }
 
-const Deadlines kDeadlines[] = {
-        {"60 Hz: half a period apart", kPeriod60, 8'333'333, 0, 0},
-        {"75 Hz: a period apart", 13'333'333, 13'333'333, 0, 0},
-        {"90 Hz: a period apart", kPeriod90, kPeriod90, 0, 0},
-        {"120 Hz: a period apart", 8'333'333, 8'333'333, 0, 0},
-        {"144 Hz: a period apart", 6'944'444, 6'944'444, 0, 0},
-        {"60 Hz with a pending buffer: one period later", kPeriod60, 8'333'333, 1, kPeriod60},
-};
-
-class Monitor : public testing::TestWithParam<Deadlines> {};
+Expectations expectations() {
+    return markersOf({"mBoostExpectationDegree = "});
+}
 
 }  // namespace
 
-TEST_P(Monitor, LayerStopsQueueing_SendsThreeHintsAtTheirDeadlinesAndGoesOff) {
-    const Deadlines& deadlines = GetParam();
-    int64_t last = 0;
-    play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
-        compositor.start(kGame, deadlines.period);
-        last = compositor.playUntilEnvironment(kGame, deadlines.period);
-        compositor.consume(kGame, deadlines.pending);
-        Compositor::waitUntil(last + 3 * kSecond);
-    });
-    const int64_t first = last + deadlines.period + deadlines.extraWait;
-    EXPECT_EQ(timeOf(kOn), last);
-    EXPECT_EQ(countOf(kAccumulated), deadlines.pending);
-    EXPECT_EQ(timeOf(kCheckpoint1), first);
-    EXPECT_EQ(timeOf("skip boost"), first);
-    EXPECT_EQ(timeOf(kCheckpoint2), first + deadlines.spacing);
-    EXPECT_EQ(timeOf(kCheckpoint3), first + 2 * deadlines.spacing);
-    EXPECT_EQ(timeOf(kOff), first + 2 * deadlines.spacing + kSecond);
-    const std::vector<Sight> expected = {{first + deadlines.spacing, "16/2000"},
-                                         {first + 2 * deadlines.spacing, "1000/10000"}};
-    EXPECT_EQ(boosts(), expected);
+TEST(Monitor, LayerStopsQueueing_SendsThreeHintsAtTheirDeadlinesAndGoesOff) {
+    struct Display {
+        int64_t period;
+        int64_t spacing;  // of the checkpoints: half a period up to 60 Hz
+        int pending;      // gives the layer another period
+    };
+    for (const Display& display :
+         {Display{kPeriod60, kSpacing60, 0}, Display{kPeriod60, kSpacing60, 1},
+          Display{13'333'333, 13'333'333, 0}, Display{kPeriod90, kPeriod90, 0},
+          Display{8'333'333, 8'333'333, 0}, Display{6'944'444, 6'944'444, 0}}) {
+        SCOPED_TRACE(display.period);
+        playWatched(
+                [&](Compositor& compositor, int64_t last) {
+                    compositor.consume(kGame, display.pending);
+                    Compositor::waitUntil(last + 3 * kSecond);
+                    const int64_t first = last + display.period * (1 + display.pending);
+                    const int64_t second = first + display.spacing;
+                    const int64_t third = second + display.spacing;
+                    EXPECT_EQ(timeOf(kOn), last);
+                    EXPECT_EQ(countOf(kAccumulated), display.pending);
+                    EXPECT_EQ(timeOf(kCheckpoint1), first);
+                    EXPECT_EQ(timeOf("skip boost"), first);
+                    EXPECT_EQ(timeOf(kCheckpoint2), second);
+                    EXPECT_EQ(timeOf(kCheckpoint3), third);
+                    EXPECT_EQ(timeOf(kOff), third + kSecond);
+                    EXPECT_EQ(boosts(),
+                              (std::vector<Sight>{{second, "16/2000"}, {third, "1000/10000"}}));
+                },
+                display.period);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Displays, Monitor, testing::ValuesIn(kDeadlines));
-
 TEST(Monitor, BufferBetweenTheCheckpoints_EndsTheEscalationAndStartsANewWatch) {
-    int64_t last = 0;
-    int64_t next = 0;
-    play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
-        compositor.start(kGame);
-        last = compositor.playUntilEnvironment(kGame);
-        next = last + kPeriod60 + 3 * kMs;
-        Compositor::waitUntil(next);
-        compositor.queue(kGame);
+    playWatched([](Compositor& compositor, int64_t last) {
+        const int64_t next = compositor.queueAt(last + kPeriod60 + 3 * kMs);
         Compositor::waitUntil(next + kPeriod60 + 10 * kMs);
+        EXPECT_EQ(timesOf(kCheckpoint1),
+                  (std::vector<int64_t>{last + kPeriod60, next + kPeriod60}));
+        EXPECT_EQ(timeOf(kCheckpoint2), next + kPeriod60 + kSpacing60);
+        // The first one stayed late after its hint, so the mildest boost is sent from then on.
+        EXPECT_EQ(boosts(), (std::vector<Sight>{{next + kPeriod60, "8/1500"},
+                                                {next + kPeriod60 + kSpacing60, "16/2000"}}));
     });
-    EXPECT_EQ(timesOf(kCheckpoint1), (std::vector<int64_t>{last + kPeriod60, next + kPeriod60}));
-    EXPECT_EQ(timesOf(kCheckpoint2), std::vector<int64_t>{next + kPeriod60 + 8'333'333});
 }
 
 TEST(Monitor, BufferWhileOthersArePending_EndsTheAdditionalWait) {
-    play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        const int64_t last = compositor.playUntilEnvironment(kGame);
+    playWatched([](Compositor& compositor, int64_t last) {
         compositor.consume(kGame, 1);
         Compositor::waitUntil(last + kPeriod60 + 5 * kMs);
         EXPECT_EQ(countOf(kAccumulated), 1);
         EXPECT_EQ(countOf("fast frame"), 0);
         compositor.queue(kGame);
-        Compositor::waitUntil(last + kPeriod60 + 10 * kMs);
-        compositor.queue(kGame);
+        compositor.queueAt(last + kPeriod60 + 10 * kMs);
         Compositor::waitUntil(last + 2 * kPeriod60 + kMs);
         EXPECT_EQ(countOf(kCheckpoint1), 0);
         EXPECT_EQ(countOf("fast frame"), 1);
@@ -95,12 +88,8 @@ TEST(Monitor, BufferWhileOthersArePending_EndsTheAdditionalWait) {
 }
 
 TEST(Monitor, BufferAfterTheLastCheckpoint_TakesTheLongBoostBackAndKeepsTheRegulatorOn) {
-    int64_t back = 0;
-    play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
-        compositor.start(kGame);
-        back = compositor.playUntilEnvironment(kGame) + 500 * kMs;
-        Compositor::waitUntil(back);
-        compositor.queue(kGame);
+    playWatched([](Compositor& compositor, int64_t last) {
+        const int64_t back = compositor.queueAt(last + 500 * kMs);
         Compositor::waitUntil(back + 10 * kMs);
         EXPECT_EQ(countOf(kOff), 0);
         ASSERT_EQ(boosts().size(), 3U);
@@ -110,177 +99,104 @@ TEST(Monitor, BufferAfterTheLastCheckpoint_TakesTheLongBoostBackAndKeepsTheRegul
             << "the stop wakes the boost thread, which serves the request again";
 }
 
-TEST(Monitor, BufferAfterAShortBoost_LeavesItToRunOut) {
-    play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
-        compositor.start(kGame);
-        const int64_t last = compositor.playUntilEnvironment(kGame);
-        Compositor::waitUntil(last + kPeriod60 + 9 * kMs);
-        compositor.queue(kGame);
-        Compositor::waitUntil(last + kPeriod60 + 20 * kMs);
-        ASSERT_EQ(boosts().size(), 1U);
-        EXPECT_EQ(boosts()[0].what, "16/2000");
-    });
-}
-
-TEST(Monitor, ReleaseThatComesDuringAHint_IsServedAsSoonAsTheHintReturns) {
-    constexpr int64_t kHintTakes = 3 * kMs;
-    int64_t last = 0;
-    play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
-        compositor.start(kGame);
-        last = compositor.playUntilEnvironment(kGame);
-        standin::Device::instance().setDelay(standin::EntryPoint::kPerfHint, kHintTakes);
-        // The second hint goes out half a period after the first deadline and is still being sent.
-        Compositor::waitUntil(last + kPeriod60 + 9 * kMs);
-        compositor.queue(kGame);
-        EXPECT_EQ(Compositor::now(), last + kPeriod60 + 9 * kMs);
-        Compositor::waitUntil(last + kPeriod60 + 15 * kMs);
-        const int64_t hint = last + kPeriod60 + 8'333'333;
-        EXPECT_EQ(boosts(), (std::vector<Sight>{{hint, "16/2000"}, {hint + kHintTakes, "0/0"}}));
-    });
-}
-
-TEST(Monitor, ExpectationAfterAHint_FollowsHowLateTheFrameWas) {
-    struct Case {
-        int64_t late;
-        const char* marker;  // null: no step
-    };
-    const Case cases[] = {
-            {2'000'001, "mBoostExpectationDegree = 1"},
-            {2'000'000, nullptr},
-            {1'000'000, nullptr},
-            {999'999, "mBoostExpectationDegree = -1"},
-            {1, "mBoostExpectationDegree = -1"},
-    };
-    for (const Case& c : cases) {
-        play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
-            compositor.start(kGame);
-            const int64_t next = compositor.playUntilEnvironment(kGame) + kPeriod60 + c.late;
-            Compositor::waitUntil(next);
-            compositor.queue(kGame);
+TEST(Monitor, BufferAfterAShortBoost_TakesItBackOnlyIfItIsStillBeingSent) {
+    for (const int64_t hintTakes : {int64_t{0}, 3 * kMs}) {
+        playWatched([&](Compositor& compositor, int64_t last) {
+            standin::Device::instance().setDelay(standin::EntryPoint::kPerfHint, hintTakes);
+            // The second hint goes out half a period after the first deadline.
+            const int64_t queued = last + kPeriod60 + 9 * kMs;
+            EXPECT_EQ(compositor.queueAt(queued), queued) << "the service holds no producer";
+            Compositor::waitUntil(queued + 6 * kMs);
+            const int64_t hint = last + kPeriod60 + kSpacing60;
+            std::vector<Sight> expected = {{hint, "16/2000"}};
+            if (hintTakes > 0) expected.push_back({hint + hintTakes, "0/0"});
+            EXPECT_EQ(boosts(), expected);
         });
-        EXPECT_EQ(countOf("mBoostExpectationDegree = 1") + countOf("mBoostExpectationDegree = -1"),
-                  c.marker != nullptr ? 1 : 0)
-                << c.late;
-        if (c.marker != nullptr) {
-            EXPECT_EQ(countOf(c.marker), 1) << c.late;
-        }
     }
 }
 
-TEST(Monitor, OneHint_MovesTheExpectationOnce) {
-    play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        int64_t time = compositor.playUntilEnvironment(kGame) + kPeriod60 + 1;
-        for (int i = 0; i < 4; ++i) {
-            Compositor::waitUntil(time);
-            compositor.queue(kGame);
-            time += 10 * kMs;
-        }
-        EXPECT_EQ(countOf("mBoostExpectationDegree = -1"), 1);
-        EXPECT_EQ(countOf("mBoostExpectationDegree = -2"), 0);
-    });
+TEST(Monitor, ExpectationAfterAHint_FollowsOnceHowLateTheFrameWas) {
+    const std::pair<int64_t, Expectations> cases[] = {
+            {2'000'001, {"mBoostExpectationDegree = 1"}},
+            {2'000'000, {}},
+            {1'000'000, {}},
+            {999'999, {"mBoostExpectationDegree = -1"}},
+            {1, {"mBoostExpectationDegree = -1"}},
+    };
+    for (const auto& [late, expected] : cases) {
+        playWatched([&, late = late](Compositor& compositor, int64_t last) {
+            const int64_t next = compositor.queueAt(last + kPeriod60 + late);
+            for (int i = 1; i <= 3; ++i) compositor.queueAt(next + i * kMs);
+        });
+        EXPECT_EQ(expectations(), expected) << late;
+    }
 }
 
 TEST(Monitor, HeldBuffer_CountsAsComeAtItsQueueAndIsNotWatchedWhileHeld) {
-    play(Scene(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        const int64_t queued = compositor.playUntilEnvironment(kGame) + 5 * kMs;
-        for (int i = 0; i < 31; ++i) compositor.consume(kGame, 1);
-        compositor.consume(kGame, 0);
-        Compositor::waitUntil(queued);
-        compositor.queue(kGame);
-        EXPECT_EQ(Compositor::now(), queued + kPeriod60) << "no vsync releases it";
-        EXPECT_EQ(timesOf("fast frame"), std::vector<int64_t>{queued});
+    playGame(Scene(), [](Compositor& compositor, int64_t last) {
+        compositor.startPacing();
+        const int64_t queued = last + 5 * kMs;
+        EXPECT_EQ(compositor.queueAt(queued), queued + kPeriod60) << "no vsync releases it";
+        EXPECT_EQ(timeOf("fast frame"), queued);
         Compositor::waitUntil(queued + 3 * kPeriod60);
         EXPECT_EQ(timeOf(kCheckpoint1), queued + 2 * kPeriod60);
     });
 }
 
-TEST(Monitor, StutterWhileTheRegulatorIsOff_KeepsTheExpectation) {
-    play(Scene().frameRegulatorOnly(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        const int64_t early = compositor.playUntilEnvironment(kGame) + kPeriod60 + 1;
-        Compositor::waitUntil(early);
-        compositor.queue(kGame);
-        EXPECT_EQ(countOf("mBoostExpectationDegree = -1"), 1);
-        Compositor::waitUntil(early + 2 * kSecond);
-        EXPECT_EQ(countOf(kOff), 1);
-        compositor.consume(kGame, 0);
-        compositor.consume(kGame, 0);
-        while (countOf(kOn) == 1) {
-            Compositor::waitUntil(Compositor::now() + kPeriod60);
-            compositor.queue(kGame);
-        }
-        Compositor::waitUntil(Compositor::now() + kPeriod60 + 3 * kMs);
-        compositor.queue(kGame);
-        EXPECT_EQ(countOf("mBoostExpectationDegree = 0"), 1);
-    });
-}
-
-TEST(Monitor, FramesThatStayedLate_GetTheMildestBoostFromThenOn) {
-    int64_t late = 0;
-    play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
-        compositor.start(kGame);
-        late = compositor.playUntilEnvironment(kGame) + kPeriod60 + 3 * kMs;
-        Compositor::waitUntil(late);
-        compositor.queue(kGame);
-        Compositor::waitUntil(late + kPeriod60 + kMs);
-    });
-    EXPECT_EQ(boosts(), (std::vector<Sight>{{late + kPeriod60, "8/1500"}}));
-}
-
-TEST(Monitor, Stutter_ForgetsThatFramesCameByThemselves) {
-    play(Scene().frameRegulatorOnly(), [&](Compositor& compositor) {
-        compositor.start(kGame);
-        const int64_t first = compositor.playUntilEnvironment(kGame) + kPeriod60 + 1;
+TEST(Monitor, Stutter_ForgetsThatFramesCameByThemselvesButOnlyWhileTheRegulatorIsOn) {
+    playWatched([](Compositor& compositor, int64_t last) {
         compositor.consume(kGame);
-        Compositor::waitUntil(first);
-        compositor.queue(kGame);
-        EXPECT_EQ(countOf("mBoostExpectationDegree = -1"), 1);
+        int64_t time = compositor.queueAt(last + kPeriod60 + 1);
         compositor.consume(kGame);
-        Compositor::waitUntil(first + kPeriod60 + kPeriod60 / 2 + 2);
+        Compositor::waitUntil(time + kPeriod60 + kPeriod60 / 2 + 2);
         compositor.consume(kGame);  // more than one and a half periods after the last one
         compositor.queue(kGame);
-        EXPECT_EQ(countOf("mBoostExpectationDegree = 1"), 1) << "up from 0, not from -1";
-        // A positive expectation is kept.
         Compositor::waitUntil(Compositor::now() + 2 * kPeriod60);
         compositor.consume(kGame);
         compositor.queue(kGame);
-        EXPECT_EQ(countOf("mBoostExpectationDegree = 2"), 1);
     });
+    EXPECT_EQ(expectations(),
+              (Expectations{"mBoostExpectationDegree = -1", "mBoostExpectationDegree = 1",
+                            "mBoostExpectationDegree = 2"}))
+            << "up from 0, not from -1; a positive expectation is kept";
+
+    playWatched([](Compositor& compositor, int64_t last) {
+        Compositor::waitUntil(compositor.queueAt(last + kPeriod60 + 1) + 2 * kSecond);
+        EXPECT_EQ(countOf(kOff), 1);
+        compositor.consume(kGame, 0, 2);
+        int64_t time = Compositor::now();
+        while (countOf(kOn) == 1) time = compositor.queueAt(time + kPeriod60);
+        compositor.queueAt(time + kPeriod60 + 3 * kMs);
+    });
+    EXPECT_EQ(expectations(),
+              (Expectations{"mBoostExpectationDegree = -1", "mBoostExpectationDegree = 0"}));
 }
 
 TEST(Monitor, BoostLevel_HoldsBackTheCheckpointsBelowIt) {
-    play(Scene().frameRegulatorOnly().set("vendor.perf.pfar2.boost_level", "3"),
-         [](Compositor& compositor) {
-             compositor.start(kGame);
-             const int64_t last = compositor.playUntilEnvironment(kGame);
-             Compositor::waitUntil(last + kSecond);
-             EXPECT_EQ(countOf(kCheckpoint2), 1);
-         });
+    playGame(Scene().frameRegulatorOnly().set("vendor.perf.pfar2.boost_level", "3"),
+             [](Compositor&, int64_t last) {
+                 Compositor::waitUntil(last + kSecond);
+                 EXPECT_EQ(countOf(kCheckpoint2), 1);
+             });
     ASSERT_EQ(boosts().size(), 1U);
     EXPECT_EQ(boosts()[0].what, "1000/10000");
     EXPECT_EQ(countOf("skip boost"), 0);
 }
 
 TEST(Monitor, ThreadsAreRealTimeAndNamedOnlyWhileDebugging) {
-    const auto play3 = [](const char* debug) {
-        return play(Scene().set("vendor.perf.cindral.debug", debug), [](Compositor& compositor) {
-            compositor.start(kGame);
-            compositor.playUntilEnvironment(kGame);
-        });
-    };
-    std::vector<std::string> named;
-    for (const sim::ThreadRecord& thread : play3("1").threads) {
-        if (thread.policy == SCHED_FIFO) {
-            named.push_back(thread.name);
+    for (const bool debugging : {true, false}) {
+        const sim::Outcome outcome =
+                playGame(Scene().set("vendor.perf.cindral.debug", debugging ? "1" : "0"),
+                         [](Compositor&, int64_t) {});
+        std::vector<std::string> names;
+        for (const sim::ThreadRecord& thread : outcome.threads) {
+            if (thread.policy != SCHED_FIFO) continue;
+            names.push_back(thread.name);
             EXPECT_EQ(thread.nice, -8);
             EXPECT_EQ(thread.priority, 1);
         }
-    }
-    EXPECT_EQ(named, (std::vector<std::string>{"BLT", "BP", "PHR"}));
-    for (const sim::ThreadRecord& thread : play3("0").threads) {
-        EXPECT_TRUE(thread.name != "BLT" && thread.name != "BP" && thread.name != "PHR");
+        const std::vector<std::string> wanted = {"BLT", "BP", "PHR"};
+        EXPECT_EQ(names, debugging ? wanted : std::vector<std::string>(3));
     }
     for (const Sight& line : logs()) EXPECT_EQ(line.what[0], 'E') << line.what;
     EXPECT_TRUE(markers().empty());

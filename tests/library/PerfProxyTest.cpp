@@ -1,9 +1,7 @@
 // The binding to the service: wrappers, fallbacks and locks.
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
-#include "perf/LayerName.h"
 #include "tests/library/Component.h"
 
 namespace {
@@ -34,39 +32,6 @@ TEST(PerfProxy, WithoutLibraries_EveryWrapperGivesItsFixedAnswer) {
     });
 }
 
-TEST(PerfProxy, BindingStopsAtTheFirstMissingEntryPoint) {
-    withClient({"perf_get_feedback"}, [](PerfProxy& client) {
-        EXPECT_EQ(client.perfHint(1, nullptr, 2, 3), -1);
-        EXPECT_EQ(client.getPerfHalVer(), -1.0);
-    });
-    withClient({"perf_lock_acq"}, [](PerfProxy& client) {
-        EXPECT_EQ(client.perfHint(1, nullptr, 2, 3), 1);
-        client.perfLockRel(1);
-        EXPECT_EQ(seen().size(), 1U) << "the release comes behind the acquisition";
-    });
-    Device::instance().reset();
-    sim::run({}, [] {
-        const standin::ServiceLibraries services({"libskewknob_system.so"});
-        const sp<PerfProxy> client = new PerfProxy();
-    });
-    ASSERT_EQ(seen().size(), 1U);
-    EXPECT_EQ(seen()[0].substr(seen()[0].size() - 2), "\n.");
-}
-
-TEST(PerfProxy, ExtendedFeedback_IsBoundOnlyAboveVersion2_2) {
-    for (const double version : {2.2, 2.21}) {
-        Device::instance().reset();
-        Device::instance().setGameWeight("p", 7);
-        Device::instance().setHalVersion(version);
-        sim::run({}, [&] {
-            const standin::ServiceLibraries services;
-            const sp<PerfProxy> client = new PerfProxy();
-            int values[] = {1, 0};
-            EXPECT_EQ(client->perfGetFeedbackExtn(5633, "p", 2, values), version > 2.2 ? 7 : -1);
-        });
-    }
-}
-
 TEST(PerfProxy, Locks_AreHandedBackByTheHandleThatStaysStored) {
     withClient({}, [](PerfProxy& client) {
         client.disablePl(false);
@@ -93,26 +58,4 @@ TEST(PerfProxy, LayerWithoutPackage_IsNoGameWithoutAQuestion) {
     EXPECT_EQ(seen(),
               (std::vector<std::string>{"D Cindral.PerfProxy: isGameLayer:0 [StatusBar#0][]",
                                         "D Cindral.PerfProxy: GameWeight:-1 [StatusBar#0][]"}));
-}
-
-TEST(PerfProxy, NamesOfAnyLength_FitIntoAStackOfOneMegabyte) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 1 << 20);
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                      &thread, &attributes,
-                      [](void*) -> void* {
-                          for (const size_t length : {400, 500, 600, 5'000, 50'000}) {
-                              const std::string package(length, 'p');
-                              EXPECT_EQ(android::cindral::packageNameOf("SurfaceView[" + package +
-                                                                        "/x]#1"),
-                                        package);
-                          }
-                          return nullptr;
-                      },
-                      nullptr),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
 }

@@ -23,11 +23,6 @@ void withPower(bool debuggable, const std::function<void(PowerProxy&)>& body) {
     });
 }
 
-int countOf(const std::string& line) {
-    const std::vector<std::string> lines = seen();
-    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
-}
-
 }  // namespace
 
 TEST(PowerProxy, LinesMarkersAndCalls_ComeInTheirOrder) {
@@ -105,16 +100,6 @@ TEST(PowerProxy, MovedThreshold_TakesTheStrengthAlong) {
     }
 }
 
-TEST(PowerProxy, Ceiling_LowersTheTargetAndHoldsIt) {
-    withPower(true, [](PowerProxy& power) {
-        power.setRenderTimeThresh(50);
-        power.increaseThreshold();
-        power.scaleEnergyIfNeed(10'000'000);
-    });
-    EXPECT_EQ(countOf("D Cindral.PowerProxy: prev thresh:60, curr thresh:60"), 1);
-    EXPECT_EQ(countOf("D Cindral.PowerProxy: release negative boost by  power"), 1);
-}
-
 TEST(PowerProxy, Cooldown_HoldsBackAStepButNotARefresh) {
     withPower(false, [](PowerProxy& power) {
         power.negativeBoostAcq(0);
@@ -125,34 +110,6 @@ TEST(PowerProxy, Cooldown_HoldsBackAStepButNotARefresh) {
         sim::sleepFor(kRefresh + 1);
         power.negativeBoostAcq(-30);
         EXPECT_EQ(seen().size(), sent + 1);
-    });
-}
-
-TEST(PowerProxy, ReleaseWithoutABoost_SendsNothing) {
-    withPower(false, [](PowerProxy& power) {
-        power.negativeBoostAcq(0);
-        power.negativeBoostAcq(-8);
-        power.updateStatusAndRel(false);
-        power.updateStatusAndRel(false);
-        EXPECT_EQ(seen().size(), 3U);
-        power.negativeBoostAcq(-4);
-        EXPECT_EQ(seen().back(), "perf_hint(4166, (null), 500, 65540) = 4") << "from 0 again";
-    });
-}
-
-TEST(PowerProxy, Pingpong_CountsReleasesByMissedFramesOnly) {
-    withPower(true, [](PowerProxy& power) {
-        power.updateStatusAndRel(true);
-        power.negativeBoostAcq(0);
-        power.updateStatusAndRel(false);
-        power.updateStatusAndRel(true);
-        EXPECT_EQ(countOf("D Cindral.PowerProxy: pingpongCount(1)"), 1);
-        // Two shorter periods later the history is over.
-        power.setVsyncPeriod(8'333'333);
-        sim::sleepFor(20 * kMs);
-        power.negativeBoostAcq(0);
-        power.updateStatusAndRel(true);
-        EXPECT_EQ(countOf("D Cindral.PowerProxy: pingpongCount(2)"), 0);
     });
 }
 

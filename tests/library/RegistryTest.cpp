@@ -18,34 +18,48 @@ std::string layerOf(const std::string& package) {
     return "SurfaceView[" + package + "/" + package + ".Main](BLAST)#9";
 }
 
+// Another layer of the first game.
+std::string sibling(int number) {
+    return "SurfaceView[com.example.game/com.example.game.Menu]#" + std::to_string(number);
+}
+
 size_t questions() {
     return serviceCalls(EntryPoint::kPerfGetFeedback).size();
 }
 
-void ask(Compositor& compositor, const std::string& layer) {
-    compositor.queue(layer);
-    Compositor::waitUntil(Compositor::now() + kMs);
+void ask(Compositor& compositor, const std::vector<std::string>& layers) {
+    for (const std::string& layer : layers) {
+        compositor.queue(layer);
+        Compositor::waitUntil(Compositor::now() + kMs);
+    }
+}
+
+// Two games are tracked, and a third was refused once: it is known to be a game from then on.
+void playThree(const std::function<void(Compositor&)>& body) {
+    play(Scene(), [&](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.queue(kGame);
+        ask(compositor, {kOtherGame, kThirdGame});
+        body(compositor);
+    });
 }
 
 }  // namespace
 
-TEST(Registry, LayerThatNamesNoPackage_IsNeverAskedAbout) {
-    play(Scene(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        for (const char* name : {"StatusBar#0", "SurfaceView[com.example.game/Main]#4x", "",
-                                 "SurfaceView[#1", "SurfaceView[/Main]#1"}) {
-            ask(compositor, name);
-        }
-        EXPECT_EQ(questions(), 1U);
-    });
-}
-
-TEST(Registry, LayersThatNameNoPackage_TakePlacesOnTheIgnoreList) {
+TEST(Registry, LayerThatNamesNoPackage_IsNeverAskedAboutButTakesAPlaceOnTheIgnoreList) {
     play(Scene(), [](Compositor& compositor) {
         compositor.start(kNoGame);
-        for (const char* name : {"a", "b", "c", "d"}) ask(compositor, name);
-        ask(compositor, kNoGame);
+        ask(compositor,
+            {"StatusBar#0", "SurfaceView[com.example.game/Main]#4x", "", "SurfaceView[/Main]#1"});
+        EXPECT_EQ(questions(), 1U);
+        ask(compositor, {kNoGame});
         EXPECT_EQ(questions(), 2U);
+        compositor.library.trackBufferIncrement(nullptr);
+        compositor.library.trackBufferDecrement(nullptr, 1);
+        const std::string longName(1 << 20, 'x');
+        ask(compositor, {longName, layerOf(longName)});
+        compositor.consume(longName);
+        EXPECT_EQ(questions(), 3U) << "a package of any length is asked about";
     });
 }
 
@@ -53,7 +67,7 @@ TEST(Registry, Checker_IsATraceSectionAndLogsItsVerdict) {
     play(Scene(), [](Compositor& compositor) { compositor.start(kGame); });
     ASSERT_EQ(markers().size(), 1U);
     EXPECT_EQ(markers()[0].what, "game layer checker.");
-    EXPECT_EQ(record().find(" end\n") != std::string::npos, true);
+    EXPECT_NE(record().find(" end\n"), std::string::npos);
     EXPECT_EQ(countOf("isGameLayer:1 [" + kGame + "][com.example.game]"), 1);
 }
 
@@ -73,11 +87,9 @@ TEST(Registry, OnlyTheGameVerdict_MakesAGame) {
 TEST(Registry, IgnoredName_IsAskedAboutAgainOnceFourNewerOnesPushedItOut) {
     play(Scene(), [](Compositor& compositor) {
         compositor.start(kNoGame);
-        for (const char* package : {"a.b", "c.d", "e.f"}) ask(compositor, layerOf(package));
-        ask(compositor, kNoGame);
+        ask(compositor, {layerOf("a.b"), layerOf("c.d"), layerOf("e.f"), kNoGame});
         EXPECT_EQ(questions(), 4U);
-        ask(compositor, layerOf("g.h"));
-        ask(compositor, kNoGame);
+        ask(compositor, {layerOf("g.h"), kNoGame});
         EXPECT_EQ(questions(), 6U);
     });
 }
@@ -88,14 +100,12 @@ TEST(Registry, SlowService_HoldsNobodyAndOneQuestionIsUnderWayAtATime) {
         compositor.library.init();
         standin::Device::instance().setDelay(EntryPoint::kPerfGetFeedback, kSlow);
         const int64_t asked = Compositor::now();
-        compositor.queue(kGame);
-        Compositor::waitUntil(asked + kMs);
+        ask(compositor, {kGame});
         for (int i = 0; i < 10; ++i) compositor.queue(kOtherGame);
         EXPECT_EQ(Compositor::now(), asked + kMs);
         EXPECT_EQ(questions(), 1U);
         Compositor::waitUntil(asked + kSlow + kMs);
-        compositor.queue(kOtherGame);
-        Compositor::waitUntil(asked + kSlow + 2 * kMs);
+        ask(compositor, {kOtherGame});
         EXPECT_EQ(questions(), 2U);
         EXPECT_EQ(serviceCalls(EntryPoint::kPerfGetFeedback).back().time, asked + kSlow + kMs);
     });
@@ -104,11 +114,10 @@ TEST(Registry, SlowService_HoldsNobodyAndOneQuestionIsUnderWayAtATime) {
 TEST(Registry, KnownPackage_IsTrackedWithoutAnotherQuestion) {
     play(Scene(), [](Compositor& compositor) {
         compositor.start(kGame);
-        const std::string second = "SurfaceView[com.example.game/com.example.game.Menu](BLAST)#2";
-        compositor.queue(second);
-        compositor.play(second, 70);
+        compositor.queue(sibling(2));
+        compositor.play(sibling(2), 70);
         EXPECT_EQ(questions(), 1U);
-        EXPECT_EQ(countOf("FPS:60.00[" + second + "]"), 1);
+        EXPECT_EQ(countOf("FPS:60.00[" + sibling(2) + "]"), 1);
     });
 }
 
@@ -119,36 +128,33 @@ TEST(Registry, CheckerThatCannotStart_IsLoggedAndTriedAgainWithTheNextBuffer) {
         compositor.start(kGame);
         EXPECT_EQ(questions(), 0U);
         EXPECT_EQ(countOf("game checker thread create failed!"), 1);
-        ask(compositor, kGame);
+        ask(compositor, {kGame});
         EXPECT_EQ(questions(), 1U);
     });
 }
 
 TEST(Registry, ThirdGame_IsRefused200TimesAndIgnoredAtThe201st) {
-    play(Scene(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        compositor.queue(kGame);
-        ask(compositor, kOtherGame);
-        ask(compositor, kThirdGame);  // the checker's attempt is the first one
+    playThree([](Compositor& compositor) {
         for (int attempt = 2; attempt <= 200; ++attempt) compositor.queue(kThirdGame);
         EXPECT_EQ(countOf(kMultiActive), 0);
         compositor.queue(kThirdGame);
         EXPECT_EQ(countOf(kMultiActive), 1);
+        EXPECT_NE(record().find(" W Cindral: " + std::string(kMultiActive)), std::string::npos);
         compositor.queue(kThirdGame);
         EXPECT_EQ(countOf(kMultiActive), 1) << "an ignored layer does not ask";
-
-        const std::string fourth = "SurfaceView[com.example.game/com.example.game.Other](BLAST)#5";
-        compositor.queue(fourth);
+        compositor.queue(sibling(5));
         EXPECT_EQ(countOf(kMultiActive), 2) << "beyond the limit the first attempt is enough";
+
+        Compositor::waitUntil(Compositor::now() + kSecond);
+        compositor.queue(sibling(6));  // takes the first game's place
+        compositor.queue(kOtherGame);
+        compositor.queue(sibling(7));
+        EXPECT_EQ(countOf(kMultiActive), 2) << "the refusals are forgotten";
     });
 }
 
 TEST(Registry, OldestTracker_IsGivenUpOnceSilentForAWholeSecond) {
-    play(Scene(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        compositor.queue(kGame);
-        ask(compositor, kOtherGame);
-        ask(compositor, kThirdGame);  // refused, but known from now on
+    playThree([](Compositor& compositor) {
         const int64_t last = compositor.playUntilEnvironment(kGame);
         Compositor::waitUntil(last + 999'999'999);
         compositor.queue(kThirdGame);
@@ -156,29 +162,8 @@ TEST(Registry, OldestTracker_IsGivenUpOnceSilentForAWholeSecond) {
         Compositor::waitUntil(last + 1'000'000'000);
         compositor.queue(kThirdGame);
         EXPECT_EQ(timeOf(kRetired), last + 1'000'000'000);
-        // The newcomer is tracked, the refusals are forgotten, and the one that had been given up
-        // has become the third.
         compositor.play(kThirdGame, 70);
-        EXPECT_EQ(countOf("FPS:60.00[" + kThirdGame + "]"), 1);
-    });
-}
-
-TEST(Registry, RetiredTracker_ForgetsTheRefusals) {
-    play(Scene(), [](Compositor& compositor) {
-        const auto layer = [](int number) {
-            return "SurfaceView[com.example.game/com.example.game.Main]#" + std::to_string(number);
-        };
-        compositor.start(kGame);
-        compositor.queue(kGame);
-        ask(compositor, kOtherGame);
-        for (int attempt = 1; attempt <= 201; ++attempt) compositor.queue(layer(3));
-        EXPECT_EQ(countOf(kMultiActive), 1);
-        Compositor::waitUntil(Compositor::now() + kSecond);
-        compositor.queue(layer(4));  // takes the first game's place
-        compositor.queue(kOtherGame);
-        compositor.queue(layer(5));
-        EXPECT_EQ(countOf(kMultiActive), 1);
-        EXPECT_NE(record().find(" W Cindral: " + std::string(kMultiActive)), std::string::npos);
+        EXPECT_EQ(countOf("FPS:60.00[" + kThirdGame + "]"), 1) << "the newcomer is tracked";
     });
 }
 
@@ -192,15 +177,9 @@ TEST(Registry, RetirementAgainstAnIncrementOfTheSameLayer_NeitherCrashesNorHangs
             compositor.library.init();
             compositor.queue(kGame);
             Compositor::waitUntil(10 * kMs);
-            compositor.queue(kGame);
-            ask(compositor, kOtherGame);
-            ask(compositor, kThirdGame);
-            ask(compositor, kThirdGame);
+            ask(compositor, {kGame, kOtherGame, kThirdGame, kThirdGame});
             const int64_t silent = Compositor::now() + kSecond;
-            std::thread returning([&] {
-                Compositor::waitUntil(silent);
-                compositor.queue(kGame);
-            });
+            std::thread returning([&] { compositor.queueAt(silent); });
             Compositor::waitUntil(silent);
             compositor.queue(kThirdGame);
             compositor.queue(kThirdGame);
@@ -210,32 +189,22 @@ TEST(Registry, RetirementAgainstAnIncrementOfTheSameLayer_NeitherCrashesNorHangs
 }
 
 TEST(Registry, Vsync_ReachesBothTrackers) {
-    play(Scene().headroomOnly(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        compositor.playUntilEnvironment(kGame);
-        ask(compositor, kOtherGame);
+    playGame(Scene().headroomOnly(), [](Compositor& compositor, int64_t) {
+        ask(compositor, {kOtherGame});
         compositor.play(kOtherGame, 70);
-        for (int i = 0; i < 31; ++i) {
-            compositor.consume(kGame, 1);
-            compositor.consume(kOtherGame, 1);
-        }
+        for (const std::string& layer : {kGame, kOtherGame}) compositor.consume(layer, 1, 31);
         compositor.library.trackVsyncSignal();
         EXPECT_EQ(countOf("onVsync"), 2);
     });
 }
 
 TEST(Registry, TrackerInTheMiddleOfASlowSetUp_IsGivenUpOnlyAfterwards) {
-    play(Scene(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        compositor.queue(kGame);
-        ask(compositor, kOtherGame);
-        ask(compositor, kThirdGame);
+    playThree([](Compositor& compositor) {
         standin::Device::instance().setDelay(EntryPoint::kPerfGetFeedbackExtn, 3 * kSecond);
         int64_t built = 0;
         std::thread producer([&] {
             while (serviceCalls(EntryPoint::kPerfGetFeedbackExtn).empty()) {
-                Compositor::waitUntil(Compositor::now() + kPeriod60);
-                compositor.queue(kGame);
+                compositor.queueAt(Compositor::now() + kPeriod60);
             }
             built = Compositor::now();
         });
@@ -251,28 +220,15 @@ TEST(Registry, TrackerInTheMiddleOfASlowSetUp_IsGivenUpOnlyAfterwards) {
 
 TEST(Registry, NewTracker_GetsTheLastVsyncPeriodAndEveryTrackerLaterOnes) {
     play(Scene(), [](Compositor& compositor) {
-        compositor.start(kGame, 123);
         const std::string unexpected = "unexpected vsync recevied: ld\n";
+        compositor.start(kGame, 123);
         EXPECT_EQ(countOf(unexpected), 1);
-        ask(compositor, kOtherGame);
+        ask(compositor, {kOtherGame});
         EXPECT_EQ(countOf(unexpected), 2);
         compositor.library.setVsyncPeriod(kPeriod60);
         EXPECT_EQ(countOf(unexpected), 2);
         compositor.library.setVsyncPeriod(18 * kMs);
         compositor.library.setVsyncPeriod(18 * kMs);
         EXPECT_EQ(countOf(unexpected), 6) << "it is not stored, so it is logged again";
-    });
-}
-
-TEST(Registry, NullAndVeryLongNames_DoNoHarm) {
-    play(Scene(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        compositor.library.trackBufferIncrement(nullptr);
-        compositor.library.trackBufferDecrement(nullptr, 1);
-        const std::string longName(1 << 20, 'x');
-        ask(compositor, longName);
-        ask(compositor, layerOf(longName));
-        compositor.consume(longName);
-        EXPECT_EQ(questions(), 2U) << "a package of any length is asked about";
     });
 }

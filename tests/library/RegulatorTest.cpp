@@ -17,197 +17,120 @@ constexpr int64_t kPeriod = 16'666'667;
 constexpr int64_t kMinHeadroom = 8'333'333;
 constexpr int64_t kTimer = kPeriod - kMinHeadroom;
 
-struct Regulator {
-    PresetHeadroomRegulator& regulator;
+// Does to a regulator what the letters of a script say, and notes how long each buffer was held.
+class Script {
+  public:
+    explicit Script(PresetHeadroomRegulator& regulator) : mRegulator(regulator) {}
 
-    int64_t vsync() {
-        regulator.onVsync(sim::now());
-        return sim::now();
+    std::vector<int64_t> run(const std::string& letters) {
+        for (const char letter : letters) step(letter);
+        for (std::thread& thread : mThreads) thread.join();
+        return mHeld;
     }
-    // A vsync, and the time by which its release is over.
-    void cycle() {
-        vsync();
-        sim::sleepFor(kPeriod);
+
+  private:
+    void step(char letter) {
+        switch (letter) {
+            case 'V':  // a vsync now
+                return mRegulator.onVsync(mVsync = sim::now());
+            case 'F':  // one whose time lies 5 ms behind its release
+                return mRegulator.onVsync(sim::now() + kTimer + 5 * kMs);
+            case 'c':  // the release is over
+                return sim::sleepFor(kPeriod);
+            case 'r':  // half a millisecond before the release
+                return sim::sleepUntil(mVsync + kTimer - kMs / 2);
+            case 'Q':
+                return queue();
+            case 'P':
+                return mRegulator.updateAccumulationStatus(true);
+            case 'N':
+                return mRegulator.updateAccumulationStatus(false);
+            case '-':
+            case '+':
+                return mRegulator.setActiveStatus(letter == '+');
+            case '^':
+                return mRegulator.increasePresetHeadroom();
+            case '=':
+                return mRegulator.setVsyncInfo(kPeriod, 90);
+            case '~':
+                return mRegulator.setVsyncInfo(kPeriod - 1, 60);
+            case 'x':
+                mRegulator.forceStop();
+                return sim::sleepFor(kMs);
+            case 'v':
+                return later(10 * kMs, [this] { mRegulator.onVsync(sim::now()); });
+            case 's':
+                return later(3 * kMs, [this] { mRegulator.forceStop(); });
+            default:
+                FAIL() << letter;
+        }
     }
-    // How long a buffer queued now is held.
-    int64_t held() {
+
+    void queue() {
         const int64_t queued = sim::now();
-        regulator.trackQueueBuffer();
-        return sim::now() - queued;
+        mRegulator.trackQueueBuffer();
+        mHeld.push_back(sim::now() - queued);
     }
+
+    template <typename Act>
+    void later(int64_t duration, Act act) {
+        mThreads.emplace_back([=] {
+            sim::sleepFor(duration);
+            act();
+        });
+    }
+
+    PresetHeadroomRegulator& mRegulator;
+    int64_t mVsync = 0;
+    std::vector<int64_t> mHeld;
+    std::vector<std::thread> mThreads;
 };
-
-template <typename Body>
-void withRegulator(Body body, bool gfar = false) {
-    withClient({}, [&](PerfProxy& client) {
-        sp<PerfProxy> owner = &client;
-        const sp<PresetHeadroomRegulator> regulator =
-                new PresetHeadroomRegulator(owner, gfar, true);
-        regulator->setVsyncInfo(kPeriod, 60);
-        regulator->setActiveStatus(true);
-        sim::sleepFor(kMs);
-        Device::instance().clearEvents();
-        Regulator driver{*regulator};
-        body(driver);
-        regulator->forceStop();
-    });
-}
-
-bool sawLine(const std::string& line) {
-    const std::vector<std::string> lines = seen();
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
 
 }  // namespace
 
-TEST(Regulator, ReleaseIsSpentOnAWaitThatRanOut_AndTheNextOneIsKept) {
-    withRegulator([](Regulator& r) {
-        EXPECT_EQ(r.held(), kPeriod);
-        r.cycle();
-        r.cycle();
-        EXPECT_EQ(r.held(), 0);
-    });
-}
-
-TEST(Regulator, WaitThatAReleaseEnded_LeavesTheNextReleaseAlone) {
-    withRegulator([](Regulator& r) {
-        r.vsync();
-        EXPECT_EQ(r.held(), kTimer);
-        r.cycle();
-        EXPECT_EQ(r.held(), 0);
-    });
-}
-
-TEST(Regulator, Inactive_IgnoresVsyncsAndHoldsNobodyButKeepsItsRelease) {
-    withRegulator([](Regulator& r) {
-        r.cycle();
-        r.regulator.setActiveStatus(false);
-        Device::instance().clearEvents();
-        EXPECT_EQ(r.held(), 0);
-        r.vsync();
-        EXPECT_TRUE(seen().empty());
-        r.regulator.setActiveStatus(true);
-        r.regulator.setActiveStatus(true);
-        EXPECT_EQ(seen().size(), 3U) << "section, line and end, once";
-        EXPECT_EQ(r.held(), 0) << "the release from before";
-        EXPECT_EQ(r.held(), kPeriod) << "none came from the ignored vsync";
-    });
-}
-
-TEST(Regulator, SamePeriod_ChangesNothingAndAnotherSetsTheHeadroomBack) {
-    withRegulator([](Regulator& r) {
-        r.regulator.increasePresetHeadroom();
-        r.regulator.setVsyncInfo(kPeriod, 90);
-        r.vsync();
-        EXPECT_EQ(r.held(), kTimer - kMs);
-        r.regulator.setVsyncInfo(kPeriod - 1, 60);
-        r.vsync();
-        EXPECT_EQ(r.held(), kTimer - 1);
-    });
-}
-
-TEST(Regulator, Bounds_DependOnTheFrameRegulatorAbove60Hz) {
-    for (const bool gfar : {false, true}) {
-        withRegulator(
-                [](Regulator& r) {
-                    r.regulator.setVsyncInfo(13'333'333, 75);
-                    r.regulator.setVsyncInfo(11'111'111, 90);
-                },
-                gfar);
-        const std::string line = "D Cindral.HeadroomRegulator: vsync: ";
-        EXPECT_TRUE(sawLine(line + (gfar ? "13333333, init headroom: 6666666\n"
-                                         : "13333333, init headroom: 11999999\n")));
-        EXPECT_TRUE(sawLine(line + (gfar ? "11111111, init headroom: 6666667\n"
-                                         : "11111111, init headroom: 10000000\n")));
+TEST(Regulator, Buffers_AreHeldAsLongAsTheirReleaseTakes) {
+    struct Case {
+        const char* what;
+        const char* script;
+        std::vector<int64_t> held;
+    };
+    const Case cases[] = {
+            {"a release is spent on a wait that ran out, the next is kept", "QVcVcQ", {kPeriod, 0}},
+            {"a wait that a release ended leaves the next release alone", "VQVcQ", {kTimer, 0}},
+            {"inactive: holds nobody, ignores vsyncs, keeps its release",
+             "Vc-QV+QQ",
+             {0, 0, kPeriod}},
+            {"the same period changes nothing, another sets the headroom back",
+             "^=VQ~VQ",
+             {kTimer - kMs, kTimer - 1}},
+            {"pending buffers are waited for until the clock is beyond the vsync",
+             "PFQ",
+             {kTimer + 6 * kMs}},
+            {"a release in the check for pending ones ends its pass, which counts, and is used up",
+             "VcPVrQQ",
+             {kMs / 2 + kMs, kPeriod + 2 * kMs}},
+            {"an accumulation delay ends with the next release, which is used up",
+             "PVPvQNQ",
+             {10 * kMs + kTimer, kPeriod}},
+            {"an accumulation delay that runs out costs no release",
+             "PVPQNVcQ",
+             {kTimer + kPeriod, 0}},
+            {"a stop lets a held buffer go at once and holds no other", "sQQ", {3 * kMs, 0}},
+            {"switched on after its end, nobody releases and nothing pends", "Px+VQ", {kPeriod}},
+    };
+    for (const Case& c : cases) {
+        withClient({}, [&](PerfProxy& client) {
+            sp<PerfProxy> owner = &client;
+            const sp<PresetHeadroomRegulator> regulator =
+                    new PresetHeadroomRegulator(owner, false, true);
+            regulator->setVsyncInfo(kPeriod, 60);
+            regulator->setActiveStatus(true);
+            sim::sleepFor(kMs);
+            EXPECT_EQ(Script(*regulator).run(c.script), c.held) << c.what;
+            regulator->forceStop();
+        });
+        EXPECT_EQ(seen().back(), "D Cindral.HeadroomRegulator: ~PresetHeadroomRegulator");
     }
-}
-
-TEST(Regulator, PendingBuffers_AreWaitedForUntilTheClockIsBeyondTheVsync) {
-    withRegulator([](Regulator& r) {
-        r.regulator.updateAccumulationStatus(true);
-        const int64_t release = sim::now() + kTimer;
-        r.regulator.onVsync(release + 5 * kMs);
-        EXPECT_EQ(r.held(), kTimer + 6 * kMs) << "at 5 ms it is not yet later";
-    });
-}
-
-TEST(Regulator, ReportDuringTheCheckThatNothingIsPending_EndsIt) {
-    withRegulator([](Regulator& r) {
-        r.regulator.updateAccumulationStatus(true);
-        const int64_t release = r.vsync() + kTimer;
-        std::thread consumer([&] {
-            sim::sleepUntil(release + kMs / 2);
-            r.regulator.updateAccumulationStatus(false);
-        });
-        EXPECT_EQ(r.held(), kTimer + kMs);
-        consumer.join();
-        EXPECT_FALSE(sawLine("W Cindral.HeadroomRegulator: accumulation delay"));
-    });
-}
-
-TEST(Regulator, ReleaseDuringTheCheck_EndsItsPassAndThePassCounts) {
-    withRegulator([](Regulator& r) {
-        r.cycle();
-        r.regulator.updateAccumulationStatus(true);
-        const int64_t vsync = r.vsync();
-        sim::sleepUntil(vsync + kTimer -
-                        kMs / 2);  // so that the check begins with the kept release
-        EXPECT_EQ(r.held(), kMs / 2 + kMs);
-        EXPECT_EQ(r.held(), kPeriod + 2 * kMs) << "the release in the check was used up by it";
-    });
-}
-
-TEST(Regulator, AccumulationDelay_EndsWithTheNextReleaseWhichIsUsedUp) {
-    withRegulator([](Regulator& r) {
-        r.regulator.updateAccumulationStatus(true);
-        const int64_t vsync = r.vsync();
-        r.regulator.updateAccumulationStatus(true);
-        std::thread display([&] {
-            sim::sleepUntil(vsync + 10 * kMs);
-            r.vsync();
-        });
-        EXPECT_EQ(r.held(), 10 * kMs + kTimer);
-        display.join();
-        EXPECT_TRUE(sawLine("W Cindral.HeadroomRegulator: accumulation delay"));
-        r.regulator.updateAccumulationStatus(false);
-        EXPECT_EQ(r.held(), kPeriod);
-    });
-}
-
-TEST(Regulator, AccumulationDelayThatRunsOut_CostsNoRelease) {
-    withRegulator([](Regulator& r) {
-        r.regulator.updateAccumulationStatus(true);
-        r.vsync();
-        r.regulator.updateAccumulationStatus(true);
-        EXPECT_EQ(r.held(), kTimer + kPeriod);
-        r.regulator.updateAccumulationStatus(false);
-        r.cycle();
-        EXPECT_EQ(r.held(), 0);
-    });
-}
-
-TEST(Regulator, Stop_LetsAHeldBufferGoAtOnceAndHoldsNoOther) {
-    withRegulator([](Regulator& r) {
-        std::thread stopper([&] {
-            sim::sleepFor(3 * kMs);
-            r.regulator.forceStop();
-        });
-        EXPECT_EQ(r.held(), 3 * kMs);
-        stopper.join();
-        EXPECT_EQ(r.held(), 0);
-    });
-    EXPECT_TRUE(sawLine("D Cindral.HeadroomRegulator: ~PresetHeadroomRegulator"));
-}
-
-TEST(Regulator, SwitchedOnAfterItsEnd_HasNobodyToReleaseAndNothingPending) {
-    withRegulator([](Regulator& r) {
-        r.regulator.updateAccumulationStatus(true);
-        r.regulator.forceStop();
-        sim::sleepFor(kMs);
-        r.regulator.setActiveStatus(true);
-        r.vsync();
-        EXPECT_EQ(r.held(), kPeriod);
-    });
 }
 
 TEST(Tracker, End_WaitsForTheIncrementUnderWay) {
