@@ -22,8 +22,10 @@ add_library(android_platform INTERFACE)
 target_link_libraries(android_platform INTERFACE ${ANDROID_PLATFORM_LIBRARIES})
 if(NOT ANDROID)
     target_include_directories(android_platform SYSTEM INTERFACE ${ANDROID_INCLUDE_DIR})
-    # The packaged utils/StrongPointer.h uses fixed-width integers without including them.
-    target_compile_options(android_platform INTERFACE -include cstdint)
+    # The packaged utils/StrongPointer.h uses fixed-width integers without including them. A precompiled
+    # header is of use only as the first one; it includes them itself.
+    target_compile_options(android_platform INTERFACE
+        "$<$<NOT:$<BOOL:$<TARGET_PROPERTY:PRECOMPILE_HEADERS_REUSE_FROM>>>:SHELL:-include cstdint>")
     get_filename_component(ANDROID_LIBRARY_DIR ${ANDROID_utils_LIBRARY} DIRECTORY)
     # For the libraries that these need in turn.
     target_link_options(android_platform INTERFACE -Wl,-rpath-link,${ANDROID_LIBRARY_DIR})

@@ -33,7 +33,7 @@ TEST(LayerName, WithAndWithoutThePattern_TheAnswerIsTheSame) {
             "23",           "]",           "\n", "\r", " ",     "(BLAST)"};
     std::mt19937 random(1);
     int matches = 0;
-    for (int i = 0; i < 20'000; ++i) {
+    for (int i = 0; i < 5'000; ++i) {
         std::string name = random() % 4 != 0 ? "SurfaceView[" : "";
         const unsigned length = random() % 8;
         for (unsigned j = 0; j < length; ++j) name += pieces[random() % std::size(pieces)];
@@ -45,7 +45,7 @@ TEST(LayerName, WithAndWithoutThePattern_TheAnswerIsTheSame) {
         ASSERT_EQ(packageNameOfLongName(name), expected) << name;
         matches += expected.empty() ? 0 : 1;
     }
-    EXPECT_GT(matches, 1000);
+    EXPECT_GT(matches, 300);
 }
 
 TEST(LayerName, OfAnyLength_FitsIntoAStackOfOneMegabyte) {

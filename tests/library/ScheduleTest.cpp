@@ -156,20 +156,3 @@ TEST(Schedules, SameSeed_GivesTheSameRecord) {
         ASSERT_EQ(record(), first) << "seed " << seed;
     }
 }
-
-TEST(Schedules, SameSceneAThousandTimes_GivesTheSameRecord) {
-    std::string first;
-    for (int round = 0; round < 1000; ++round) {
-        Scene scene;
-        scene.set("vendor.perf.pfar2.hgpe.enable", "1");
-        play(scene, [](Compositor& compositor) {
-            compositor.start(kGame);
-            compositor.play(kGame, 66, kPeriod60, 1);
-            compositor.library.trackVsyncSignal();
-            compositor.play(kGame, 3, kPeriod60, 1);
-        });
-        if (round == 0) first = record();
-        ASSERT_EQ(record(), first) << "round " << round;
-    }
-    EXPECT_NE(first.find("delay finish"), std::string::npos);
-}

@@ -1,7 +1,7 @@
 // What the findings say, checked against each other and against the lists they come from.
 
 #include <algorithm>
-#include <regex>
+#include <fstream>
 #include <set>
 
 #include "replay/findings/Compare.h"
@@ -29,35 +29,49 @@ TEST_F(Program, Findings_CountLateFramesByTheirIntervals) {
     EXPECT_NEAR(run["worst_frames"][0]["interval_ns"].get<double>(), 100.0 * period, 2.0 * period);
 }
 
+// Whether `text` begins with the pattern's first part and holds the others, which stars separate, in order.
+bool resembles(const std::string& text, const std::string& pattern) {
+    const std::string start = pattern.substr(0, pattern.find('*'));
+    if (text.compare(0, start.size(), start) != 0) return false;
+    std::istringstream parts(pattern.substr(start.size()));
+    size_t at = start.size();
+    for (std::string part; std::getline(parts, part, '*');) {
+        at = text.find(part, at);
+        if (at == std::string::npos) return false;
+        at += part.size();
+    }
+    return true;
+}
+
 TEST_F(Program, DecisionLog_GivesEveryActionItsCause) {
-    const std::pair<const char*, const char*> kCauses[] = {
-            {R"(perf_hint\(4166, \(null\), \d+, 1500\).*)", "checkpoint 1: no buffer for .*"},
-            {R"(perf_hint\(4166, \(null\), \d+, 2000\).*)", "checkpoint 2: no buffer for .*"},
-            {R"(perf_hint\(4166, \(null\), 1000, 10000\).*)", "checkpoint 3: no buffer for .*"},
-            {R"(perf_hint\(4166, \(null\), 0, 0\).*)", "frame .*"},
-            {R"(perf_hint\(4166, \(null\), 500, .*)",
-             "frame .* less than the target of .*|kept alive.*"},
-            {R"(perf_hint\(4166, \(null\), 0, 65536\).*)",
-             "missed frame.*|frame .* more than the target.*"},
-            {"perf_lock_acq.*", "three measuring periods.*frames/s last"},
-            {"perf_lock_rel.*",
-             "frames were lost.*|the rate was not kept.*|.*not the display's rate|"
-             "the frame regulator is off"},
-            {"(perf_get|get_perf|IsFeature).*", "initialisation.*|a buffer of .*|.*environment.*"},
+    const std::pair<const char*, std::vector<const char*>> kCauses[] = {
+            {"perf_hint(4166, (null), *, 1500)", {"checkpoint 1: no buffer for "}},
+            {"perf_hint(4166, (null), *, 2000)", {"checkpoint 2: no buffer for "}},
+            {"perf_hint(4166, (null), 1000, 10000)", {"checkpoint 3: no buffer for "}},
+            {"perf_hint(4166, (null), 0, 0)", {"frame "}},
+            {"perf_hint(4166, (null), 500, ", {"frame * less than the target of ", "kept alive"}},
+            {"perf_hint(4166, (null), 0, 65536)", {"missed frame", "frame * more than the target"}},
+            {"perf_lock_acq", {"three measuring periods*frames/s last"}},
+            {"perf_lock_rel",
+             {"frames were lost", "the rate was not kept", "the frame regulator is off",
+              "*not the display's rate"}},
+            {"perf_get", {"initialisation", "a buffer of ", "*environment"}},
+            {"get_perf", {"initialisation", "a buffer of ", "*environment"}},
+            {"IsFeature", {"initialisation"}},
     };
     std::set<std::string> seen;
-    for (const char* arguments : {"", "--model", "--workload bursts", "--workload stall"}) {
+    for (const char* arguments : {"", "--model", "--workload stall"}) {
         const json run = jsonOf(arguments);
         for (const json& decision : run["log"]) {
-            const auto match =
-                    std::find_if(std::begin(kCauses), std::end(kCauses), [&](const auto& cause) {
-                        return std::regex_match(decision["what"].get<std::string>(),
-                                                std::regex(cause.first));
-                    });
+            const std::string what = decision["what"];
+            const std::string cause = decision["cause"];
+            const auto* match =
+                    std::find_if(std::begin(kCauses), std::end(kCauses),
+                                 [&](const auto& known) { return resembles(what, known.first); });
             ASSERT_NE(match, std::end(kCauses)) << decision;
             seen.insert(match->first);
-            EXPECT_TRUE(std::regex_match(decision["cause"].get<std::string>(),
-                                         std::regex(match->second)))
+            EXPECT_TRUE(std::any_of(match->second.begin(), match->second.end(),
+                                    [&](const char* known) { return resembles(cause, known); }))
                     << decision;
         }
         for (const char* regulator : {"frame", "headroom"}) {
@@ -98,10 +112,8 @@ TEST_F(Program, EveryJsonField_IsDocumentedAndEveryDocumentedOneExists) {
     for (const char* arguments : {"", "--workload bursts"}) collectKeys(jsonOf(arguments), keys);
     std::set<std::string> documented;
     std::ifstream page(CINDRAL_SOURCE_DIR "/docs/json.md");
-    const std::regex field("^\\| `([a-z0-9_]+)`");
     for (std::string line; std::getline(page, line);) {
-        std::smatch match;
-        if (std::regex_search(line, match, field)) documented.insert(match[1]);
+        if (line.rfind("| `", 0) == 0) documented.insert(line.substr(3, line.find('`', 3) - 3));
     }
     EXPECT_GT(keys.size(), 80u);
     EXPECT_EQ(documented, keys);
@@ -135,6 +147,10 @@ TEST(Comparison, WorstRegressions_ComeFirstAndWhatIsEqualIsLeftOut) {
     EXPECT_NE(text.find("+90"), std::string::npos) << text;
     EXPECT_EQ(text.find("stutters"), std::string::npos) << text;
     EXPECT_EQ(text.find('\x1b'), std::string::npos) << "colours are for terminals";
+    std::ostringstream coloured;
+    replay::writeComparison(coloured, {compared("a", 10, 20, 60), compared("b", 100, 20, 60)},
+                            {true});
+    EXPECT_NE(coloured.str().find("\x1b[31m"), std::string::npos) << "worse is red";
 }
 
 TEST_F(Program, SeveralCaptures_GiveOneTableAndOneObjectEachDespiteABrokenOne) {
@@ -202,10 +218,11 @@ TEST_F(Program, ChangedBehaviour_FailsTheCheckReadably) {
     ASSERT_EQ(run("--write-capture " + capture).status, 0);
     ASSERT_EQ(run("record " + capture).status, 0);
     EXPECT_EQ(run("check " + capture).status, 0);
-    const std::string recorded = textOf(capture + ".expect");
-    const std::string changed = std::regex_replace(recorded, std::regex("vendor.perf.phr.enable=1"),
-                                                   "vendor.perf.phr.enable=0");
-    ASSERT_NE(changed, recorded);
+    const std::string recorded = read("session.expect");
+    std::string changed = recorded;
+    const std::string option = "vendor.perf.phr.enable=1";
+    ASSERT_NE(changed.find(option), std::string::npos) << changed;
+    changed.replace(changed.find(option) + option.size() - 1, 1, "0");
     file("session.expect", changed);
     const Result result = run("check " + capture);
     EXPECT_EQ(result.status, 4);

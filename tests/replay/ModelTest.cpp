@@ -82,14 +82,4 @@ TEST_F(Program, HintEffects_ChangeFramesOnlyAsFarAsStated) {
     EXPECT_NE(render(" --negative-slowdown 100").find("100 %"), std::string::npos);
 }
 
-TEST_F(Program, WorkloadWrittenAsCapture_ReplaysWithItsOwnFrames) {
-    ASSERT_EQ(run("--workload hitches --no-library --write-capture " + path("hitches")).status, 0);
-    const json written = jsonOf(path("hitches") + " --no-library").at("figures");
-    const json played = jsonOf("--workload hitches --no-library").at("figures");
-    for (const char* name : {"frames", "late_frames", "late_frames_over_1_vsync", "stutters"}) {
-        EXPECT_EQ(written[name], played[name]) << name;
-    }
-    EXPECT_GT(written["late_frames"], 10);
-}
-
 }  // namespace

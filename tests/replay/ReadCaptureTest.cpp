@@ -54,6 +54,12 @@ void expectSame(const Capture& read, const Capture& made) {
     }
 }
 
+Samples shortSession(size_t samples = 400) {
+    Samples session = modelledSession();
+    session.resize(samples);
+    return session;
+}
+
 TEST(ReadCapture, TheSameSession_IsTheSameCaptureInEveryFormat) {
     const Capture made = modelledCapture();
     for (const NamedCapture& file : inEveryFormat(modelledSession())) {
@@ -66,7 +72,7 @@ TEST(ReadCapture, TheSameSession_IsTheSameCaptureInEveryFormat) {
 TEST(ReadCapture, CutOffCaptures_AreUsedAsFarAsTheyGo) {
     const Capture made = modelledCapture();
     for (const NamedCapture& file : inEveryFormat(modelledSession())) {
-        for (const size_t tenths : {5, 7, 9}) {
+        for (const size_t tenths : {5, 9}) {
             SCOPED_TRACE(std::string(file.name) + " " + std::to_string(tenths));
             const Capture part = read(file.bytes.substr(0, file.bytes.size() * tenths / 10));
             EXPECT_NE(part.lost.find("cut off: "), std::string::npos) << part.lost;
@@ -84,12 +90,6 @@ TEST(ReadCapture, CutOffCaptures_AreUsedAsFarAsTheyGo) {
             }
         }
     }
-}
-
-Samples shortSession() {
-    Samples samples = modelledSession();
-    samples.resize(400);
-    return samples;
 }
 
 // As slow as a source can be: readers then hold exactly as much as they asked for.
@@ -112,9 +112,7 @@ std::string shifted(const std::string& page, const char* mark, size_t position) 
 TEST(ReadCapture, Pages_MayHaveTheirMarksAnywhereBetweenTwoPieces) {
     constexpr size_t kPieceBytes = 64 * 1024;
     constexpr size_t kTagBytes = 512;
-    Samples samples = modelledSession();
-    samples.resize(12);
-    const std::string text = ftraceOf(samples);
+    const std::string text = ftraceOf(shortSession(12));
     const std::string events = text.substr(text.find("FUNCTION\n") + 9);
     const std::string page = pageOf(text);
     const std::string oldest = oldestPageOf("# tracer: nop\n" + events);
@@ -214,7 +212,7 @@ TEST(ReadCapture, WhatIsNoCapture_IsRefusedInOneLine) {
     const std::string ftrace = ftraceOf(shortSession());
     std::string sevenTimes = ftrace;
     for (int i = 0; i < 7; ++i) sevenTimes = gzipOf(sevenTimes);
-    const std::string endless = gzipOf(std::string(64'000'000, '\n'));
+    const std::string endless = gzipOf(std::string(40'000'000, '\n'));
     const std::string packetsInPackets =
             perfettoOf({}, PacketPacking::kNone) + std::string("\x0a\x02\x0a\xff", 4);
     const std::pair<std::string, const char*> kCases[] = {

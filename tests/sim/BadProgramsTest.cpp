@@ -145,90 +145,70 @@ TEST(BadPrograms, MutexHeldByAnEndedThread_IsNamedWithItsLastOwner) {
                     "thread 0 (the body): waits for mutex #1, held by thread 1, which has ended"));
 }
 
-struct Misuse {
-    const char* message;
-    Program program;
-};
-
 const timespec kLater{5'000'000, 0};
 
-void* waitForEver(void* condition) {
+// What a misuse has to hand: a fresh mutex, the same one locked, and a condition.
+struct Objects {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    pthread_mutex_lock(&mutex);
-    pthread_cond_wait(static_cast<pthread_cond_t*>(condition), &mutex);
+    pthread_mutex_t recursive = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
+
+    pthread_mutex_t* locked() {
+        pthread_mutex_lock(&mutex);
+        return &mutex;
+    }
+};
+
+void* waitForEver(void* condition) {
+    Objects own;
+    pthread_cond_wait(static_cast<pthread_cond_t*>(condition), own.locked());
     return nullptr;
 }
 
-const Misuse kMisuses[] = {
-        {"thread 0 (the body) unlocks mutex #1, held by nobody",
-         [] {
-             std::mutex mutex;
-             mutex.unlock();
-         }},
-        {"thread 1 unlocks mutex #1, held by thread 0 (the body)",
-         [] {
-             std::mutex mutex;
-             const std::lock_guard lock(mutex);
-             std::thread([&] { mutex.unlock(); }).join();
-         }},
-        {"locks mutex #1, which it holds already",
-         [] {
-             std::mutex mutex;
-             mutex.lock();
-             mutex.lock();
-         }},
-        {"destroys mutex #1, held by thread 0",
-         [] {
-             pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-             pthread_mutex_lock(&mutex);
-             pthread_mutex_destroy(&mutex);
-         }},
-        {"destroys condition #1, for which thread 1 waits",
-         [] {
-             pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
-             startThread(waitForEver, &condition);
-             sim::sleepFor(1);
-             pthread_cond_destroy(&condition);
-         }},
-        {"waits with mutex #1, which it does not hold",
-         [] {
-             pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-             pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
-             pthread_cond_wait(&condition, &mutex);
-         }},
-        {"waits with mutex #1, which it locked repeatedly",
-         [] {
-             pthread_mutex_t mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-             pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
-             pthread_mutex_lock(&mutex);
-             pthread_mutex_lock(&mutex);
-             pthread_cond_wait(&condition, &mutex);
-         }},
-        {"another clock than CLOCK_MONOTONIC: refused",
-         [] {
-             pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-             pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
-             pthread_mutex_lock(&mutex);
-             pthread_cond_timedwait(&condition, &mutex, &kLater);
-         }},
-        {"calls pthread_mutex_timedlock, which is not modelled: refused",
-         [] {
-             pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-             pthread_mutex_timedlock(&mutex, &kLater);
-         }},
-        {"joins a thread that was joined or detached before",
-         [] {
-             const pthread_t handle = startThread([](void*) -> void* { return nullptr; });
-             pthread_join(handle, nullptr);
-             pthread_join(handle, nullptr);
-         }},
-};
-
 TEST(BadPrograms, WrongUseOfAPrimitive_IsReportedWithThreadAndObject) {
-    for (const Misuse& misuse : kMisuses) {
-        const sim::Outcome outcome = sim::run(firstCome(), misuse.program);
-        EXPECT_EQ(outcome.failure, Failure::kMisuse) << misuse.message;
-        EXPECT_THAT(outcome.report, HasSubstr(misuse.message));
+    const std::pair<const char*, void (*)(Objects&)> misuses[] = {
+            {"thread 0 (the body) unlocks mutex #1, held by nobody",
+             [](Objects& o) { pthread_mutex_unlock(&o.mutex); }},
+            {"thread 1 unlocks mutex #1, held by thread 0 (the body)",
+             [](Objects& o) { std::thread(pthread_mutex_unlock, o.locked()).join(); }},
+            {"locks mutex #1, which it holds already",
+             [](Objects& o) { pthread_mutex_lock(o.locked()); }},
+            {"destroys mutex #1, held by thread 0",
+             [](Objects& o) { pthread_mutex_destroy(o.locked()); }},
+            {"destroys condition #1, for which thread 1 waits",
+             [](Objects& o) {
+                 startThread(waitForEver, &o.condition);
+                 sim::sleepFor(1);
+                 pthread_cond_destroy(&o.condition);
+             }},
+            {"waits with mutex #1, which it does not hold",
+             [](Objects& o) { pthread_cond_wait(&o.condition, &o.mutex); }},
+            {"waits with mutex #1, which it locked repeatedly",
+             [](Objects& o) {
+                 pthread_mutex_lock(&o.recursive);
+                 pthread_mutex_lock(&o.recursive);
+                 pthread_cond_wait(&o.condition, &o.recursive);
+             }},
+            {"another clock than CLOCK_MONOTONIC: refused",
+             [](Objects& o) { pthread_cond_timedwait(&o.condition, o.locked(), &kLater); }},
+            {"calls pthread_mutex_timedlock, which is not modelled: refused",
+             [](Objects& o) { pthread_mutex_timedlock(&o.mutex, &kLater); }},
+            {"calls pthread_mutex_clocklock, which is not modelled: refused",
+             [](Objects& o) { pthread_mutex_clocklock(&o.mutex, CLOCK_MONOTONIC, &kLater); }},
+            {"joins a thread that was joined or detached before",
+             [](Objects&) {
+                 const pthread_t handle = startThread([](void*) -> void* { return nullptr; });
+                 pthread_join(handle, nullptr);
+                 pthread_join(handle, nullptr);
+             }},
+    };
+    for (const auto& [message, misuse] : misuses) {
+        const sim::Outcome outcome = sim::run(firstCome(), [misuse = misuse] {
+            Objects objects;
+            misuse(objects);
+        });
+        EXPECT_EQ(outcome.failure, Failure::kMisuse) << message;
+        EXPECT_THAT(outcome.report, HasSubstr(message));
     }
 }
 

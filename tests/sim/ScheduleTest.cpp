@@ -235,7 +235,7 @@ TEST(Schedule, ThreadAttributes_AreRecordedInheritedAndNotApplied) {
         setpriority(PRIO_PROCESS, 0, -8);
         sched_param parameters{};
         parameters.sched_priority = 2;
-        EXPECT_EQ(sched_setscheduler(0, SCHED_FIFO, &parameters), 0);
+        EXPECT_EQ(sched_setscheduler(0, SCHED_FIFO | SCHED_RESET_ON_FORK, &parameters), 0);
         parameters.sched_priority = 1'000;
         EXPECT_EQ(sched_setscheduler(0, SCHED_FIFO, &parameters), -1);
         realNice = getpriority(PRIO_PROCESS, 0);

@@ -86,25 +86,6 @@ TEST(VirtualTime, EqualDeadlines_WakeInTheOrderOfWaiting) {
     EXPECT_EQ(order, (std::vector{4, 3, 2, 1}));
 }
 
-TEST(VirtualTime, SignalBeforeTheDeadline_EndsTheWaitAtItsTime) {
-    std::cv_status status{};
-    const sim::Outcome outcome = sim::run(firstCome(), [&] {
-        std::mutex mutex;
-        std::condition_variable condition;
-        std::thread signaller([&] {
-            std::this_thread::sleep_for(3ms);
-            const std::lock_guard lock(mutex);
-            condition.notify_one();
-        });
-        std::unique_lock lock(mutex);
-        status = condition.wait_for(lock, 5ms);
-        lock.unlock();
-        signaller.join();
-    });
-    EXPECT_EQ(status, std::cv_status::no_timeout);
-    EXPECT_EQ(outcome.endTimeNs, kStartNs + 3'000'000);
-}
-
 TEST(VirtualTime, TimedWait_AnswersLikeTheRealOneAtTheEdges) {
     const std::tuple<const char*, int64_t, long, int> cases[] = {
             {"past", 1, 0, ETIMEDOUT},

@@ -1,0 +1,1 @@
+// Nothing: the headers that the tests share are precompiled with this.
