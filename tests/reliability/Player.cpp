@@ -32,9 +32,12 @@ constexpr int64_t kRestNs = 3 * kSecond;
 // With answers under way that take their time.
 constexpr int64_t kLongRestNs = 900 * kSecond;
 
+const Trouble kNoTrouble;
+
 void setMood(int mood) {
     Device& device = Device::instance();
-    for (const char* package : {"com.example.game", "com.example.other", "com.example.third"}) {
+    for (const char* package : {"com.example.game", "com.example.other", "com.example.third",
+                                "com.example.fresh", "com.example.fresher"}) {
         device.setVerdict(package, (mood & 4) == 0 ? 2 : 1);
         device.setGameWeight(package, (mood & 1) == 0 ? 1 : 0);
     }
@@ -58,13 +61,17 @@ void configure(const Program& program) {
 
 class Session {
   public:
-    Session(const Program& program, Watch& watch, const std::string& library,
+    // Without a watch in real time.
+    Session(const Program& program, Watch* watch, const std::string& library,
             const Trouble& trouble)
-          : mProgram(program), mWatch(watch), mLibrary(std::in_place, library) {
-        Shortage memory = trouble.memory;
-        if (memory.program.end != 0)
-            memory.library = codeAround(reinterpret_cast<const void*>(mLibrary->init));
-        setShortage(memory);
+          : mProgram(program),
+            mWatch(watch),
+            mTrouble(trouble),
+            mMemory(trouble.memory),
+            mLibrary(std::in_place, library) {
+        if (mMemory.program.end != 0)
+            mMemory.library = codeAround(reinterpret_cast<const void*>(mLibrary->init));
+        setShortage(mMemory);
         if (trouble.slowEntryPoint >= 0) setDelay(trouble.slowEntryPoint, trouble.slowNs);
     }
 
@@ -72,36 +79,26 @@ class Session {
         sim::setCalm(true);
         begin();
         sim::setCalm(false);
-        std::vector<std::thread> threads;
-        for (const auto& ops : mProgram.threads) {
-            try {
-                threads.emplace_back([&] {
-                    const sim::Unseen unseen;
-                    perform(ops);
-                });
-            } catch (const std::system_error&) {
-                mWatch.lostOwnThread();
-            }
-        }
-        for (std::thread& thread : threads) thread.join();
-        if (mProgram.has('s')) {
+        runThreads();
+        if (mProgram.has('s') || mTrouble.passes) {
             sim::setCalm(true);
             rest();
-            if (worksAsEver()) probe();
+            if (mTrouble.passes) recover();
+            if (worksAsEver()) probe(0);
         }
         sim::sleepFor(mProgram.unloadAfterMs * kMs);
         if (mProgram.has('u')) {
             setDelay(static_cast<int>(EntryPoint::kPerfGetFeedback), mProgram.period * 20 * kMs);
             queue(kGames - 1);
         }
-        mWatch.unloadBegins();
+        if (mWatch) mWatch->unloadBegins();
         {
             const sim::Seen seen;
             mLibrary.reset();
         }
         mAllocations = countedAllocations();
         setShortage({});
-        mWatch.unloadEnded();
+        if (mWatch) mWatch->unloadEnded();
         if (dlopen(library.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr)
             violate("nothing-after-unload", "the library is still mapped");
     }
@@ -111,12 +108,12 @@ class Session {
   private:
     template <typename Call>
     void call(Act act, int layer, Call&& entryPoint) {
-        const int64_t startNs = mWatch.callBegins(act, layer);
+        const int64_t startNs = mWatch ? mWatch->callBegins(act, layer) : 0;
         {
             const sim::Seen seen;
             entryPoint();
         }
-        mWatch.callEnds(act, startNs);
+        if (mWatch) mWatch->callEnds(act, startNs);
     }
     void queue(int layer) {
         call(Act::kQueue, layer, [&] { mLibrary->trackBufferIncrement(layerName(layer)); });
@@ -134,33 +131,48 @@ class Session {
     void init() {
         bool active = false;
         call(Act::kInit, -1, [&] { active = mLibrary->init(); });
-        mWatch.initAnswered(active);
+        if (mWatch) mWatch->initAnswered(active);
+    }
+
+    void runThreads() {
+        std::vector<std::thread> threads;
+        for (const auto& ops : mProgram.threads) {
+            try {
+                threads.emplace_back([&] {
+                    const sim::Unseen unseen;
+                    perform(ops);
+                });
+            } catch (const std::system_error&) {
+                mWatch->lostOwnThread();
+            }
+        }
+        for (std::thread& thread : threads) thread.join();
     }
 
     void begin() {
         if (mProgram.frames == 0) return;
         init();
-        setPeriod(mProgram.period);
+        setPeriod(mPeriod);
         for (int game = 0; game < std::min(mProgram.games, kTracked); ++game) {
             queue(game);
             sim::sleepFor(kMs);  // for the checker
         }
         // A third comes when the others are active, and would need its time, too, if it got any.
         const int burst = kBurst[mProgram.period];
-        playBursts(std::min(mProgram.games, kTracked), burst, mProgram.period);
+        playBursts(0, std::min(mProgram.games, kTracked), burst);
         const int others = mProgram.games > kTracked ? 2 * burst : 0;
-        playBursts(mProgram.games, mProgram.frames - burst + others, mProgram.period);
+        playBursts(0, mProgram.games, mProgram.frames - burst + others);
         const bool complete = mProgram.frames >= framesToClose(mProgram.period);
-        if (complete) mWatch.gamesAreTracked(std::min(mProgram.games, kTracked));
+        if (complete && mWatch) mWatch->gamesAreTracked(std::min(mProgram.games, kTracked));
         for (int i = 0; i < mProgram.pending; ++i) {
             for (int game = 0; game < mProgram.games; ++game) consume(game, 1);
         }
     }
 
-    void playBursts(int games, int frames, int period) {
+    void playBursts(int first, int games, int frames) {
         for (int i = 0; i < frames; ++i) {
-            if (i % kBurst[period] == 0) sim::sleepFor(kBurstIntervalNs);
-            for (int game = 0; game < games; ++game) queue(game);
+            if (i % kBurst[mPeriod] == 0) sim::sleepFor(kBurstIntervalNs);
+            for (int game = first; game < first + games; ++game) queue(game);
         }
     }
 
@@ -198,62 +210,76 @@ class Session {
     }
 
     void rest() {
-        if (mProgram.uses(Act::kDelay)) {
+        if (mProgram.uses(Act::kDelay) || mTrouble.slowEntryPoint >= 0) {
             for (int i = 0; i < 8; ++i) setDelay(i, 0);
             sim::sleepFor(kLongRestNs);
         }
         sim::sleepFor(kRestNs);
-        mWatch.settled();
+        mWatch->settled();
     }
 
     // Whether nothing that the program did may have changed what the game gets for good.
     bool worksAsEver() const {
-        return mProgram.failThread == 0 && mProgram.has('g') && mProgram.has('d') &&
+        return mProgram.has('s') && mProgram.has('g') && mProgram.failThread == 0 &&
                !mProgram.has('f') && mProgram.isSolo() && !mProgram.uses(Act::kClear) &&
                !mProgram.uses(Act::kMood);
     }
 
+    // What failed does not fail any more. The game is boosted, unless it lacks a thread (its pacing is
+    // optional); two new ones have all that games have, and so has the first, when it comes back after
+    // they took its place.
+    void recover() {
+        if (countedAllocations() < mMemory.nth) return;  // left for the unloading
+        mMemory.nth = 0;
+        setShortage(mMemory);
+        if (mProgram.has('g') && mWatch->reached().lostThreads == 0) {
+            probe(0, false);
+            sim::sleepFor(kRestNs);
+        }
+        for (const int game : {kFreshGame, kFreshGame + 1, 0}) {
+            probe(game);
+            sim::sleepFor(kRestNs);
+        }
+    }
+
     // However the calls were interleaved, afterwards the game is paced, boosted and released.
-    void probe() {
+    void probe(int game, bool paced = true) {
+        mPeriod = 0;
         init();
         // After an unexpected period the one from before it does not count as a new one.
         setPeriod(1);
-        setPeriod(0);
-        queue(0);
+        setPeriod(mPeriod);
+        queue(game);
         sim::sleepFor(kMs);
-        const int enabled = mWatch.logs("enable FrameRegulator");
-        playBursts(1, framesToClose(0), 0);
-        expect(mWatch.logs("enable FrameRegulator") > enabled, "the frame regulator came on");
-        if (mProgram.has('p')) probePacing();
-        probeBoost();
+        playBursts(game, 1, framesToClose(mPeriod));
+        if (mProgram.has('p') && paced) probePacing(game);
+        if (mProgram.has('g')) probeBoost(game);
     }
 
-    void probePacing() {
-        const int64_t periodNs = reliability::periodNs(0);
-        const int enabled = mWatch.logs("enable PHR");
-        for (int i = 0; i < 31; ++i) consume(0, 1);
-        expect(mWatch.logs("enable PHR") > enabled, "the headroom regulator came on");
-        consume(0, 0);
+    void probePacing(int game) {
+        const int64_t periodNs = reliability::periodNs(mPeriod);
+        for (int i = 0; i < 31; ++i) consume(game, 1);
+        consume(game, 0);
         for (int i = 0; i < 2; ++i) {
             vsync();
             sim::sleepFor(periodNs);
         }
-        queue(0);  // takes the release that is there
+        queue(game);  // takes the release that is there
         vsync();
-        const int64_t heldNs = heldBy([&] { queue(0); });
+        const int64_t heldNs = heldBy([&] { queue(game); });
         expect(heldNs >= periodNs / 11 && heldNs <= periodNs / 2 + 1,
                "a buffer is held until its headroom, not " + std::to_string(heldNs) + " ns");
-        expect(heldBy([&] { queue(0); }) == periodNs, "without a vsync it is held a period");
+        expect(heldBy([&] { queue(game); }) == periodNs, "without a vsync it is held a period");
     }
 
-    void probeBoost() {
-        const int boosts = mWatch.longBoosts();
+    void probeBoost(int game) {
+        const int boosts = mWatch->longBoosts();
         sim::sleepFor(100 * kMs);
-        expect(mWatch.longBoosts() == boosts + 1, "a layer that stops is boosted for long, once");
-        const int releases = mWatch.releases();
-        queue(0);
+        expect(mWatch->longBoosts() == boosts + 1, "a layer that stops is boosted for long, once");
+        const int releases = mWatch->releases();
+        queue(game);
         sim::sleepFor(kMs);  // for the boost thread
-        expect(mWatch.releases() > releases, "its next buffer takes the boost back");
+        expect(mWatch->releases() > releases, "its next buffer takes the boost back");
     }
 
     template <typename Call>
@@ -268,8 +294,11 @@ class Session {
     }
 
     const Program& mProgram;
-    Watch& mWatch;
+    Watch* const mWatch;
+    const Trouble& mTrouble;
+    Shortage mMemory;
     std::optional<replay::CindralLibrary> mLibrary;
+    int mPeriod = mProgram.period;  // of the bursts
     int mMood = 0;
     int64_t mAllocations = 0;
 };
@@ -324,8 +353,7 @@ void add(sim::Digest& record, const standin::Event& event) {
 
 Reached playOnce(const Program& program, uint64_t schedule, const std::string& library,
                  const Trouble* trouble) {
-    static const Trouble kNone;
-    const Trouble& wrong = trouble != nullptr ? *trouble : kNone;
+    const Trouble& wrong = trouble != nullptr ? *trouble : kNoTrouble;
     const sim::Options options = optionsOf(program, schedule, wrong);
     const bool spurious = options.schedule == sim::Schedule::kRandom;
     const bool exact = !options.clockJumps;
@@ -342,7 +370,7 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
     Reached reached;
     const sim::Outcome outcome = sim::run(options, [&] {
         const sim::Unseen unseen;
-        Session session(program, watch, library, wrong);
+        Session session(program, &watch, library, wrong);
         session.run(library);
         reached = watch.reached();
         reached.allocations = session.allocations();
@@ -355,6 +383,22 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
     record.add(reached.active);
     reached.record = record.value();
     return reached;
+}
+
+// Runs it, and compares the memory before and afterwards.
+template <typename Run>
+auto withoutLeak(bool countsLibrarys, Run run) {
+    static const bool sPrepared = (useSmallStacks(), true);
+    static_cast<void>(sPrepared);
+    static bool sWarm = false;  // the first run builds what stays
+    const auto blocks = countsLibrarys ? librarysLiveBlocks : liveBlocks;
+    const int64_t before = blocks();
+    const auto result = run();
+    const int64_t left = blocks() - before;
+    if ((sWarm || countsLibrarys) && left != 0)
+        violate("no-leak", std::to_string(left) + " blocks more than before the run");
+    sWarm = true;
+    return result;
 }
 
 }  // namespace
@@ -397,19 +441,19 @@ Shortage countedMemory() {
 
 Reached play(const Program& program, uint64_t schedule, const std::string& library,
              const Trouble* trouble) {
-    static const bool sPrepared = (useSmallStacks(), true);
-    static_cast<void>(sPrepared);
-    static bool sWarm = false;  // the first run builds what stays
     // An observer may keep what it likes.
     const bool counted = trouble != nullptr && trouble->memory.program.end != 0;
-    const auto blocks = counted ? librarysLiveBlocks : liveBlocks;
-    const int64_t before = blocks();
-    const Reached reached = playOnce(program, schedule, library, trouble);
-    const int64_t left = blocks() - before;
-    if ((sWarm || counted) && left != 0)
-        violate("no-leak", std::to_string(left) + " blocks more than before the run");
-    sWarm = true;
-    return reached;
+    return withoutLeak(counted, [&] { return playOnce(program, schedule, library, trouble); });
+}
+
+void playInRealTime(const Program& program, const std::string& library) {
+    withoutLeak(false, [&] {
+        configure(program);
+        openServices({});
+        Session(program, nullptr, library, kNoTrouble).run(library);
+        Device::instance().reset();
+        return true;
+    });
 }
 
 }  // namespace reliability

@@ -18,6 +18,7 @@ sim::Options scheduleOf(uint64_t number);
 // What is wrong with the device or the system during a run.
 struct Trouble {
     bool sound = false;                            // nothing is wrong, it is only observed
+    bool passes = false;                           // afterwards everything has to work
     std::function<void(standin::Device&)> device;  // last word on its state
     std::vector<std::string> without;              // libraries and entry points that are missing
     Shortage memory;
@@ -38,6 +39,9 @@ Shortage countedMemory();
 // invariant is violated.
 Reached play(const Program& program, uint64_t schedule, const std::string& library,
              const Trouble* trouble = nullptr);
+
+// The same with real threads in real time, which only has to end, and to leave no memory behind.
+void playInRealTime(const Program& program, const std::string& library);
 
 // The name of the invariant that a failure of the simulation violates.
 const char* invariantOf(sim::Failure failure);

@@ -12,13 +12,15 @@ namespace reliability {
 
 namespace {
 
-constexpr const char* kNames[kLayers] = {
+constexpr const char* kNames[kLayers + kFreshGames] = {
         "SurfaceView[com.example.game/com.example.game.Main](BLAST)#1",
         "SurfaceView[com.example.other/com.example.other.Main](BLAST)#2",
         "SurfaceView[com.example.third/com.example.third.Main](BLAST)#3",
         "SurfaceView[com.example.video/com.example.video.Main](BLAST)#4",
         "StatusBar#5",
         "SurfaceView[com.example.light/com.example.light.Main](BLAST)#6",
+        "SurfaceView[com.example.fresh/com.example.fresh.Main](BLAST)#7",
+        "SurfaceView[com.example.fresher/com.example.fresher.Main](BLAST)#8",
 };
 
 constexpr int64_t kPeriodsNs[kPeriods] = {16'666'667, 11'111'111, 8'333'333, 20'000'000, -5};

@@ -40,6 +40,9 @@ struct Op {
 // The layers of a program: three games, one that is none, one without a package, and a light one.
 inline constexpr int kLayers = 6;
 inline constexpr int kGames = 3;
+// Two more games, that no program names.
+inline constexpr int kFreshGame = kLayers;
+inline constexpr int kFreshGames = 2;
 const char* layerName(int layer);
 // Vsync periods of 60, 90 and 120 Hz, one of no display, and an absurd one.
 inline constexpr int kPeriods = 5;

@@ -159,6 +159,8 @@ void Watch::seeLog(const Event& event) {
     constexpr int kError = 6;
     if (mustBeQuiet() && event.priority != kError)
         violate("quiet-without-debug", standin::describe(event));
+    for (const char* line : {"reation Failed", "thread create failed!"})
+        mReached.lostThreads += event.text.find(line) != std::string::npos ? 1 : 0;
     const size_t thresh = event.text.find("curr thresh:");
     if (thresh != std::string::npos) checkRange(event.text.substr(thresh), "curr thresh:", 60, 90);
     if (event.text == "~BufferLayerTracker" && mUnloadNs == 0) mReached.retirement = true;

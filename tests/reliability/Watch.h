@@ -41,6 +41,7 @@ struct Reached {
     unsigned calledEntryPoints = 0;  // a bit for each
     bool active = false;             // what the latest initialisation answered
     bool lostOwnThread = false;      // the thread that could not be created was the program's
+    int lostThreads = 0;             // of the library, as it says itself
     int64_t threads = 0;             // created by program and library
     int64_t allocations = 0;         // by the library, where they are counted
     uint64_t record = 0;             // a digest of all that could be seen
