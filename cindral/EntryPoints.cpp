@@ -8,12 +8,10 @@
 #include <functional>
 #include <string_view>
 #include <thread>
-#include <utility>
 
 #include "cindral/Contain.h"
 #include "cindral/ModuleState.h"
 #include "platform/Log.h"
-#include "platform/Thread.h"
 
 namespace android {
 
@@ -50,11 +48,10 @@ bool isKnownGame(size_t packageHash) REQUIRES(gLayerLock) {
 void enterVerdict(const std::string& layerName, size_t packageHash, bool isGame) {
     Mutex::Autolock lock(gLayerLock);
     if (isGame) gGameHashes.push_back(packageHash);
-    const sp<BufferLayerTracker> oldest = gTrackers.empty() ? nullptr : gTrackers.front();
-    gCheckerClients.emplace_back();  // now, as after a retirement nothing may fail
+    gCheckerClients
+            .emplace_back();  // the place for what a retirement leaves; then nothing may fail
     updateLayerListLocked(layerName, isGame);
-    const bool retired = oldest != nullptr && gTrackers.front() != oldest;
-    if (retired) gCheckerClients.back() = oldest->serviceClient();
+    if (gCheckerClients.back() == nullptr) gCheckerClients.pop_back();
 }
 
 // The game-layer checker: one query of the service, which may be slow, so without gLayerLock.
@@ -74,16 +71,16 @@ void checkGameLayer(PerfProxy& client, const std::string& layerName, size_t pack
 void startChecker(const sp<PerfProxy>& client, const std::string& layerName, size_t packageHash)
         REQUIRES(gLayerLock) {
     if (gCheckers == 0) gCheckerClients.clear();
-    gCheckerClients.push_back(client);
-    auto check = [asked = client.get(), layerName, packageHash] {
-        checkGameLayer(*asked, layerName, packageHash);
-    };
-    std::thread checker;
     gCheckerRunning = true;
     ++gCheckers;
-    if (tryStartThread(checker, std::move(check))) {
-        checker.detach();
+    try {
+        gCheckerClients.push_back(client);
+        std::thread([asked = client.get(), layerName, packageHash] {
+            checkGameLayer(*asked, layerName, packageHash);
+        }).detach();
         return;
+    } catch (...) {
+        // No thread, or no memory for one.
     }
     gCheckerRunning = false;
     --gCheckers;

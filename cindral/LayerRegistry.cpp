@@ -16,7 +16,8 @@ constexpr size_t kMaxIgnoredLayers = 4;
 
 // An oldest tracker that queued a buffer within this time is not given up for a third layer.
 constexpr nsecs_t kActiveWithinNs = 999'999'999;
-// A third layer that asks this often while both others are active is ignored.
+// So many requests of further layers change nothing while the oldest tracker is active. From the next
+// one on, whoever asks is ignored.
 constexpr int32_t kMaxMultiActiveRefusals = 200;
 
 void ignoreLayer(const std::string& layerName) REQUIRES(gLayerLock) {
@@ -42,6 +43,9 @@ bool retireOldestTracker() REQUIRES(gLayerLock) {
     if (now - oldest->lastQueueTime() <= kActiveWithinNs) return false;
     gMultiActiveCount = 0;
     oldest->checkForExit();
+    // On a checker's thread: the place that its verdict keeps.
+    if (!gCheckerClients.empty() && gCheckerClients.back() == nullptr)
+        gCheckerClients.back() = oldest->serviceClient();
     gTrackers.erase(gTrackers.begin());
     return true;
 }

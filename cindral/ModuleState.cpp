@@ -39,8 +39,8 @@ namespace {
 class CheckerDrain {
   public:
     ~CheckerDrain() {
-        // Sleeps rather than yields: the thread that unloads may be a real-time one, and the
-        // checker is not.
+        // Sleeps rather than yields: the thread that unloads may be a real-time one, of a higher
+        // priority than the checker.
         while (gCheckers != 0) std::this_thread::sleep_for(kPollInterval);
         {
             Mutex::Autolock lock(gLayerLock);  // everything the checker did under it has happened

@@ -39,15 +39,18 @@ CINDRAL_API void cindralSetVsyncPeriod(long period);
 
 /*
  * The layer queued a buffer. May hold the caller, who should be the thread that queued it: for up
- * to two vsync periods and a little while the layer is paced, and for the service calls of the
- * set-up the first time the layer runs at the display's rate. `layerName` is compared byte by byte;
+ * to two vsync periods and a little while the layer is paced; for calls of the service, when the
+ * layer first runs at the display's rate and, once a second at most, when power optimisation
+ * switches; and for those that other threads make for the same layer under a lock it needs. Stops
+ * and joins the threads of a game that a third one replaces. `layerName` is compared byte by byte;
  * null is ignored.
  */
 CINDRAL_API void cindralTrackBufferIncrement(const char* layerName);
 
 /*
- * A buffer of the layer was consumed and `pending` others are still in its queue. Does not wait for
- * the display. Null and unknown layers are ignored.
+ * A buffer of the layer was consumed and `pending` others are still in its queue. Waits for
+ * locks only: for the display just when two threads queue the same layer at once, which they should
+ * not. Null and unknown layers are ignored.
  */
 CINDRAL_API void cindralTrackBufferDecrement(const char* layerName, int pending);
 

@@ -40,7 +40,6 @@ struct PlainTraits {
     string_type transform(Iterator first, Iterator last) const {
         return {first, last};
     }
-    // unreachable: see above
     template <typename Iterator>
     string_type transform_primary(Iterator first, Iterator last) const {
         return {first, last};

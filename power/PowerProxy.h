@@ -20,8 +20,8 @@ namespace android {
 // Threads: the tracker's monitor thread evaluates frames and reports missed ones; the thread that
 // queues buffers moves the threshold; set-up and changes of the vsync period come from the
 // compositor.
-// Blocking: every operation that takes mLock may call the service while holding it, and blocks as
-// long as the service does.
+// Blocking: whatever sends or drops a negative boost calls the service with mLock held, and blocks as
+// long as the service does; every operation that takes mLock waits for those.
 // Units: nanoseconds of CLOCK_MONOTONIC; thresholds in percent of the vsync period.
 // Lifetime: held by its tracker. Destroying it sends nothing; a negative boost in force runs out by
 // itself.

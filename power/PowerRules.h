@@ -29,7 +29,7 @@ inline constexpr int32_t kMinCoeChange = 4;
 // Energy evaluations that are skipped after a missed frame.
 inline constexpr int32_t kCooldownEvaluations = 2;
 
-// The service drops a negative boost after this time, so that it is sent again at least as often.
+// The service drops a negative boost after this time. The first frame after that, not before, sends it again.
 inline constexpr int kNegativeBoostDurationMs = 500;
 inline constexpr int64_t kRefreshIntervalNs = 500'000'000;
 

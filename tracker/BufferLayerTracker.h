@@ -31,8 +31,8 @@ namespace android {
 // overlap an increment; the monitor thread holds mStateLock except while it waits.
 // Blocking: an increment may be held by the regulator for about two vsync periods. It makes service
 // calls when it builds the environment and when power optimisation switches, and waits for
-// mStateLock, which the monitor keeps through the power controller's calls. The others wait for
-// locks only.
+// mStateLock, mBoostLock and the power controller's lock, which the monitor and the boost thread
+// keep through service calls. The others wait for locks only.
 // Units: nanoseconds of CLOCK_MONOTONIC; frame rates in Hz.
 // Lifetime: held by the registry. The destructor stops and joins every thread of the tracker.
 // Failure: what cannot be built stays away, and everything that would use it is skipped.

@@ -30,7 +30,7 @@ inline int32_t displayClassOf(int64_t vsyncPeriod) {
 }
 
 // The display rate that a measured frame rate stands for. A rate in a gap stands for none, which
-// never equals a display's class.
+// never equals the class of a display whose period is known.
 inline int32_t frameRateClassOf(float fps) {
     struct Band {
         float above, below;  // exclusive

@@ -14,7 +14,8 @@ constexpr size_t kHintArguments = 3;
 constexpr int kOpcodePl = 0x41444000;
 constexpr int kOpcodeCoreControl = 0x41000000;
 
-// Types of the boosts; those of the first checkpoint differ with the display's rate.
+// Types of the boosts. The first checkpoint has a second one for fast layers, which captures of other builds
+// may hold.
 int checkpointOf(int type) {
     switch (type) {
         case 1300:

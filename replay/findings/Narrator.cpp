@@ -248,7 +248,7 @@ std::string Narrator::releaseCause(int64_t timeNs, int frame) const {
 std::string Narrator::negativeBoostCause(int frame, const Thread& thread) const {
     if (!thread.targetNs || frame == kNoFrame) return "";
     if (thread.newCoefficient == thread.oldCoefficient) {
-        return "kept alive: last sent more than 500 ms ago";
+        return "kept alive: last refreshed more than 500 ms ago";
     }
     return format("frame %d took %s, less than the target of %s: strength %d to %d", frame,
                   msText(mFindings.frames[static_cast<size_t>(frame)].renderNs).c_str(),

@@ -24,7 +24,7 @@ struct Property {
     const char* name;
     Kind kind;
     const char* effect;
-    // Of the numbers. The library takes others too, but they mean no more than the nearest of these.
+    // Of the numbers: the range that makes sense on a device. The library takes others too, as they are.
     double least = 0;
     double most = 0;
 };

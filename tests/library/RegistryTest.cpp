@@ -232,3 +232,16 @@ TEST(Registry, NewTracker_GetsTheLastVsyncPeriodAndEveryTrackerLaterOnes) {
         EXPECT_EQ(countOf(unexpected), 6) << "it is not stored, so it is logged again";
     });
 }
+
+TEST(Registry, VerdictOnAThirdGame_EndsTheOldestTrackerBeforeTheNewOneBegins) {
+    play(Scene(), [](Compositor& compositor) {
+        compositor.start(kGame);
+        compositor.queue(kGame);
+        ask(compositor, {kOtherGame});
+        Compositor::waitUntil(compositor.playUntilEnvironment(kGame) + kSecond);
+        compositor.library.setVsyncPeriod(18 * kMs);  // which every tracker complains about
+        ask(compositor, {kThirdGame});
+    });
+    EXPECT_EQ(countOf("unexpected vsync recevied: ld\n"), 3);
+    EXPECT_LT(record().find(kRetired), record().rfind("unexpected vsync"));
+}
