@@ -448,6 +448,7 @@ Reached play(const Program& program, uint64_t schedule, const std::string& libra
 
 void playInRealTime(const Program& program, const std::string& library) {
     withoutLeak(false, [&] {
+        const sim::Unseen unseen;
         configure(program);
         openServices({});
         Session(program, nullptr, library, kNoTrouble).run(library);
