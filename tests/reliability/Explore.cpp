@@ -3,8 +3,8 @@
 
 #include <time.h>
 
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 
@@ -76,31 +76,25 @@ void exploreShare(const Campaign& campaign, uint64_t job, Report& report) {
 }
 
 void showProgress(uint64_t done, uint64_t record, const uint64_t (&counts)[Reached::kCount]) {
-    std::printf("%llu schedules of %llu programs, record %016llx\n",
-                static_cast<unsigned long long>(done),
-                static_cast<unsigned long long>((done + kSchedulesPerProgram - 1) /
-                                                kSchedulesPerProgram),
-                static_cast<unsigned long long>(record));
-    for (int i = 0; i < Reached::kCount; ++i) {
-        std::printf("  %s in %llu\n", Reached::names()[static_cast<size_t>(i)],
-                    static_cast<unsigned long long>(counts[i]));
-    }
+    std::cout << done << " schedules of "
+              << (done + kSchedulesPerProgram - 1) / kSchedulesPerProgram << " programs, record "
+              << std::hex << record << std::dec << '\n';
+    for (size_t i = 0; i < Reached::kCount; ++i)
+        std::cout << "  " << Reached::names()[i] << " in " << counts[i] << '\n';
 }
 
 void showFinding(const Campaign& campaign, const Finding& finding, uint64_t done) {
-    std::printf("violated: %s, in schedule %llu (after %llu)\n%s\n", finding.invariant.c_str(),
-                static_cast<unsigned long long>(finding.at), static_cast<unsigned long long>(done),
-                finding.text.c_str());
+    std::cout << "violated: " << finding.invariant << ", in schedule " << finding.at << " (after "
+              << done << ")\n"
+              << finding.text << std::endl;
     if (!campaign.shrinks) return;
     const Case first{generate(choicesFrom(seedOf(campaign, finding.at))),
                      scheduleOf(campaign, finding.at)};
     const Case small = shrink(first, finding.invariant, campaign.library);
-    std::printf(
-            "shrunk from %zu calls in %zu threads to %zu in %zu; replay with\n"
-            "explore --program '%s' --schedule %llu\n",
-            first.program.size(), first.program.threads.size(), small.program.size(),
-            small.program.threads.size(), toText(small.program).c_str(),
-            static_cast<unsigned long long>(small.schedule));
+    std::cout << "shrunk from " << first.program.size() << " calls in "
+              << first.program.threads.size() << " threads to " << small.program.size() << " in "
+              << small.program.threads.size() << "; replay with\nexplore --program '"
+              << toText(small.program) << "' --schedule " << small.schedule << '\n';
 }
 
 int explore(const Campaign& campaign) {
@@ -131,10 +125,10 @@ int explore(const Campaign& campaign) {
 int playOne(const Case& one, const std::string& library) {
     Finding finding;
     if (!fails(one, library, finding)) {
-        std::printf("all invariants held\n");
+        std::cout << "all invariants held\n";
         return EXIT_SUCCESS;
     }
-    std::printf("violated: %s\n%s\n", finding.invariant.c_str(), finding.text.c_str());
+    std::cout << "violated: " << finding.invariant << '\n' << finding.text << '\n';
     return EXIT_FAILURE;
 }
 
@@ -157,7 +151,7 @@ int main(int argc, char** argv) {
         if (!program.empty()) return playOne({parse(program), schedule}, campaign.library);
         return explore(campaign);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "explore: %s\n", error.what());
+        std::cerr << "explore: " << error.what() << '\n';
         return 2;
     }
 }

@@ -45,6 +45,8 @@ constexpr int kFirstNeededForActivity = 2;     // without the knobs or the prope
 constexpr int kFirstNeededForEnvironment = 3;  // and without a verdict nothing is a game
 
 struct Fault {
+    explicit Fault(std::string name) : what(std::move(name)) {}
+
     std::string what;
     int failThread = 0;
     Trouble trouble;
@@ -138,7 +140,7 @@ class Injector {
     std::vector<Fault> allocations(const Scenario& scenario, bool lasting) const {
         std::vector<Fault> faults;
         for (int64_t nth = 1; nth <= scenario.sound.allocations; nth += mEvery) {
-            Fault fault{"allocation " + std::to_string(nth), 0, {}, {}};
+            Fault fault("allocation " + std::to_string(nth));
             fault.trouble.memory = countedMemory();
             fault.trouble.memory.nth = nth;
             fault.trouble.memory.lasting = lasting;
@@ -152,7 +154,8 @@ class Injector {
     static std::vector<Fault> threads(const Scenario& scenario, bool lasting) {
         std::vector<Fault> faults;
         for (int nth = 1; nth <= scenario.sound.threads; ++nth) {
-            Fault fault{"thread " + std::to_string(nth), nth, {}, {}};
+            Fault fault("thread " + std::to_string(nth));
+            fault.failThread = nth;
             fault.trouble.lastingThreads = lasting;
             fault.trouble.passes = !lasting;
             fault.complaint = [](const Reached& reached) {
@@ -174,7 +177,7 @@ class Injector {
     }
 
     static Fault without(const char* name, int index, const Scenario& scenario) {
-        Fault fault{std::string("without ") + name, 0, {}, {}};
+        Fault fault(std::string("without ") + name);
         fault.trouble.without = {name};
         const Reached& sound = scenario.sound;
         fault.complaint = [index, sound](const Reached& reached) -> std::string {
@@ -196,7 +199,7 @@ class Injector {
         std::vector<Fault> faults;
         for (const std::string& property : scenario.properties) {
             for (const std::string& value : values) {
-                Fault fault{property + " = \"" + value + '"', 0, {}, {}};
+                Fault fault(property + " = \"" + value + '"');
                 fault.trouble.device = [property, value](standin::Device& device) {
                     device.setProperty(property, value);
                 };
@@ -210,11 +213,8 @@ class Injector {
         std::vector<Fault> faults;
         for (int entryPoint = 0; entryPoint < kEntryPoints; ++entryPoint) {
             for (const int64_t seconds : {1, 5}) {
-                Fault fault{std::string(toString(static_cast<EntryPoint>(entryPoint))) + " takes " +
-                                    std::to_string(seconds) + " s",
-                            0,
-                            {},
-                            {}};
+                Fault fault(toString(static_cast<EntryPoint>(entryPoint)) +
+                            (" takes " + std::to_string(seconds)) + " s");
                 fault.trouble.slowEntryPoint = entryPoint;
                 fault.trouble.slowNs = seconds * kSecond;
                 fault.trouble.passes = true;
@@ -229,7 +229,7 @@ class Injector {
         std::vector<Fault> faults;
         for (const int64_t start : {int64_t{1}, kSecond - 1, (int64_t{1} << 31) * kSecond,
                                     (int64_t{1} << 32) * kSecond, INT64_MAX - kHour}) {
-            Fault fault{"clock starts at " + std::to_string(start), 0, {}, {}};
+            Fault fault("clock starts at " + std::to_string(start));
             fault.trouble.startTimeNs = start;
             fault.trouble.passes = true;
             faults.push_back(std::move(fault));

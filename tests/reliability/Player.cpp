@@ -5,6 +5,7 @@
 #include <sched.h>
 
 #include <algorithm>
+#include <atomic>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -80,7 +81,7 @@ class Session {
         begin();
         sim::setCalm(false);
         runThreads();
-        if (mProgram.has('s') || mTrouble.passes) {
+        if (mWatch && (mProgram.has('s') || mTrouble.passes)) {
             sim::setCalm(true);
             rest();
             if (mTrouble.passes) recover();
@@ -199,7 +200,7 @@ class Session {
             case Act::kClear:
                 return call(Act::kClear, -1, [&] { mLibrary->clearConfigs(); });
             case Act::kDelay:
-                return setDelay(op.a, op.b * kMs);
+                return mWatch ? setDelay(op.a, op.b * kMs) : void();  // in real time it is too long
             case Act::kMood:
                 return setMood(op.a);
         }
@@ -299,7 +300,7 @@ class Session {
     Shortage mMemory;
     std::optional<replay::CindralLibrary> mLibrary;
     int mPeriod = mProgram.period;  // of the bursts
-    int mMood = 0;
+    std::atomic<int> mMood{0};
     int64_t mAllocations = 0;
 };
 

@@ -7,12 +7,12 @@
 
 #include <dlfcn.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <thread>
 
 #include "replay/player/CindralLibrary.h"
@@ -68,11 +68,9 @@ struct Use {
                (mappings <= then.mappings + kSlackMappings || sim::isUnderThreadSanitizer());
     }
 
-    void print(const char* when) const {
-        std::printf("%-16s %lld blocks of the library, %lld threads, %lld handles, %lld mappings\n",
-                    when, static_cast<long long>(blocks), static_cast<long long>(threads),
-                    static_cast<long long>(handles), static_cast<long long>(mappings));
-        std::fflush(stdout);
+    void print(const std::string& when) const {
+        std::cout << when << ": " << blocks << " blocks of the library, " << threads << " threads, "
+                  << handles << " handles, " << mappings << " mappings" << std::endl;
     }
 };
 
@@ -107,9 +105,8 @@ class Month {
         const standin::ServiceLibraries services;
         const sim::Outcome outcome = sim::run(options(), [this] { live(); });
         if (!outcome.ok()) std::fputs(outcome.report.c_str(), stderr);
-        std::printf("%lld days, %lld frames, %lld service calls, %s\n",
-                    static_cast<long long>(mDays), static_cast<long long>(mFrames),
-                    static_cast<long long>(mCalls), mFlat ? "nothing grew" : "something grew");
+        std::cout << mDays << " days, " << mFrames << " frames, " << mCalls << " service calls, "
+                  << (mFlat ? "nothing grew\n" : "something grew\n");
         return mFlat && outcome.ok();
     }
 
@@ -140,8 +137,7 @@ class Month {
         const Use use = Use::now();
         if (day <= kWarmDays) mWarm = use;
         mFlat = mFlat && use.isFlatSince(mWarm);
-        if (day <= kWarmDays || day == mDays || !mFlat)
-            use.print(("day " + std::to_string(day)).c_str());
+        if (day <= kWarmDays || day == mDays || !mFlat) use.print("day " + std::to_string(day));
     }
 
     // A new layer for every game. Sometimes the display's rate changes in its course.
@@ -189,19 +185,6 @@ class Month {
 
 constexpr int kLoadThreads = 2;
 
-// A program without what takes seconds.
-Program quickProgram(uint64_t seed) {
-    Program program = generate(choicesFrom(seed));
-    for (auto& ops : program.threads) {
-        ops.erase(std::remove_if(ops.begin(), ops.end(),
-                                 [](const Op& op) { return op.act == Act::kDelay; }),
-                  ops.end());
-    }
-    program.features.erase(std::remove(program.features.begin(), program.features.end(), 's'),
-                           program.features.end());
-    return program;
-}
-
 // Programs with real threads, beside others that take the processors away.
 bool useInRealTime(int64_t seconds) {
     int64_t hints = 0;
@@ -220,7 +203,7 @@ bool useInRealTime(int64_t seconds) {
     bool flat = true;
     uint64_t round = 0;
     for (; round < 2 || std::chrono::steady_clock::now() < end; ++round) {
-        playInRealTime(quickProgram(round), "libcindral.so");
+        playInRealTime(generate(choicesFrom(round)), "libcindral.so");
         if (round == 0) first = Use::now();
         flat = flat && Use::now().isFlatSince(first);
     }
@@ -229,8 +212,8 @@ bool useInRealTime(int64_t seconds) {
     stop = true;
     for (std::thread& thread : load) thread.join();
     Device::instance().setEventSink({});
-    std::printf("%llu loads and unloads, %lld hints, %s\n", static_cast<unsigned long long>(round),
-                static_cast<long long>(hints), flat ? "nothing grew" : "something grew");
+    std::cout << round << " loads and unloads, " << hints << " hints, "
+              << (flat ? "nothing grew\n" : "something grew\n");
     return flat;
 }
 

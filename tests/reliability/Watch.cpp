@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 
 #include "sim/Simulation.h"
 #include "tests/reliability/Violation.h"
@@ -166,12 +167,11 @@ void Watch::seeLog(const Event& event) {
     if (event.text == "~BufferLayerTracker" && mUnloadNs == 0) mReached.retirement = true;
     if (event.text == "enable FrameRegulator") {
         mRegulatorOn = true;
+        ++mRegulators;
     } else if (event.text == "disable FrameRegulator") {
         mRegulatorOn = mReleaseDue = false;
-    } else if (!startsWith(event.text, "enable") && !startsWith(event.text, "disable")) {
-        return;
+        --mRegulators;
     }
-    ++mLogs[event.text];
 }
 
 void Watch::seeSection(const Event& event) {
@@ -253,18 +253,11 @@ void Watch::gamesAreTracked(int games) const {
     violate("games-tracked", std::to_string(mEnvironments) + " of " + std::to_string(games));
 }
 
-int Watch::logs(const std::string& text) const {
-    const auto found = mLogs.find(text);
-    return found == mLogs.end() ? 0 : found->second;
-}
-
 void Watch::settled() {
     checkTrackerThreads();
     if (mReleaseDue) violate("long-boost-released", "no release after the buffer");
-    const int on = logs("enable FrameRegulator") - logs("disable FrameRegulator");
-    if (on > 0 && !mReached.retirement && !mUnexpecting) {
-        violate("regulator-off-in-silence", std::to_string(on) + " regulators are still on");
-    }
+    if (mRegulators > 0 && !mReached.retirement && !mUnexpecting)
+        violate("regulator-off-in-silence", std::to_string(mRegulators) + " are still on");
 }
 
 void Watch::unloadBegins() {

@@ -21,7 +21,6 @@
 // Bounds on time are looked at only in runs whose clock overtakes no thread that can run.
 
 #include <array>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -74,8 +73,6 @@ class Watch {
     void unloadBegins();
     void unloadEnded();
 
-    // How often a regulator was said to go on or off.
-    int logs(const std::string& text) const;
     int longBoosts() const { return mLongBoosts; }
     int releases() const { return mReleases; }
     const Reached& reached() const { return mReached; }
@@ -110,7 +107,7 @@ class Watch {
     int64_t mEndedIncrements = 0;
     std::vector<int> mOpenSections;
     std::vector<Served> mServed;
-    std::map<std::string, int> mLogs;
+    int mRegulators = 0;  // that were said to go on and not to go off
     Reached mReached;
     int mEnvironments = 0;
     int mMissedCheckpoints = 0;
