@@ -54,6 +54,15 @@ if(CINDRAL_SANITIZE STREQUAL "thread")
         -fsanitize=thread -Wno-tsan "SHELL:-include ${PROJECT_SOURCE_DIR}/sim/VisibleCounts.h")
 elseif(CINDRAL_SANITIZE)
     target_compile_options(cindral_flags_common INTERFACE -fsanitize=${CINDRAL_SANITIZE} -fno-sanitize-recover=all)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        # One copy of the sanitizer, found behind the program's own definitions of the calls it intercepts. The
+        # service's libraries have types of their own, so a call into them is never of the function's type.
+        execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-${CMAKE_SYSTEM_PROCESSOR}.so
+            OUTPUT_VARIABLE sanitizer OUTPUT_STRIP_TRAILING_WHITESPACE)
+        get_filename_component(sanitizer_folder ${sanitizer} DIRECTORY)
+        target_compile_options(cindral_flags_common INTERFACE -shared-libsan -fno-sanitize=function)
+        target_link_options(cindral_flags_common INTERFACE -shared-libsan -Wl,-rpath,${sanitizer_folder})
+    endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         # Instrumented, gcc 12 takes members of the standard library's regular expressions for uninitialised.
         target_compile_options(cindral_flags_common INTERFACE -Wno-maybe-uninitialized)
