@@ -8,7 +8,6 @@
 #include <memory>
 #include <stdexcept>
 
-#include "sim/Digest.h"
 #include "tests/reliability/Arguments.h"
 #include "tests/reliability/Player.h"
 #include "tests/reliability/Shrink.h"
@@ -34,12 +33,6 @@ struct Campaign {
     bool shrinks = true;
 };
 
-int64_t secondsNow() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec;
-}
-
 uint64_t seedOf(const Campaign& campaign, uint64_t run) {
     return campaign.seed * 1'000'003 + run / kSchedulesPerProgram;
 }
@@ -49,28 +42,20 @@ uint64_t scheduleOf(const Campaign& campaign, uint64_t run) {
     return campaign.seed * 1'000'000'007 + run;
 }
 
-// To be summed up, so that it does not matter which job is the first.
-uint64_t mixed(uint64_t run, uint64_t record) {
-    sim::Digest digest;
-    digest.add(run);
-    digest.add(record);
-    return digest.value();
-}
-
 // Every `jobs`th program, from the `job`th on.
 void exploreShare(const Campaign& campaign, uint64_t job, Report& report) {
-    const int64_t start = secondsNow();
+    const time_t start = time(nullptr);
     Program program;
     for (uint64_t run = 0; run < campaign.schedules; ++run) {
         if (run / kSchedulesPerProgram % campaign.jobs != job) continue;
         if (run % kSchedulesPerProgram == 0) {
-            if (campaign.seconds != 0 && secondsNow() - start >= campaign.seconds) return;
+            if (campaign.seconds != 0 && time(nullptr) - start >= campaign.seconds) return;
             program = generate(choicesFrom(seedOf(campaign, run)));
         }
         Worker::begins(report, run);
         const Reached reached = play(program, scheduleOf(campaign, run), campaign.library);
         ++report.done;
-        report.record += mixed(run, reached.record);
+        report.record += reached.record;  // a sum, for which it does not matter who was first
         for (int i = 0; i < Reached::kCount; ++i) report.counts[i] += reached.all()[i] ? 1 : 0;
     }
 }
@@ -124,7 +109,7 @@ int explore(const Campaign& campaign) {
 
 int playOne(const Case& one, const std::string& library) {
     Finding finding;
-    if (!fails(one, library, finding)) {
+    if (!fails(one, 1, library, finding)) {
         std::cout << "all invariants held\n";
         return EXIT_SUCCESS;
     }

@@ -59,10 +59,6 @@ struct Scenario {
     std::set<std::string> properties;
 };
 
-std::string boolText(bool value) {
-    return value ? "active" : "inactive";
-}
-
 class Injector {
   public:
     Injector(std::string library, int64_t every) : mLibrary(std::move(library)), mEvery(every) {}
@@ -183,7 +179,7 @@ class Injector {
         fault.complaint = [index, sound](const Reached& reached) -> std::string {
             if ((reached.calledEntryPoints >> index) != 0) return "one behind it was called";
             const bool active = index >= kFirstNeededForActivity;
-            if (reached.active != active) return "the module is " + boolText(reached.active);
+            if (reached.active != active) return active ? "not active" : "active without it";
             const bool same = reached.threads == sound.threads;
             if (index >= kFirstNeededForEnvironment && !same) return "threads are missing";
             return "";

@@ -363,6 +363,7 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
     openServices(wrong.without);
     if (wrong.device) wrong.device(Device::instance());
     sim::Digest record;
+    record.add(schedule);
     Device::instance().setEventSink([&](const standin::Event& event) {
         add(record, event);
         watch.see(event);

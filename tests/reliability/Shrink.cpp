@@ -1,9 +1,18 @@
 #include "tests/reliability/Shrink.h"
 
-#include "device/StandInDevice.h"
 #include "tests/reliability/Player.h"
 
 namespace reliability {
+
+bool fails(const Case& first, uint64_t schedules, const std::string& library, Finding& finding) {
+    Worker worker([&](Report& report) {
+        for (uint64_t i = 0; i < schedules; ++i) {
+            Worker::begins(report, first.schedule + i);
+            play(first.program, first.schedule + i, library);
+        }
+    });
+    return !worker.wait(finding);
+}
 
 namespace {
 
@@ -23,15 +32,9 @@ class Shrinker {
 
   private:
     bool accepts(const Program& program) {
-        Worker worker([&](Report& report) {
-            const standin::ServiceLibraries services;
-            for (uint64_t i = 0; i < kSchedulesPerTry; ++i) {
-                Worker::begins(report, mBest.schedule + i);
-                play(program, mBest.schedule + i, mLibrary);
-            }
-        });
         Finding finding;
-        if (worker.wait(finding) || finding.invariant != mInvariant) return false;
+        if (!fails({program, mBest.schedule}, kSchedulesPerTry, mLibrary, finding)) return false;
+        if (finding.invariant != mInvariant) return false;
         mBest = {program, finding.at};
         return true;
     }
@@ -90,15 +93,6 @@ class Shrinker {
 };
 
 }  // namespace
-
-bool fails(const Case& one, const std::string& library, Finding& finding) {
-    Worker worker([&](Report& report) {
-        const standin::ServiceLibraries services;
-        Worker::begins(report, one.schedule);
-        play(one.program, one.schedule, library);
-    });
-    return !worker.wait(finding);
-}
 
 Case shrink(const Case& first, const std::string& invariant, const std::string& library) {
     return Shrinker(first, invariant, library).run();
