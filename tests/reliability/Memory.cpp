@@ -12,6 +12,8 @@
 #include "sim/Unseen.h"
 #include "tests/reliability/Violation.h"
 
+extern "C" void __asan_init() __attribute__((weak));  // null without the address sanitizer
+
 namespace reliability {
 
 namespace {
@@ -24,11 +26,7 @@ constexpr size_t kSmallestKept = 64;
 constexpr size_t kLargestKept = 4096;
 // The sanitizers know freed memory by themselves, once they have it.
 bool keepsFreed() {
-#ifdef __SANITIZE_ADDRESS__
-    return false;
-#else
-    return !sim::isUnderThreadSanitizer();
-#endif
+    return __asan_init == nullptr && !sim::isUnderThreadSanitizer();
 }
 
 // Stands before every block.
