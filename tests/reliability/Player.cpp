@@ -1,8 +1,6 @@
 #include "tests/reliability/Player.h"
 
 #include <dlfcn.h>
-#include <pthread.h>
-#include <sched.h>
 
 #include <algorithm>
 #include <atomic>
@@ -14,6 +12,7 @@
 #include "sim/Digest.h"
 #include "sim/Unseen.h"
 #include "tests/reliability/Memory.h"
+#include "tests/reliability/Surroundings.h"
 #include "tests/reliability/Violation.h"
 
 using standin::Device;
@@ -23,7 +22,6 @@ namespace reliability {
 
 namespace {
 
-constexpr uint64_t kTraceTags = 3;  // always, and graphics
 constexpr uint64_t kMostSteps = 1'000'000;
 constexpr int64_t kMostTimeNs = 24 * 3600 * kSecond;
 constexpr uint64_t kTypicalSteps = 600;
@@ -34,31 +32,6 @@ constexpr int64_t kRestNs = 3 * kSecond;
 constexpr int64_t kLongRestNs = 900 * kSecond;
 
 const Trouble kNoTrouble;
-
-void setMood(int mood) {
-    Device& device = Device::instance();
-    for (const char* package : {"com.example.game", "com.example.other", "com.example.third",
-                                "com.example.fresh", "com.example.fresher"}) {
-        device.setVerdict(package, (mood & 4) == 0 ? 2 : 1);
-        device.setGameWeight(package, (mood & 1) == 0 ? 1 : 0);
-    }
-    device.setHalVersion((mood & 2) == 0 ? 2.3 : 2.2);
-}
-
-void configure(const Program& program) {
-    Device& device = Device::instance();
-    device.reset();
-    device.setThreadLabeller(sim::currentThread);
-    if (program.has('t')) device.setTraceTags(kTraceTags);
-    for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
-    if (program.has('g')) device.setProperty("vendor.perf.pfar2.enable", "1");
-    if (program.has('p')) device.setProperty("vendor.perf.phr.enable", "1");
-    if (program.has('d')) device.setProperty("vendor.perf.cindral.debug", "1");
-    if (program.has('n')) device.setProperty("vendor.perf.pfar2.hgpe.enable", "1");
-    device.setVerdict("com.example.light", 2);
-    device.setGameWeight("com.example.light", 0);
-    setMood(0);
-}
 
 class Session {
   public:
@@ -320,28 +293,6 @@ sim::Options optionsOf(const Program& program, uint64_t schedule, const Trouble&
     return options;
 }
 
-// As on a phone; and the C library keeps enough of these for the next run, where larger ones would be
-// mapped anew.
-constexpr size_t kStackBytes = 1 << 20;
-
-void useSmallStacks() {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, kStackBytes);
-    pthread_setattr_default_np(&attributes);
-    pthread_attr_destroy(&attributes);
-}
-
-// Complete ones stay open, as opening them takes its time.
-void openServices(const std::vector<std::string>& without) {
-    static std::optional<standin::ServiceLibraries> sOpen;
-    static bool sComplete = false;
-    if (sOpen && sComplete && without.empty()) return;
-    sOpen.reset();
-    sOpen.emplace(without);
-    sComplete = without.empty();
-}
-
 void add(sim::Digest& record, const standin::Event& event) {
     for (const int64_t number :
          {static_cast<int64_t>(event.kind), event.timeNs, static_cast<int64_t>(event.thread),
@@ -405,21 +356,6 @@ auto withoutLeak(bool countsLibrarys, Run run) {
 
 }  // namespace
 
-const char* invariantOf(sim::Failure failure) {
-    switch (failure) {
-        case sim::Failure::kDeadlock:
-            return "no-deadlock";
-        case sim::Failure::kThreadNotJoined:
-            return "threads-joined";
-        case sim::Failure::kMisuse:
-            return "locks-well-used";
-        case sim::Failure::kLockOrder:
-            return "lock-order";
-        default:
-            return "no-livelock";
-    }
-}
-
 sim::Options scheduleOf(uint64_t number) {
     constexpr sim::Schedule kKinds[] = {sim::Schedule::kRandom, sim::Schedule::kPriorityChanges,
                                         sim::Schedule::kFewPreemptions};
@@ -460,16 +396,3 @@ void playInRealTime(const Program& program, const std::string& library) {
 }
 
 }  // namespace reliability
-
-// Closing a library takes the loader's lock, which the simulation does not see: a thread that waits
-// for it would stand outside the model. So it is taken inside first. It nests with everything, so
-// it is tried, which the check of the lock order leaves out.
-extern "C" int dlclose(void* library) noexcept {
-    static auto* const sReal = reinterpret_cast<int (*)(void*)>(dlsym(RTLD_NEXT, "dlclose"));
-    static pthread_mutex_t sLoader = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-    if (!sim::inSimulation()) return sReal(library);
-    while (pthread_mutex_trylock(&sLoader) != 0) sched_yield();
-    const int result = sReal(library);
-    pthread_mutex_unlock(&sLoader);
-    return result;
-}

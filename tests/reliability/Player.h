@@ -43,7 +43,4 @@ Reached play(const Program& program, uint64_t schedule, const std::string& libra
 // The same with real threads in real time, which only has to end, and to leave no memory behind.
 void playInRealTime(const Program& program, const std::string& library);
 
-// The name of the invariant that a failure of the simulation violates.
-const char* invariantOf(sim::Failure failure);
-
 }  // namespace reliability

@@ -5,8 +5,6 @@
 // and the library's own threads compete with others for the processors, and the library is loaded and
 // unloaded again and again.
 
-#include <dlfcn.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdio>

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <map>
 
-#include "sim/Simulation.h"
 #include "tests/reliability/Violation.h"
 
 using standin::EntryPoint;
@@ -59,6 +58,21 @@ T& at(std::vector<T>& values, int index) {
 }
 
 }  // namespace
+
+const char* invariantOf(sim::Failure failure) {
+    switch (failure) {
+        case sim::Failure::kDeadlock:
+            return "no-deadlock";
+        case sim::Failure::kThreadNotJoined:
+            return "threads-joined";
+        case sim::Failure::kMisuse:
+            return "locks-well-used";
+        case sim::Failure::kLockOrder:
+            return "lock-order";
+        default:
+            return "no-livelock";
+    }
+}
 
 const std::array<const char*, Reached::kCount>& Reached::names() {
     static const std::array<const char*, kCount> kNames{

@@ -25,9 +25,13 @@
 #include <vector>
 
 #include "device/StandInDevice.h"
+#include "sim/Simulation.h"
 #include "tests/reliability/Program.h"
 
 namespace reliability {
+
+// The name of the invariant that a failure of the simulation violates.
+const char* invariantOf(sim::Failure failure);
 
 // How far a run came: a search that never reaches what it looks for finds nothing.
 struct Reached {

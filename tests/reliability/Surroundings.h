@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tests/reliability/Program.h"
+
+namespace reliability {
+
+// The device as a program wants it.
+void configure(const Program& program);
+// What it answers from now on.
+void setMood(int mood);
+// Opens the services without these libraries and entry points.
+void openServices(const std::vector<std::string>& without);
+void useSmallStacks();
+
+}  // namespace reliability
