@@ -119,6 +119,26 @@ TEST_F(Program, EveryJsonField_IsDocumentedAndEveryDocumentedOneExists) {
     EXPECT_EQ(documented, keys);
 }
 
+TEST(Figures, EachPercentile_IsTheOneInItsName) {
+    replay::Findings findings;
+    for (auto* times :
+         {&findings.frameTimeNs, &findings.renderTimeNs, &findings.latencyNs, &findings.heldNs}) {
+        times->p50 = 50'000'000;
+        times->p90 = 90'000'000;
+        times->p95 = 95'000'000;
+        times->p99 = 99'000'000;
+    }
+    int percentiles = 0;
+    for (const replay::Figure& figure : replay::figures()) {
+        const std::string name = figure.name;
+        const size_t p = name.find("_p");
+        if (p == std::string::npos || !isdigit(name[p + 2])) continue;
+        ++percentiles;
+        EXPECT_EQ(figure.of(findings), std::stoi(name.substr(p + 2))) << name;
+    }
+    EXPECT_GE(percentiles, 12);
+}
+
 replay::ComparedRun compared(const std::string& setting, double late, double latency, double fps) {
     replay::ComparedRun run;
     run.setting = setting;
