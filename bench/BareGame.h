@@ -29,6 +29,7 @@ class BareGame {
     void vsync();
     // Held until the release after the latest vsync.
     void queue();
+    void consume() {}  // wakes nobody
 
   private:
     void monitor();

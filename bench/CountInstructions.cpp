@@ -54,7 +54,7 @@ void countPath(const Path& path, Scene& scene) {
 
 int main() {
     try {
-        for (const bench::Stage& stage : bench::quietStages()) {
+        for (const bench::Stage& stage : bench::countedStages()) {
             Scene scene(stage.options);
             for (const Path& path : stage.paths) countPath(path, scene);
         }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The floor below each entry point: the locks, clock reads and signals that its specified sequence
+// The floor below each entry point: the locks, clock reads and signals that its sequence
 // consists of, and nothing else. Same calls, same order, same number, through the procedure linkage
 // table of a shared library that is compiled like the one under measurement.
 //

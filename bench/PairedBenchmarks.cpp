@@ -9,6 +9,7 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <stdexcept>
 #include <thread>
 
@@ -92,6 +93,18 @@ void runWhileOneIsHeld(benchmark::State& state, const Stage& stage, const Path& 
     });
 }
 
+// A round of the library and one floor.
+template <typename Library, typename Floor>
+Round inRandomOrder(double Round::*side, Library library, Floor floor) {
+    static std::mt19937 random;
+    Round round;
+    const bool first = random() % 2 == 0;
+    if (first) round.library = library();
+    round.*side = floor();
+    if (!first) round.library = library();
+    return round;
+}
+
 // The rival calls the same side as the thread that is timed.
 void runBesideRival(benchmark::State& state, const Stage& stage, const Path& path) {
     using Side = bench::Rival::Side;
@@ -100,13 +113,18 @@ void runBesideRival(benchmark::State& state, const Stage& stage, const Path& pat
     const bench::EveryProcessor unpinned;
     bench::Rival rival(scene);
     run(state, [&] {
-        Round round;
-        rival.call(Side::kLibrary);
-        round.library =
-                bench::timeBlock(kCallsInBlock, [&](int n) { callLibrary(scene, path, n); });
-        rival.call(Side::kFloor);
-        round.named = bench::timeBlock(kCallsInBlock,
-                                       [&](int n) { callFloor(path.namedFloor, path, n); });
+        const Round round = inRandomOrder(
+                &Round::named,
+                [&] {
+                    rival.call(Side::kLibrary);
+                    return bench::timeBlock(kCallsInBlock,
+                                            [&](int n) { callLibrary(scene, path, n); });
+                },
+                [&] {
+                    rival.call(Side::kFloor);
+                    return bench::timeBlock(kCallsInBlock,
+                                            [&](int n) { callFloor(path.namedFloor, path, n); });
+                });
         rival.call(Side::kNothing);
         return round;
     });
@@ -135,11 +153,13 @@ void layersInTurn(benchmark::State& state, const Stage& stage) {
     const std::vector<std::string> found(names.size(), names.front());
     const bool classified = names.size() > Scene::kIgnoredLayers;
     run(state, [&] {
-        Round round;
-        round.library = timeInTurn(names, scene.library().trackBufferIncrement);
-        round.named = classified ? timeInTurn(names, bench::floor::classify)
-                                 : timeInTurn(found, bench::floor::layerLockNamed);
-        return round;
+        return inRandomOrder(
+                &Round::named,
+                [&] { return timeInTurn(names, scene.library().trackBufferIncrement); },
+                [&] {
+                    return classified ? timeInTurn(names, bench::floor::classify)
+                                      : timeInTurn(found, bench::floor::layerLockNamed);
+                });
     });
 }
 
@@ -179,10 +199,9 @@ void loadInitUnload(benchmark::State& state, Part part) {
     bench::configureDevice({});
     const standin::ServiceLibraries services;
     run(state, [&] {
-        Round round;
-        round.library = timePart(part, "libcindral.so");
-        round.floor = timePart(part, "libbench_module.so");
-        return round;
+        return inRandomOrder(
+                &Round::floor, [&] { return timePart(part, "libcindral.so"); },
+                [&] { return timePart(part, "libbench_module.so"); });
     });
 }
 

@@ -48,9 +48,6 @@ void report(benchmark::State& state, const std::vector<Round>& rounds);
 
 // Mean time of a call (ns), over a block.
 template <typename Block>
-double timeBlock(int calls, Block block);
-
-template <typename Block>
 double timeBlock(int calls, Block block) {
     const int64_t before = nowNs();
     block(calls);

@@ -1,9 +1,22 @@
 #include "bench/Paths.h"
 
+#include <chrono>
+#include <thread>
+
 namespace bench {
 namespace {
 
 void release(Scene& scene) {
+    scene.release();
+}
+
+// A late frame lowers the threshold and raises the headroom, so that the next one, which is early,
+// moves both back.
+void releaseAfterLateFrame(Scene& scene) {
+    scene.keepMeasuring();
+    scene.release();
+    std::this_thread::sleep_for(std::chrono::nanoseconds(kPeriodNs) + std::chrono::milliseconds(3));
+    scene.library().trackBufferIncrement(Scene::layer(0));
     scene.release();
 }
 
@@ -103,6 +116,15 @@ std::vector<Stage> quietStages() {
             {regulated(true, true, false, Threads::kNone),
              {{"vsync_active", Entry::kVsync, nullptr, vsyncActive}}},
     };
+}
+
+std::vector<Stage> countedStages() {
+    std::vector<Stage> stages = quietStages();
+    stages.push_back(
+            {regulated(true, true, true, LibraryThreads::kHeadroom),
+             {{"increment_that_adjusts", EntryPoint::kIncrement, kGame, floor::incrementPowered,
+               floor::incrementPoweredNamed, releaseAfterLateFrame}}});
+    return stages;
 }
 
 std::vector<Stage> wakingStages() {

@@ -29,8 +29,11 @@ struct Stage {
     std::vector<Path> paths;
 };
 
-// Paths on which no thread is woken; instructions are counted on these.
+// Paths on which no thread is woken.
 std::vector<Stage> quietStages();
+// The same, and one that takes a late frame to prepare, too long for timing: what instructions are
+// counted on.
+std::vector<Stage> countedStages();
 // The ones that wake a thread.
 std::vector<Stage> wakingStages();
 // A path of the second layer while the first one's producer is held; and one of the first layer,

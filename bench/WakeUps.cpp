@@ -30,8 +30,7 @@ using bench::Scene;
 enum WatchedThread { kMonitor, kBoost, kHeadroom, kWatchedThreads };
 
 constexpr int64_t kMs = 1'000'000;
-constexpr int64_t kTimerNs =
-        8'333'334;  // the headroom timer: the period without the least headroom
+constexpr int64_t kTimerNs = kPeriodNs - kPeriodNs / 2;  // to the release, with the least headroom
 
 // What is measured of one of the two games.
 struct Lateness {
@@ -69,7 +68,7 @@ void onEvent(const standin::Event& event) {
     if (event.entryPoint != standin::EntryPoint::kPerfHint) return;
     const bool release = event.arguments.at(1) == 0;
     const int thread = bench::threads::current();
-    if (release || thread >= kSides * kWatchedThreads) return;
+    if (release || thread < 0 || thread >= kSides * kWatchedThreads) return;
     Lateness& lateness = gLateness.at(static_cast<size_t>(thread / kWatchedThreads));
     lateness.add(lateness.boosts, lateness.checkpointDeadline, event.timeNs);
 }
@@ -91,13 +90,6 @@ class LibraryGame {
 
   private:
     replay::CindralLibrary& mLibrary;
-};
-
-// Consumption wakes nobody.
-class ConsumedBareGame : public bench::BareGame {
-  public:
-    using BareGame::BareGame;
-    void consume() {}
 };
 
 template <typename Game>
@@ -142,7 +134,7 @@ class Player {
         mNext += kPeriodNs;
     }
 
-    // The next buffer comes 1 to 4 ms after the first checkpoint. Consumption goes on, as a stutter
+    // The next buffer comes 2 to 5 ms after the first checkpoint. Consumption goes on, as a stutter
     // would count against the headroom regulator.
     void beLate() {
         sleepUntil(mNext + kTimerNs / 2);
@@ -190,7 +182,7 @@ int measure(int64_t seconds, bool realtime) {
     bench::threads::denyRealtime(!realtime);
     Scene scene(gameOptions());
     LibraryGame library(scene);
-    ConsumedBareGame bare(kTimerNs, kPeriodNs);
+    bench::BareGame bare(kTimerNs, kPeriodNs);
     standin::Device::instance().setEventSink(onEvent);
     bench::threads::observeWaits(onWait);
     const int64_t end = nowNs() + seconds * 1'000 * kMs;

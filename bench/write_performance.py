@@ -112,7 +112,7 @@ def month_summary(days):
 
 
 def quick_paths(benchmarks):
-    return [b for b in benchmarks if b["name"] not in WAKING and "floor_ns" in b and not b["name"].startswith("inactive")]
+    return [b for b in benchmarks if b["name"] not in WAKING + ONCE and "floor_ns" in b and not b["name"].startswith("inactive")]
 
 
 def draw(results, folder, measured):

@@ -13,9 +13,9 @@ endif()
 set(CINDRAL_LIBRARY_FLAGS "" CACHE STRING "More compiler flags for the library alone, for instance --coverage")
 set(CINDRAL_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, for instance address,undefined")
 
-# For builds that compile cindral-replay only to have it tested: -O0 and a few large pieces take a
-# quarter of the time.
-set(CINDRAL_TOOL_FLAGS "" CACHE STRING "Further compiler flags for cindral-replay")
+# For builds that compile cindral-replay and the harness of the campaigns only to have them tested: -O0 and a few
+# large pieces take a quarter of the time.
+set(CINDRAL_TOOL_FLAGS "" CACHE STRING "Further compiler flags for cindral-replay and the campaigns' harness")
 option(CINDRAL_UNITY_TOOLS "Compile cindral-replay in a few large pieces")
 
 find_package(Threads REQUIRED)
@@ -51,7 +51,7 @@ if(CINDRAL_SANITIZE STREQUAL "thread")
     # It looks at the library alone; sim/Unseen.h says why. The platform's reference counts have a fence, of
     # which gcc warns that its thread sanitizer does not see it, even where the fence is not needed any more.
     target_compile_options(cindral_flags_shipping INTERFACE
-        -fsanitize=thread -Wno-tsan "SHELL:-include ${PROJECT_SOURCE_DIR}/sim/VisibleCounts.h")
+        -fsanitize=thread $<$<CXX_COMPILER_ID:GNU>:-Wno-tsan> "SHELL:-include ${PROJECT_SOURCE_DIR}/sim/VisibleCounts.h")
 elseif(CINDRAL_SANITIZE)
     target_compile_options(cindral_flags_common INTERFACE -fsanitize=${CINDRAL_SANITIZE} -fno-sanitize-recover=all)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
@@ -59,7 +59,10 @@ elseif(CINDRAL_SANITIZE)
         # service's libraries have types of their own, so a call into them is never of the function's type.
         execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-${CMAKE_SYSTEM_PROCESSOR}.so
             OUTPUT_VARIABLE sanitizer OUTPUT_STRIP_TRAILING_WHITESPACE)
-        get_filename_component(sanitizer_folder ${sanitizer} DIRECTORY)
+        get_filename_component(sanitizer_folder "${sanitizer}" DIRECTORY)
+        if(NOT sanitizer_folder)
+            message(FATAL_ERROR "clang lacks its sanitizers' runtime: install libclang-rt-dev")
+        endif()
         target_compile_options(cindral_flags_common INTERFACE -shared-libsan -fno-sanitize=function)
         target_link_options(cindral_flags_common INTERFACE -shared-libsan -Wl,-rpath,${sanitizer_folder})
     endif()
