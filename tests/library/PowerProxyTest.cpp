@@ -32,6 +32,7 @@ TEST(PowerProxy, LinesMarkersAndCalls_ComeInTheirOrder) {
         power.updateStatusAndRel(true);
         power.updateStatusAndRel(false);
         power.reduceThreshold();
+        power.reduceThreshold();
         power.increaseThreshold();
     });
     const std::vector<std::string> expected = {
@@ -67,6 +68,9 @@ TEST(PowerProxy, LinesMarkersAndCalls_ComeInTheirOrder) {
             "begin reduceThreshold",
             "end",
             "D Cindral.PowerProxy: prev thresh:70, curr thresh:60",
+            "begin reduceThreshold",
+            "end",
+            "D Cindral.PowerProxy: prev thresh:60, curr thresh:60",
             "begin increaseThreshold",
             "end",
             "D Cindral.PowerProxy: prev thresh:60, curr thresh:63"};
@@ -91,6 +95,7 @@ TEST(PowerProxy, MovedThreshold_TakesTheStrengthAlong) {
             power.negativeBoostAcq(0);
             power.negativeBoostAcq(-30);
             power.reduceThreshold();
+            power.reduceThreshold();  // it is at its lowest: nothing moves
             sim::sleepFor(kRefresh + beyond);
             power.negativeBoostAcq(0);
         });

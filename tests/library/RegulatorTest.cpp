@@ -133,6 +133,22 @@ TEST(Regulator, Buffers_AreHeldAsLongAsTheirReleaseTakes) {
     }
 }
 
+TEST(Regulator, SwitchedOnTwice_SaysItOnceAndHasLeftTheVsyncBeforeAlone) {
+    withClient({}, [](PerfProxy& client) {
+        sp<PerfProxy> owner = &client;
+        const sp<PresetHeadroomRegulator> regulator =
+                new PresetHeadroomRegulator(owner, false, true);
+        regulator->setVsyncInfo(kPeriod, 60);
+        sim::sleepFor(kMs);
+        Device::instance().clearEvents();
+        EXPECT_EQ(Script(*regulator).run("Vc++"), std::vector<int64_t>());
+        const std::vector<std::string> expected = {
+                "begin enable PHR", "D Cindral.HeadroomRegulator: enable PHR", "end"};
+        EXPECT_EQ(seen(), expected);
+        regulator->forceStop();
+    });
+}
+
 TEST(Tracker, End_WaitsForTheIncrementUnderWay) {
     const sim::Outcome outcome = sim::run({}, [] {
         sp<BufferLayerTracker> tracker = new BufferLayerTracker("layer", true, true, false);
