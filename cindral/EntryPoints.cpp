@@ -48,8 +48,8 @@ bool isKnownGame(size_t packageHash) REQUIRES(gLayerLock) {
 void enterVerdict(const std::string& layerName, size_t packageHash, bool isGame) {
     Mutex::Autolock lock(gLayerLock);
     if (isGame) gGameHashes.push_back(packageHash);
-    gCheckerClients
-            .emplace_back();  // the place for what a retirement leaves; then nothing may fail
+    // The place for what a retirement leaves; once it is there nothing may fail.
+    gCheckerClients.emplace_back();
     updateLayerListLocked(layerName, isGame);
     if (gCheckerClients.back() == nullptr) gCheckerClients.pop_back();
 }

@@ -76,6 +76,8 @@ extern std::atomic<int> gCheckers;
 // a tracker that its verdict retires. They keep a checker from ever closing the service's libraries:
 // that takes the loader's lock, and whoever unloads this library holds it while waiting for the
 // checker. Dropped when the next checker starts, by whoever starts it, or with the module.
+// A null last element is the place that a verdict under way keeps for the client of a tracker it
+// retires: retireOldestTracker puts that client there, and allocates nothing.
 extern std::vector<sp<PerfProxy>> gCheckerClients GUARDED_BY(gLayerLock);
 
 // A strong reference to the module's client for the time of one use; may be null.

@@ -74,7 +74,7 @@ struct Thread {
     Run* run = nullptr;
     void* (*start)(void*) = nullptr;
     void* argument = nullptr;
-    pthread_t handle{};  // unique among the threads of the run until it is joined for real
+    pthread_t handle{};  // unique among the threads of the run until `joined`
     pid_t tid = 0;       // set at its first turn
     Gate gate;
 
@@ -85,7 +85,7 @@ struct Thread {
     WaitQueue joiners;
     bool detached = false;
     bool ended = false;
-    bool joined = false;  // also for real
+    bool joined = false;  // or detached, for real: its handle may be another's
     int destructorRounds = 0;
 };
 

@@ -13,8 +13,9 @@ namespace sim {
 // Creation, end, joining and attributes of simulated threads. Results are those of the pthread (or
 // system) function of the same purpose. All calls are for the current thread, except createBody.
 //
-// Every simulated thread is joinable for real, whatever the program asked for, and is joined for
-// real when the program joins it or, if detached, when it has ended.
+// Every simulated thread begins joinable for real, whatever the program asked for. It is joined for
+// real when the program joins it, and detached for real, if the program detached it, once it has
+// ended.
 class Threads {
   public:
     Threads(Engine& engine, Run& run) : mEngine(engine), mRun(run) {}
