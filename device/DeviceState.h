@@ -13,8 +13,6 @@
 
 namespace standin {
 
-constexpr size_t kEntryPointCount = 8;
-
 // What the Device holds, shared with the Backend.
 class Device::State {
   public:

@@ -31,6 +31,7 @@ enum class EntryPoint {
     kGetPerfHalVer,
     kPerfGetFeedbackExtn,
 };
+inline constexpr int kEntryPointCount = 8;
 
 const char* toString(EntryPoint entryPoint);  // the exported name, such as "perf_hint"
 

@@ -40,7 +40,6 @@ constexpr const char* kScenarios[] = {
         "gdt 1 400 0 0 1100 0",
 };
 
-constexpr int kEntryPoints = 8;
 constexpr int kFirstNeededForActivity = 2;     // without the knobs or the properties all is off
 constexpr int kFirstNeededForEnvironment = 3;  // and without a verdict nothing is a game
 
@@ -167,7 +166,7 @@ class Injector {
         std::vector<Fault> faults;
         for (const char* library : {"libskewknob_system.so", "libnuv-perfd-client_system.so"})
             faults.push_back(without(library, 0, scenario));
-        for (int i = 0; i < kEntryPoints; ++i)
+        for (int i = 0; i < standin::kEntryPointCount; ++i)
             faults.push_back(without(toString(static_cast<EntryPoint>(i)), i, scenario));
         return faults;
     }
@@ -207,7 +206,7 @@ class Injector {
 
     static std::vector<Fault> slow(const Scenario&) {
         std::vector<Fault> faults;
-        for (int entryPoint = 0; entryPoint < kEntryPoints; ++entryPoint) {
+        for (int entryPoint = 0; entryPoint < standin::kEntryPointCount; ++entryPoint) {
             for (const int64_t seconds : {1, 5}) {
                 Fault fault(toString(static_cast<EntryPoint>(entryPoint)) +
                             (" takes " + std::to_string(seconds)) + " s");

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 
@@ -110,6 +111,7 @@ class Session {
 
     void runThreads() {
         std::vector<std::thread> threads;
+        bool lost = false;
         for (const auto& ops : mProgram.threads) {
             try {
                 threads.emplace_back([&] {
@@ -117,10 +119,13 @@ class Session {
                     perform(ops);
                 });
             } catch (const std::system_error&) {
-                mWatch->lostOwnThread();
+                lost = true;
             }
         }
         for (std::thread& thread : threads) thread.join();
+        if (!lost) return;
+        if (!mWatch) throw std::runtime_error("no thread for the program: let it have more");
+        mWatch->lostOwnThread();
     }
 
     void begin() {
@@ -185,7 +190,7 @@ class Session {
 
     void rest() {
         if (mProgram.uses(Act::kDelay) || mTrouble.slowEntryPoint >= 0) {
-            for (int i = 0; i < 8; ++i) setDelay(i, 0);
+            for (int i = 0; i < standin::kEntryPointCount; ++i) setDelay(i, 0);
             sim::sleepFor(kLongRestNs);
         }
         sim::sleepFor(kRestNs);
