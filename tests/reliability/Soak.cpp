@@ -5,6 +5,8 @@
 // and the library's own threads compete with others for the processors, and the library is loaded and
 // unloaded again and again.
 
+#include <malloc.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -36,7 +38,8 @@ constexpr int64_t kDayNs = 24 * 3600 * kSecond;
 constexpr int64_t kWarmDays = 2;
 // A list that grows by its nature keeps up to so many blocks more or less.
 constexpr int64_t kSlackBlocks = 8;
-// Stacks that the C library keeps for later threads. The thread sanitizer maps more as it needs it.
+// Stacks of two mappings each, which the C library keeps for later threads: a later program may have
+// more of them at once. The thread sanitizer maps more as it needs it.
 constexpr int64_t kSlackMappings = 24;
 
 size_t entriesOf(const char* folder) {
@@ -45,7 +48,6 @@ size_t entriesOf(const char* folder) {
 }
 
 struct Use {
-    int64_t blocks = 0;
     int64_t threads = 0;
     int64_t handles = 0;
     int64_t mappings = 0;
@@ -53,7 +55,6 @@ struct Use {
     static Use now() {
         std::ifstream maps("/proc/self/maps");
         Use use;
-        use.blocks = librarysLiveBlocks();
         use.threads = static_cast<int64_t>(entriesOf("/proc/self/task"));
         use.handles = static_cast<int64_t>(entriesOf("/proc/self/fd"));
         use.mappings = std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
@@ -61,14 +62,13 @@ struct Use {
     }
 
     bool isFlatSince(const Use& then) const {
-        return blocks <= then.blocks + kSlackBlocks && threads <= then.threads &&
-               handles <= then.handles &&
+        return threads <= then.threads && handles <= then.handles &&
                (mappings <= then.mappings + kSlackMappings || sim::isUnderThreadSanitizer());
     }
 
     void print(const std::string& when) const {
-        std::cout << when << ": " << blocks << " blocks of the library, " << threads << " threads, "
-                  << handles << " handles, " << mappings << " mappings" << std::endl;
+        std::cout << when << threads << " threads, " << handles << " handles, " << mappings
+                  << " mappings" << std::endl;
     }
 };
 
@@ -133,9 +133,15 @@ class Month {
 
     void lookBack(int64_t day) {
         const Use use = Use::now();
-        if (day <= kWarmDays) mWarm = use;
-        mFlat = mFlat && use.isFlatSince(mWarm);
-        if (day <= kWarmDays || day == mDays || !mFlat) use.print("day " + std::to_string(day));
+        const int64_t blocks = librarysLiveBlocks();
+        if (day <= kWarmDays) {
+            mWarm = use;
+            mWarmBlocks = blocks;
+        }
+        mFlat = mFlat && use.isFlatSince(mWarm) && blocks <= mWarmBlocks + kSlackBlocks;
+        if (day > kWarmDays && day != mDays && mFlat) return;
+        use.print("day " + std::to_string(day) + ": " + std::to_string(blocks) +
+                  " blocks of the library, ");
     }
 
     // A new layer for every game. Sometimes the display's rate changes in its course.
@@ -176,39 +182,56 @@ class Month {
     int64_t mFrames = 0;
     int64_t mCalls = 0;
     Use mWarm;
+    int64_t mWarmBlocks = 0;
     bool mFlat = true;
 };
 
 // --- real time ---
 
 constexpr int kLoadThreads = 2;
+// By then the C library has the stacks of about as many threads as there ever are at once.
+constexpr uint64_t kWarmRounds = 3;
 
-// Programs with real threads, beside others that take the processors away.
+// Threads that do nothing, for as long as it lives.
+class Load {
+  public:
+    Load() {
+        for (std::thread& thread : mThreads)
+            thread = std::thread([this] {
+                while (!mStop) {
+                }
+            });
+    }
+    ~Load() {
+        mStop = true;
+        for (std::thread& thread : mThreads) thread.join();
+    }
+
+  private:
+    std::atomic<bool> mStop{false};
+    std::thread mThreads[kLoadThreads];
+};
+
+// Programs with real threads, beside others that take the processors away. That memory is left behind
+// is found by each round itself.
 bool useInRealTime(int64_t seconds) {
+    mallopt(M_ARENA_MAX, 1);  // it would map more of them whenever threads happen to compete
     int64_t hints = 0;
     Device::instance().setEventSink([&](const standin::Event& event) {
         hints += event.entryPoint == standin::EntryPoint::kPerfHint ? 1 : 0;
     });
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> load;
-    for (int i = 0; i < kLoadThreads; ++i)
-        load.emplace_back([&stop] {
-            while (!stop) {
-            }
-        });
+    const Load load;
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    Use first;
+    Use warm;
     bool flat = true;
     uint64_t round = 0;
-    for (; round < 2 || std::chrono::steady_clock::now() < end; ++round) {
+    for (; round <= kWarmRounds || std::chrono::steady_clock::now() < end; ++round) {
         playInRealTime(generate(choicesFrom(round)), "libcindral.so");
-        if (round == 0) first = Use::now();
-        flat = flat && Use::now().isFlatSince(first);
+        if (round < kWarmRounds) warm = Use::now();
+        flat = flat && Use::now().isFlatSince(warm);
     }
-    first.print("after one round");
-    Use::now().print("at the end");
-    stop = true;
-    for (std::thread& thread : load) thread.join();
+    warm.print("after " + std::to_string(kWarmRounds) + " rounds: ");
+    Use::now().print("at the end: ");
     Device::instance().setEventSink({});
     std::cout << round << " loads and unloads, " << hints << " hints, "
               << (flat ? "nothing grew\n" : "something grew\n");
