@@ -34,8 +34,8 @@ constexpr int kPackages = 5;
 constexpr int kGamesPerDay = 4;
 constexpr int64_t kGameNs = 1800 * kSecond;
 constexpr int64_t kDayNs = 24 * 3600 * kSecond;
-// By then every package has been seen, and both trackers exist.
-constexpr int64_t kWarmDays = 2;
+// By then both trackers exist.
+constexpr int64_t kWarmGames = 2;
 // A list that grows by its nature keeps up to so many blocks more or less.
 constexpr int64_t kSlackBlocks = 8;
 // Stacks of two mappings each, which the C library keeps for later threads: a later program may have
@@ -123,24 +123,24 @@ class Month {
         memory.library = codeAround(reinterpret_cast<const void*>(library.init));
         setShortage(memory);
         library.init();
-        for (int64_t day = 1; day <= mDays; ++day) {
-            const int64_t morning = sim::now();
-            for (int game = 0; game < kGamesPerDay; ++game) playGame();
-            sim::sleepUntil(morning + kDayNs);
-            lookBack(day);
+        for (int64_t games = 1; games <= mDays * kGamesPerDay; ++games) {
+            const int64_t start = sim::now();
+            playGame();
+            sim::sleepUntil(start + kDayNs / kGamesPerDay);
+            lookBack(games);
         }
     }
 
-    void lookBack(int64_t day) {
+    void lookBack(int64_t games) {
         const Use use = Use::now();
         const int64_t blocks = librarysLiveBlocks();
-        if (day <= kWarmDays) {
+        if (games <= kWarmGames) {
             mWarm = use;
             mWarmBlocks = blocks;
         }
         mFlat = mFlat && use.isFlatSince(mWarm) && blocks <= mWarmBlocks + kSlackBlocks;
-        if (day > kWarmDays && day != mDays && mFlat) return;
-        use.print("day " + std::to_string(day) + ": " + std::to_string(blocks) +
+        if (games != kWarmGames && games != mDays * kGamesPerDay && mFlat) return;
+        use.print("after " + std::to_string(games) + " games: " + std::to_string(blocks) +
                   " blocks of the library, ");
     }
 
