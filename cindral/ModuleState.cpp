@@ -47,6 +47,7 @@ class CheckerDrain {
         }
         // Bounded, as a checker that ended long ago may have left its number to another thread.
         for (int i = 0; i < kMostPolls && isAlive(gCheckerThread); ++i) {
+            // unreachable: at will; only by a checker between its last act and its end
             std::this_thread::sleep_for(kPollInterval);
         }
     }
