@@ -142,7 +142,7 @@ TEST(Init, AfterClearConfigs_LayersAreServedUntilTheNextInitSwitchesEverythingOf
         ASSERT_FALSE(compositor.library.init());
         const size_t seen = device.events().size();
         compositor.library.setVsyncPeriod(123);
-        for (int i = 0; i < standin::kEntryPointCount; ++i) {
+        for (int i = 0; i < 8; ++i) {
             compositor.queue(kGame);
             compositor.queue(kOtherGame);
             compositor.library.trackVsyncSignal();
