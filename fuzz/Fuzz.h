@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 #include "replay/capture/Capture.h"
 #include "replay/capture/Losses.h"
 #include "replay/capture/Marker.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 
 namespace replay {
 

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 
 namespace replay {
 

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 #include "replay/capture/LayerName.h"
 #include "replay/capture/VsyncTrack.h"
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <utility>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 
 namespace replay {
 

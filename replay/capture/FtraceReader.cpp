@@ -3,7 +3,7 @@
 #include <charconv>
 #include <functional>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 #include "replay/capture/Capture.h"
 #include "replay/capture/LineReader.h"
 

@@ -4,7 +4,7 @@
 #include <cctype>
 #include <string>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 
 namespace replay {
 

@@ -1,6 +1,6 @@
 #include "replay/capture/Losses.h"
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 
 namespace replay {
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "PerfettoTrace.pb.h"
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 #include "replay/capture/Capture.h"
 #include "replay/capture/Inflate.h"
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 #include "replay/capture/FileKind.h"
 #include "replay/capture/FileSource.h"
 #include "replay/capture/FtraceReader.h"

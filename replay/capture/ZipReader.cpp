@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 #include "replay/capture/FileKind.h"
 
 namespace replay {

@@ -6,8 +6,8 @@
 #include <cmath>
 #include <limits>
 
+#include "replay/base/Text.h"
 #include "replay/findings/Figures.h"
-#include "replay/findings/Format.h"
 #include "replay/findings/Ranking.h"
 
 namespace replay {

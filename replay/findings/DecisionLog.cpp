@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "replay/findings/Format.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 

@@ -3,9 +3,9 @@
 #include <charconv>
 #include <map>
 
-#include "replay/Error.h"
-#include "replay/findings/Format.h"
-#include "replay/findings/Hints.h"
+#include "replay/base/Error.h"
+#include "replay/base/Text.h"
+#include "replay/play/Hints.h"
 
 namespace replay {
 

@@ -4,7 +4,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "replay/findings/Format.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 

@@ -1,9 +1,9 @@
 #include "replay/findings/Findings.h"
 
+#include "replay/base/Statistics.h"
 #include "replay/findings/FrameFindings.h"
 #include "replay/findings/Narrator.h"
 #include "replay/findings/ServiceFindings.h"
-#include "replay/findings/Statistics.h"
 
 namespace replay {
 

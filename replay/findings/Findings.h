@@ -20,7 +20,7 @@
 #include "replay/capture/Capture.h"
 #include "replay/capture/VsyncTrack.h"
 #include "replay/findings/Records.h"
-#include "replay/player/Player.h"
+#include "replay/play/Run.h"
 
 namespace replay {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "replay/findings/Statistics.h"
+#include "replay/base/Statistics.h"
 
 namespace replay {
 

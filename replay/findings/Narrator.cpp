@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "replay/findings/Format.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 

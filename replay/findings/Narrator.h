@@ -6,10 +6,10 @@
 #include <map>
 #include <string>
 
+#include "replay/base/Statistics.h"
 #include "replay/findings/Findings.h"
 #include "replay/findings/FrameFindings.h"
-#include "replay/findings/Hints.h"
-#include "replay/findings/Statistics.h"
+#include "replay/play/Hints.h"
 
 namespace replay {
 

@@ -4,7 +4,7 @@
 
 #include "replay/findings/Findings.h"
 #include "replay/findings/FrameFindings.h"
-#include "replay/findings/Hints.h"
+#include "replay/play/Hints.h"
 
 namespace replay {
 

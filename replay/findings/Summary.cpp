@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "replay/Error.h"
-#include "replay/findings/Format.h"
+#include "replay/base/Error.h"
+#include "replay/base/Text.h"
 #include "replay/findings/FrameFindings.h"
 
 namespace replay {

@@ -2,7 +2,7 @@
 
 #include <ostream>
 
-#include "replay/player/Player.h"
+#include "replay/play/Run.h"
 
 namespace replay {
 

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <functional>
 
+#include "replay/base/Text.h"
 #include "replay/findings/Figures.h"
-#include "replay/findings/Format.h"
 #include "replay/findings/Ranking.h"
 #include "replay/report/Html.h"
 

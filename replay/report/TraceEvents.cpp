@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "replay/findings/Format.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "replay/findings/Findings.h"
-#include "replay/player/Player.h"
+#include "replay/play/Run.h"
 
 namespace replay {
 

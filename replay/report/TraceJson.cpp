@@ -1,6 +1,6 @@
 #include <nlohmann/json.hpp>
 
-#include "replay/findings/Format.h"
+#include "replay/base/Text.h"
 #include "replay/report/TraceEvents.h"
 
 namespace replay {

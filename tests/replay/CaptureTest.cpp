@@ -3,7 +3,7 @@
 #include <utility>
 #include <vector>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 #include "replay/capture/Capture.h"
 
 namespace replay {

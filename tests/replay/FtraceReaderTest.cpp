@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 #include "replay/capture/FtraceReader.h"
 
 namespace replay {

@@ -1,6 +1,6 @@
 // The modelled loop: rules that hold in every run of it.
 
-#include "replay/player/Work.h"
+#include "replay/play/Work.h"
 #include "tests/replay/Program.h"
 
 namespace {

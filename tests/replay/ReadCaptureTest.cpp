@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "replay/Error.h"
+#include "replay/base/Error.h"
 #include "replay/capture/Progress.h"
 #include "replay/capture/ReadCapture.h"
 #include "tests/replay/CaptureFormats.h"

@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "replay/Error.h"
-#include "replay/findings/Statistics.h"
-#include "replay/player/Settings.h"
+#include "replay/base/Error.h"
+#include "replay/base/Statistics.h"
+#include "replay/play/Settings.h"
 
 namespace replay {
 namespace {

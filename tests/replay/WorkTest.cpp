@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "replay/player/Clocks.h"
-#include "replay/player/Work.h"
+#include "replay/play/Clocks.h"
+#include "replay/play/Work.h"
 
 namespace replay {
 namespace {

@@ -1,0 +1,178 @@
+#include "replay/plan/PlayInput.h"
+
+#include <cmath>
+#include <regex>
+
+#include "replay/base/Error.h"
+#include "replay/base/Statistics.h"
+#include "replay/base/Text.h"
+#include "replay/play/Workloads.h"
+
+namespace replay {
+
+namespace {
+
+constexpr char kWorkloadPackage[] = "com.example.game";
+constexpr double kDefaultRefreshHz = 60;
+constexpr double kMinRefreshHz = 1;
+constexpr double kMaxRefreshHz = 1000;
+constexpr int kDefaultBuffers = 3;
+
+std::regex compile(const std::string& pattern) {
+    try {
+        return std::regex(pattern);
+    } catch (const std::regex_error& error) {
+        throw InputError("--layer " + inQuotes(pattern) + ": not a regular expression: " +
+                         error.what() + "; write \\[ for a bracket");
+    }
+}
+
+std::string layerNames(const Capture& capture, const std::vector<size_t>& indexes) {
+    std::string text;
+    for (const size_t index : indexes) {
+        text += (text.empty() ? "" : ", ") + capture.layers[index].name.layer;
+    }
+    return text;
+}
+
+size_t chooseLayer(const Capture& capture, const std::string& pattern) {
+    std::vector<size_t> all;
+    std::vector<size_t> matching;
+    const std::regex regex = compile(pattern);
+    for (size_t i = 0; i < capture.layers.size(); ++i) {
+        all.push_back(i);
+        if (std::regex_search(capture.layers[i].name.layer, regex)) matching.push_back(i);
+    }
+    if (matching.size() == 1) return matching.front();
+    if (matching.empty()) {
+        throw InputError("--layer " + inQuotes(pattern) +
+                         " matches none of: " + layerNames(capture, all));
+    }
+    throw InputError(capture.source +
+                     ": choose one layer with --layer REGEX: " + layerNames(capture, matching));
+}
+
+// A display of the rate, running since time 0.
+VsyncTrack displayOf(double refreshHz, int64_t durationNs) {
+    if (!(refreshHz >= kMinRefreshHz && refreshHz <= kMaxRefreshHz)) {
+        throw InputError(format("--refresh %g: give a rate from %g to %g Hz", refreshHz,
+                                kMinRefreshHz, kMaxRefreshHz));
+    }
+    VsyncTrack track;
+    track.periodNs = std::llround(1e9 / refreshHz);
+    track.timesNs = continueVsyncs({}, track.periodNs, 0, durationNs);
+    track.source = "--refresh";
+    return track;
+}
+
+// The modelled game can be put on another display than the one it was captured on.
+VsyncTrack vsyncsOf(const Input& input, const Setup& setup) {
+    if (!input.workload.empty()) {
+        VsyncTrack track = displayOf(setup.refreshHz.value_or(kDefaultRefreshHz), 0);
+        if (!setup.refreshHz) track.source = "the usual rate";
+        return track;
+    }
+    if (setup.model && setup.refreshHz) {
+        return displayOf(*setup.refreshHz, input.capture.durationNs);
+    }
+    return vsyncTrack(input.capture, setup.refreshHz);
+}
+
+// The display the capture was made on, if it tells.
+VsyncTrack capturedVsyncs(const Input& input, const VsyncTrack& played) {
+    try {
+        return vsyncTrack(input.capture, std::nullopt);
+    } catch (const InputError&) {
+        return played;
+    }
+}
+
+ModelOptions modelOptions(const Input& input, const ModelChoice& choice, const VsyncTrack& played) {
+    ModelOptions model;
+    model.effects = choice.effects;
+    if (!input.workload.empty()) {
+        model.buffers = choice.buffers.value_or(kDefaultBuffers);
+        model.workNs = workloadNs(input.workload, played.periodNs, input.frames);
+        model.latchDelayNs = usualLatchDelayNs(input.layer(), played);
+        return model;
+    }
+    const VsyncTrack captured = capturedVsyncs(input, played);
+    // What the capture shows is what its game waited for, whatever the model is given.
+    const int seen = buffersSeen(input.layer());
+    model.buffers = choice.buffers.value_or(seen);
+    model.workNs = workTimesNs(input.layer(), captured.periodNs, seen, choice.work);
+    model.latchDelayNs = std::min(usualLatchDelayNs(input.layer(), captured), played.periodNs / 2);
+    return model;
+}
+
+std::string effectText(int percent, const char* what) {
+    return percent == 0 ? "none assumed" : format("%d %% %s", percent, what);
+}
+
+void addModel(Run& run, const Input& input, const ModelChoice& choice, const ModelOptions& model) {
+    const std::string work =
+            input.workload.empty() ? "work " + choice.work.name() : "workload " + input.workload;
+    run.conditions.emplace_back(
+            "game", format("modelled: %s (median %.3f ms), %d buffers, latch %.3f ms after vsync",
+                           work.c_str(), toMs(percentile(model.workNs, 50)), model.buffers,
+                           toMs(model.latchDelayNs)));
+    run.conditions.emplace_back("boost effect",
+                                effectText(choice.effects.boostSpeedupPercent, "faster work"));
+    run.conditions.emplace_back(
+            "negative boost effect",
+            effectText(choice.effects.negativeSlowdownPercent, "of its strength as longer work"));
+}
+
+void addConditions(Run& run, const Setup& setup) {
+    if (!run.modelled)
+        run.conditions.emplace_back("game", "as captured, whatever the library does");
+    if (!setup.withLibrary) {
+        run.conditions.emplace_back("library", "none");
+        return;
+    }
+    for (const auto& [name, value] : setup.settings.properties()) {
+        run.conditions.emplace_back(name, value);
+    }
+    if (setup.cpuCostNs != 0) {
+        run.conditions.emplace_back("cost of a blocking call", msText(setup.cpuCostNs));
+    }
+}
+
+}  // namespace
+
+Input captureInput(Capture capture, const std::string& layerPattern) {
+    Input input;
+    input.layerIndex = chooseLayer(capture, layerPattern);
+    input.capture = std::move(capture);
+    return input;
+}
+
+Input workloadInput(const std::string& name, int frames) {
+    Input input;
+    input.workload = name;
+    input.frames = frames;
+    input.capture.source = "workload " + name;
+    LayerEvents layer;
+    layer.name.package = kWorkloadPackage;
+    layer.name.layer = std::string("SurfaceView[") + kWorkloadPackage + "/.Workload](BLAST)#1";
+    layer.counter = "BufferTX - " + layer.name.layer;
+    input.capture.layers.push_back(layer);
+    workloadNs(name, 1, 0);  // does it exist?
+    return input;
+}
+
+Played playInput(const Input& input, const Setup& setup) {
+    Played played;
+    played.vsyncs = vsyncsOf(input, setup);
+    PlayOptions options;
+    options.library = setup.library;
+    options.withLibrary = setup.withLibrary;
+    options.cpuCostPerCallNs = setup.cpuCostNs;
+    if (setup.model) options.model = modelOptions(input, *setup.model, played.vsyncs);
+    played.run = play(input.layer(), played.vsyncs, setup.settings, options);
+    if (setup.model) addModel(played.run, input, *setup.model, *options.model);
+    addConditions(played.run, setup);
+    return played;
+}
+
+}  // namespace replay

@@ -1,0 +1,90 @@
+#include "replay/play/EventLog.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace replay {
+
+namespace {
+constexpr size_t kBlockBytes = 256 * 1024;
+// The library has some dozens of fixed texts. Those with figures in them hardly ever come twice,
+// and are not worth a place in the table.
+constexpr size_t kMaxShared = 4096;
+}  // namespace
+
+uint32_t TextPool::add(const std::string& text) {
+    const auto known = mNumbers.find(text);
+    if (known != mNumbers.end()) return known->second;
+    const auto number = static_cast<uint32_t>(mTexts.size());
+    mTexts.push_back(store(text));
+    if (mNumbers.size() < kMaxShared) mNumbers.emplace(mTexts.back(), number);
+    return number;
+}
+
+std::string_view TextPool::store(const std::string& text) {
+    if (mUsed + text.size() > mSize) {
+        mSize = std::max(kBlockBytes, text.size());
+        mBlocks.push_back(std::make_unique<char[]>(mSize));
+        mUsed = 0;
+    }
+    if (mBlocks.empty()) return {};
+    char* const place = mBlocks.back().get() + mUsed;
+    std::memcpy(place, text.data(), text.size());
+    mUsed += text.size();
+    return {place, text.size()};
+}
+
+void EventLog::push_back(const standin::Event& event) {
+    Packed packed{};
+    packed.timeNs = event.timeNs - mOriginNs;
+    packed.thread = event.thread;
+    packed.kind = static_cast<uint8_t>(event.kind);
+    packed.priority = static_cast<uint8_t>(event.priority);
+    if (event.kind == standin::EventKind::kServiceCall) {
+        packed.text = packCall(event);
+    } else {
+        packed.text = mTexts.add(event.text);
+        packed.tag = mTexts.add(event.tag);
+    }
+    mEvents.push_back(packed);
+}
+
+uint32_t EventLog::packCall(const standin::Event& event) {
+    Call call{};
+    call.firstArgument = static_cast<uint32_t>(mArguments.size());
+    call.arguments = static_cast<uint16_t>(event.arguments.size());
+    call.entryPoint = static_cast<uint16_t>(event.entryPoint);
+    call.text = mTexts.add(event.text);
+    call.defaultValue = mTexts.add(event.defaultValue);
+    call.result = mTexts.add(event.result);
+    mArguments.insert(mArguments.end(), event.arguments.begin(), event.arguments.end());
+    mCalls.push_back(call);
+    return static_cast<uint32_t>(mCalls.size() - 1);
+}
+
+standin::Event EventLog::operator[](size_t index) const {
+    const Packed& packed = mEvents[index];
+    standin::Event event;
+    event.kind = static_cast<standin::EventKind>(packed.kind);
+    event.timeNs = packed.timeNs;
+    event.thread = packed.thread;
+    event.priority = packed.priority;
+    if (event.kind == standin::EventKind::kServiceCall) {
+        unpackCall(mCalls[packed.text], event);
+    } else {
+        event.text = mTexts[packed.text];
+        event.tag = mTexts[packed.tag];
+    }
+    return event;
+}
+
+void EventLog::unpackCall(const Call& call, standin::Event& event) const {
+    const auto first = mArguments.begin() + call.firstArgument;
+    event.entryPoint = static_cast<standin::EntryPoint>(call.entryPoint);
+    event.arguments.assign(first, first + call.arguments);
+    event.text = mTexts[call.text];
+    event.defaultValue = mTexts[call.defaultValue];
+    event.result = mTexts[call.result];
+}
+
+}  // namespace replay

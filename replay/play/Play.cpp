@@ -1,0 +1,74 @@
+#include "replay/play/Play.h"
+
+#include <memory>
+
+#include "replay/base/Error.h"
+#include "replay/play/Playback.h"
+#include "sim/Simulation.h"
+
+namespace replay {
+
+namespace {
+
+// What the run may take before it counts as hanging: far more than the library needs for one event.
+constexpr uint64_t kStepsPerEvent = 20'000;
+constexpr int64_t kOverrunNs = 60'000'000'000;
+
+// The answers of a device on which the library's features are available to a game.
+constexpr int kFeatureKnobs[] = {5, 6, 7};
+constexpr int kVerdictGame = 2;
+constexpr int kGameWeight = 1;
+constexpr uint64_t kTraceTagAlways = 1;
+constexpr uint64_t kTraceTagGraphics = 2;
+
+void prepareDevice(const Settings& settings, const std::string& package) {
+    standin::Device& device = standin::Device::instance();
+    device.reset();
+    for (const auto& [name, value] : settings.properties()) device.setProperty(name, value);
+    for (const int knob : kFeatureKnobs) device.setKnob(knob, 1);
+    device.setVerdict(package, kVerdictGame);
+    device.setGameWeight(package, kGameWeight);
+    device.setTraceTags(kTraceTagAlways | kTraceTagGraphics);
+    device.setThreadLabeller([] { return sim::currentThread(); });
+}
+
+sim::Options simulationOptions(const Playback& session, int64_t cpuCostNs) {
+    sim::Options options;
+    options.startTimeNs = Playback::kOriginNs - Playback::kLeadNs;
+    options.cpuCostPerCallNs = cpuCostNs;
+    options.stepBudget = (session.eventCount() + 1) * kStepsPerEvent;
+    options.timeBudgetNs = session.lengthNs() + kOverrunNs;
+    options.abortOnFailure = false;
+    return options;
+}
+
+}  // namespace
+
+Run play(const LayerEvents& layer, const VsyncTrack& vsyncs, const Settings& settings,
+         const PlayOptions& options) {
+    Run run;
+    run.withLibrary = options.withLibrary;
+    run.modelled = options.model.has_value();
+    run.seen.setOrigin(Playback::kOriginNs);
+    auto session = run.modelled ? makeModelledPlayback(layer, vsyncs, options)
+                                : makeCapturedPlayback(layer, vsyncs, options);
+    prepareDevice(settings, layer.name.package);
+    standin::Device::instance().setEventSink([&](const standin::Event& event) {
+        session->onSeen(event);
+        run.seen.push_back(event);
+    });
+    const sim::Outcome outcome = sim::run(simulationOptions(*session, options.cpuCostPerCallNs),
+                                          [&] { session->run(); });
+    standin::Device::instance().setEventSink(nullptr);
+    if (!outcome.ok()) {
+        session.release();  // its threads still use it
+        throw ReplayError(outcome.report);
+    }
+    session->checkLibrary();
+    run.fed = session->takeEvents();
+    for (const sim::ThreadRecord& thread : outcome.threads) run.threadNames.push_back(thread.name);
+    run.endNs = outcome.endTimeNs - Playback::kOriginNs;
+    return run;
+}
+
+}  // namespace replay

@@ -1,0 +1,13 @@
+#pragma once
+
+// cindral-replay record and check.
+
+#include "replay/program/Tasks.h"
+
+namespace replay {
+
+ExitStatus recordExpectations(const CommandLine& line);
+// kDiffers if anything that is sent has changed since, with the differences on standard output.
+ExitStatus checkExpectations(const CommandLine& line);
+
+}  // namespace replay

@@ -1,0 +1,293 @@
+#include "replay/program/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <iostream>
+
+#include "replay/base/Error.h"
+#include "replay/play/Workloads.h"
+
+namespace replay {
+
+namespace {
+
+constexpr int64_t kMaxCpuCostNs = 1'000'000;
+constexpr int kDefaultFrames = 1800;
+constexpr int kMaxFrames = 1'000'000;
+constexpr int kMaxEffectPercent = 1000;
+constexpr unsigned kMaxJobs = 1024;
+constexpr char kAllWorks[] = "all";
+
+constexpr char kPurpose[] =
+        "Plays a capture of a game to the real libcindral.so in virtual time, on a stand-in "
+        "device, and shows what the library did, why, what it cost and what it bought.";
+
+constexpr char kExamples[] = R"(Examples:
+  cindral-replay                            the modelled session, half a minute of a 60 Hz game
+  cindral-replay game.ftrace                a capture from a device
+  cindral-replay game.ftrace --log          every call of the service beside what caused it
+  cindral-replay game.ftrace --timeline     every call, log line and marker on one time axis
+  cindral-replay game.ftrace --set vendor.perf.phr.enable=0
+                                            without the headroom regulator
+  cindral-replay game.ftrace --model        the game reacts to being held
+  cindral-replay game.ftrace --model --work all
+                                            how far the answer depends on what is taken for work
+  cindral-replay --workload bursts --refresh 120 --compare "no library: none"
+                                            a synthetic game, with and without the library
+  cindral-replay game.ftrace --compare "phr off: phr=off" --compare none
+                                            side by side, the worst regressions first
+  cindral-replay *.ftrace --json runs.jsonl
+                                            one object a line for each capture
+  cindral-replay game.ftrace --report game.html
+                                            a page to look at
+  cindral-replay record game.ftrace         writes game.ftrace.expect: what was sent when
+  cindral-replay check game.ftrace          fails with the differences if that has changed
+  cindral-replay --write-capture model.ftrace
+                                            the modelled session as ftrace text
+
+A change for --compare is PROPERTY=VALUE, gfar=on|off, phr=on|off, negative-boost=on|off, refresh=HZ,
+none (no library at all), model, captured, work=NAME, buffers=N, boost-speedup=PERCENT or
+negative-slowdown=PERCENT. Several are separated by commas; "LABEL: " may come before them.
+)";
+
+constexpr char kConditions[] = R"(
+Unless set otherwise the frame regulator, the headroom regulator, the power optimisation and the debug
+output are on. A capture needs the counters of the compositor: atrace categories gfx and view.
+
+Exit status:
+  0  done
+  1  output could not be written
+  2  bad input
+  3  the replay failed, for instance in a deadlock
+  4  check found differences
+Of several captures the highest counts.)";
+
+// What the options write to and only becomes a CommandLine when all are known.
+struct Raw {
+    std::vector<std::string> assignments;
+    std::string work;
+    int buffers = 0;
+    bool model = false;
+    bool noLibrary = false;
+    bool listLayers = false;
+    HintEffects effects;
+    unsigned jobs = 0;
+};
+
+std::string workloadHelp() {
+    std::string text = "Play a synthetic game in the modelled loop:";
+    for (const Workload& workload : workloads()) {
+        text += std::string(" ") + workload.name + " (" + workload.description + ")";
+        text += workload.name == workloads().back().name ? "" : ";";
+    }
+    return text;
+}
+
+CLI::Option* repeatable(CLI::Option* option) {
+    return option->take_all()->expected(1)->allow_extra_args(false);
+}
+
+void addInputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
+    app.add_option("--layer", line.layerPattern,
+                   "Replay the layer whose name matches; it is an error if several do or none does")
+            ->type_name("REGEX");
+    repeatable(app.add_option("--set", raw.assignments,
+                              "Set a property of the device, see below; may be repeated"))
+            ->type_name("PROPERTY=VALUE");
+    app.add_option("--refresh", line.setup.refreshHz,
+                   "The display's rate, if the capture does not tell; with --model any rate")
+            ->type_name("HZ");
+    app.add_flag("--no-library", raw.noLibrary, "The game and the compositor without the library");
+    app.add_option("--library", line.setup.library, "The library to test")->type_name("PATH");
+    app.add_option("--cpu-cost", line.setup.cpuCostNs, "Virtual time that each blocking call takes")
+            ->type_name("NS")
+            ->check(CLI::Range(int64_t{0}, kMaxCpuCostNs));
+}
+
+void addModelOptions(CLI::App& app, CommandLine& line, Raw& raw) {
+    const std::string group = "Modelled loop (docs/model.md)";
+    app.add_flag("--model", raw.model,
+                 "Let the game start a frame when its queue call has returned and a buffer is "
+                 "free, and the compositor latch one buffer a vsync; otherwise all happens as "
+                 "captured")
+            ->group(group);
+    app.add_option("--work", raw.work,
+                   "What of a captured interval is work: shortest-after-stall (the default), "
+                   "since-free, interval, percent:P, fixed:MS; all compares the first three")
+            ->type_name("NAME")
+            ->group(group);
+    app.add_option(
+               "--buffers", raw.buffers,
+               "Buffers of the layer's queue, with the one on the screen; as the capture shows, "
+               "or 3")
+            ->type_name("N")
+            ->check(CLI::Range(kMinBuffers, kMaxBuffers))
+            ->group(group);
+    app.add_option("--boost-speedup", raw.effects.boostSpeedupPercent,
+                   "How much faster work goes while a boost is in force; 0 unless given")
+            ->type_name("PERCENT")
+            ->check(CLI::Range(0, kMaxEffectPercent))
+            ->group(group);
+    app.add_option("--negative-slowdown", raw.effects.negativeSlowdownPercent,
+                   "How much of a negative boost's strength work takes longer; 0 unless given")
+            ->type_name("PERCENT")
+            ->check(CLI::Range(0, kMaxEffectPercent))
+            ->group(group);
+    app.add_option("--workload", line.workload, workloadHelp())->type_name("NAME")->group(group);
+    app.add_option("--frames", line.frames, "How many frames of the workload; 1800 unless given")
+            ->type_name("N")
+            ->check(CLI::Range(1, kMaxFrames))
+            ->group(group);
+}
+
+void addOutputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
+    const std::string group = "Output";
+    app.add_flag("--log", line.log, "Show every decision beside its cause")->group(group);
+    app.add_flag("--timeline", line.timeline, "Show every event after the summary")->group(group);
+    repeatable(app.add_option("--compare", line.comparisons,
+                              "Play the same input under another setting too; may be repeated"))
+            ->type_name("CHANGES")
+            ->group(group);
+    app.add_option("--json", line.json,
+                   "Write one JSON object a line for each run; - is standard output, and then "
+                   "nothing else is written there (docs/json.md)")
+            ->type_name("FILE")
+            ->group(group);
+    app.add_flag("--json-events", line.jsonEvents, "With frames, hints, series and log")
+            ->group(group);
+    app.add_option("--report", line.report, "Write a page to look at")
+            ->type_name("FILE.html")
+            ->group(group);
+    app.add_option("--trace", line.trace, "Write the run for a trace viewer")
+            ->type_name("FILE.json|FILE.pftrace")
+            ->group(group);
+    app.add_option("--jobs", raw.jobs, "Runs at a time; as many as there are processors")
+            ->type_name("N")
+            ->check(CLI::Range(1U, kMaxJobs))
+            ->group(group);
+    app.add_flag("--list-layers", raw.listLayers, "List the layers of the capture and stop")
+            ->group(group);
+    app.add_option("--write-capture", line.writeCapture,
+                   "Write the modelled session, or the --workload, as ftrace text and stop")
+            ->type_name("FILE")
+            ->group(group);
+}
+
+CLI::App* addCommand(CLI::App& app, CommandLine& line, const char* name, const char* description) {
+    CLI::App* const command = app.add_subcommand(name, description);
+    command->fallthrough();
+    command->add_option("CAPTURE", line.captures, "Captures")->required();
+    command->add_option("--expectation", line.expectation,
+                        "Where, instead of beside the capture; for one capture only")
+            ->type_name("FILE");
+    return command;
+}
+
+void parse(CLI::App& app, const std::vector<std::string>& arguments) {
+    // The parser takes them from the back.
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try {
+        app.parse(reversed);
+    } catch (const CLI::Success&) {
+        throw;
+    } catch (const CLI::ParseError& error) {
+        throw InputError(std::string(error.what()) + "; see --help");
+    }
+}
+
+void takeModel(CommandLine& line, const Raw& raw) {
+    const bool wanted = raw.model || !line.workload.empty();
+    const bool tuned = !raw.work.empty() || raw.buffers != 0 || raw.effects.any();
+    if (!wanted && tuned) {
+        throw InputError(
+                "--work, --buffers, --boost-speedup and --negative-slowdown belong to "
+                "--model");
+    }
+    if (!wanted) return;
+    ModelChoice model;
+    model.effects = raw.effects;
+    if (raw.buffers != 0) model.buffers = raw.buffers;
+    line.compareWorks = raw.work == kAllWorks;
+    if (!raw.work.empty() && !line.compareWorks) model.work = parseWorkEstimator(raw.work);
+    line.setup.model = model;
+}
+
+void takeWorkload(CommandLine& line, const Raw& raw) {
+    if (line.workload.empty() && line.frames != 0) {
+        throw InputError("--frames belongs to --workload");
+    }
+    if (line.frames == 0) line.frames = kDefaultFrames;
+    if (line.workload.empty()) return;
+    if (!line.captures.empty()) {
+        throw InputError("--workload is played without a capture; leave " +
+                         inQuotes(line.captures.front()) + " out");
+    }
+    if (!raw.work.empty()) throw InputError("--work is for captures; a workload says itself");
+}
+
+void takeTask(CommandLine& line, const Raw& raw, const CLI::App& record, const CLI::App& check) {
+    using Task = CommandLine::Task;
+    line.task = record.parsed()              ? Task::kRecord
+                : check.parsed()             ? Task::kCheck
+                : raw.listLayers             ? Task::kListLayers
+                : !line.writeCapture.empty() ? Task::kWriteCapture
+                                             : Task::kReplay;
+    if (line.task == Task::kWriteCapture && !line.captures.empty()) {
+        throw InputError("--write-capture writes the modelled session; leave " +
+                         inQuotes(line.captures.front()) + " out");
+    }
+    if (!line.expectation.empty() && line.captures.size() != 1) {
+        throw InputError("--expectation is for one capture");
+    }
+}
+
+// What shows one run, or the runs of one capture.
+void requireOne(const CommandLine& line) {
+    const bool severalCaptures = line.captures.size() > 1;
+    const bool ofOneCapture = !line.report.empty() || !line.trace.empty() ||
+                              line.task == CommandLine::Task::kListLayers;
+    if (severalCaptures && ofOneCapture) {
+        throw InputError("--report, --trace and --list-layers are for one capture");
+    }
+    const bool severalRuns = severalCaptures || line.compareWorks || !line.comparisons.empty();
+    if (severalRuns && (line.log || line.timeline)) {
+        throw InputError("--log and --timeline show one run");
+    }
+}
+
+}  // namespace
+
+std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& arguments) {
+    CommandLine line;
+    Raw raw;
+    CLI::App app(kPurpose, "cindral-replay");
+    app.footer(kExamples + ("\nProperties for --set:\n" + describeProperties()) + kConditions);
+    app.set_version_flag("--version", std::string("cindral-replay ") + CINDRAL_VERSION);
+    app.add_option("CAPTURE", line.captures,
+                   "Captures in any form; - is standard input; without one: the modelled session");
+    addInputOptions(app, line, raw);
+    addModelOptions(app, line, raw);
+    addOutputOptions(app, line, raw);
+    const CLI::App* const record =
+            addCommand(app, line, "record", "Write what is sent when beside each capture");
+    const CLI::App* const check = addCommand(
+            app, line, "check", "Compare with what was recorded, under the recorded settings");
+    app.require_subcommand(0, 1);
+    try {
+        parse(app, arguments);
+    } catch (const CLI::Success& request) {
+        app.exit(request, std::cout, std::cerr);
+        return std::nullopt;
+    }
+    for (const std::string& assignment : raw.assignments) line.setup.settings.set(assignment);
+    line.setup.withLibrary = !raw.noLibrary;
+    if (raw.jobs != 0) line.jobs = raw.jobs;
+    takeWorkload(line, raw);
+    takeModel(line, raw);
+    takeTask(line, raw, *record, *check);
+    requireOne(line);
+    return line;
+}
+
+}  // namespace replay

@@ -1,0 +1,53 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "replay/base/Error.h"
+#include "replay/program/CommandLine.h"
+#include "replay/program/Output.h"
+#include "replay/program/Tasks.h"
+
+namespace {
+
+using namespace replay;
+
+int run(const std::vector<std::string>& arguments) {
+    const std::optional<CommandLine> line = parseCommandLine(arguments);
+    if (line) return execute(*line);
+    finishOutput(std::cout, "standard output");
+    return kDone;
+}
+
+// Scripts read one line; names that the user gave may hold anything.
+std::string onOneLine(std::string text) {
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // A reader that goes away is reported like any other failed write.
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        return run({argv + 1, argv + argc});
+    } catch (const InputError& error) {
+        complain(onOneLine(error.what()));
+        return kBadInput;
+    } catch (const OutputError& error) {
+        complain(onOneLine(error.what()));
+        return kOutputFailed;
+    } catch (const ReplayError& error) {
+        // Threads of the failed run are parked inside the library: no clean-up may touch it any
+        // more.
+        complain(error.what());
+        _exit(kReplayFailed);
+    } catch (const std::exception& error) {
+        complain(error.what());
+        return kReplayFailed;
+    }
+}
