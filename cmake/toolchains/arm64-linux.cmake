@@ -1,4 +1,4 @@
-# Builds for arm64 Linux and runs what was built under qemu. scripts/install-arm64 sets a machine up.
+# Builds for arm64 Linux and runs what was built under qemu. scripts/install-dependencies arm64 sets a machine up.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
