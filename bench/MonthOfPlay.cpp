@@ -37,9 +37,9 @@ double processSeconds() {
 }
 
 void configureDevice() {
-    standin::Device& device = standin::Device::instance();
+    device::StandInDevice& device = device::StandInDevice::instance();
     device.reset();
-    device.setEventSink([](const standin::Event&) {});
+    device.setEventSink([](const device::Event&) {});
     for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
     for (const char* property :
          {"vendor.perf.pfar2.enable", "vendor.perf.phr.enable", "vendor.perf.pfar2.hgpe.enable"})
@@ -87,7 +87,7 @@ int main(int argc, char** argv) {
     sim::Options options;
     options.stepBudget = UINT64_MAX;
     sim::run(options, [&] {
-        const standin::ServiceLibraries services;
+        const device::ServiceLibraries services;
         replay::CindralLibrary library;
         reliability::Shortage memory = reliability::countedMemory();  // for counting, not failing
         memory.library = reliability::codeAround(reinterpret_cast<const void*>(library.init));

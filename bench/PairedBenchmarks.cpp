@@ -169,8 +169,8 @@ void unknownGame(benchmark::State& state, const Stage& stage) {
     std::unique_lock<std::mutex> unanswered(answer);
     leaveScene();
     Scene scene(stage.options);
-    standin::Device::instance().setEventSink([&](const standin::Event& event) {
-        if (event.entryPoint != standin::EntryPoint::kPerfGetFeedback) return;
+    device::StandInDevice::instance().setEventSink([&](const device::Event& event) {
+        if (event.entryPoint != device::EntryPoint::kPerfGetFeedback) return;
         const std::lock_guard<std::mutex> wait(answer);
     });
     const Path path{"", bench::EntryPoint::kIncrement, Scene::layer(0), nullptr,
@@ -197,7 +197,7 @@ double timePart(Part part, const char* path) {
 void loadInitUnload(benchmark::State& state, Part part) {
     leaveScene();
     bench::configureDevice({});
-    const standin::ServiceLibraries services;
+    const device::ServiceLibraries services;
     run(state, [&] {
         return inRandomOrder(
                 &Round::floor, [&] { return timePart(part, "libcindral.so"); },

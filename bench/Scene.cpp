@@ -12,9 +12,9 @@
 
 namespace bench {
 
-using standin::Device;
-using standin::EntryPoint;
-using standin::Event;
+using device::EntryPoint;
+using device::Event;
+using device::StandInDevice;
 
 namespace {
 
@@ -68,7 +68,7 @@ const char* onOff(bool on) {
 }  // namespace
 
 void configureDevice(const SceneOptions& options) {
-    Device& device = Device::instance();
+    StandInDevice& device = StandInDevice::instance();
     device.reset();
     gEnvironments = 0;
     device.setEventSink(countEnvironments);

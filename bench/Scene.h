@@ -67,7 +67,7 @@ class Scene {
     void activateHeadroom();
 
     const SceneOptions mOptions;
-    standin::ServiceLibraries mServices;
+    device::ServiceLibraries mServices;
     std::unique_ptr<replay::CindralLibrary> mLibrary;
     std::unique_ptr<floor::Waiter> mWaiter;  // the floor's part of LibraryThreads::kAll
     int64_t mMeasuringSince = 0;

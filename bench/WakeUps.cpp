@@ -64,8 +64,8 @@ void onWait(const bench::threads::Wait& wait) {
     lateness.add(lateness.checkpoints, wait.deadline, wait.returned);
 }
 
-void onEvent(const standin::Event& event) {
-    if (event.entryPoint != standin::EntryPoint::kPerfHint) return;
+void onEvent(const device::Event& event) {
+    if (event.entryPoint != device::EntryPoint::kPerfHint) return;
     const bool release = event.arguments.at(1) == 0;
     const int thread = bench::threads::current();
     if (release || thread < 0 || thread >= kSides * kWatchedThreads) return;
@@ -183,7 +183,7 @@ int measure(int64_t seconds, bool realtime) {
     Scene scene(gameOptions());
     LibraryGame library(scene);
     bench::BareGame bare(kTimerNs, kPeriodNs);
-    standin::Device::instance().setEventSink(onEvent);
+    device::StandInDevice::instance().setEventSink(onEvent);
     bench::threads::observeWaits(onWait);
     const int64_t end = nowNs() + seconds * 1'000 * kMs;
     std::thread bareProducer([&] { Player(bare, gLateness[kBare], 1).play(end); });
@@ -191,7 +191,7 @@ int measure(int64_t seconds, bool realtime) {
     bareProducer.join();
     producer.join();
     bench::threads::observeWaits(nullptr);
-    standin::Device::instance().setEventSink({});
+    device::StandInDevice::instance().setEventSink({});
 
     printf("{\n");
     printLateness("bare_", gLateness[kBare]);

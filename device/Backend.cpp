@@ -9,7 +9,7 @@
 
 #include "device/DeviceState.h"
 
-namespace standin {
+namespace device {
 namespace {
 
 constexpr int kFeedbackRequest = 5633;
@@ -65,8 +65,8 @@ Event serviceCall(EntryPoint entryPoint, std::vector<int> arguments = {}, std::s
 
 }  // namespace
 
-Device::State& Backend::state() {
-    return *Device::instance().mState;
+StandInDevice::State& Backend::state() {
+    return *StandInDevice::instance().mState;
 }
 
 void Backend::record(Event event) {
@@ -78,7 +78,7 @@ void Backend::record(Event event) {
 // overlap.
 template <typename Answer>
 auto Backend::serve(Event event, Answer answer) {
-    Device::State& device = state();
+    StandInDevice::State& device = state();
     std::unique_lock guard(device.lock);
     const int64_t delayNs = device.content.delayNs[static_cast<size_t>(event.entryPoint)];
     auto value = answer(device);
@@ -90,27 +90,28 @@ auto Backend::serve(Event event, Answer answer) {
     return value;
 }
 
-int Backend::weightOf(const Device::State& device, const std::string& package) {
+int Backend::weightOf(const StandInDevice::State& device, const std::string& package) {
     return valueOr(device.content.gameWeights, package, kNoWeight);
 }
 
-int Backend::newHandle(Device::State& device) {
+int Backend::newHandle(StandInDevice::State& device) {
     const int handle = device.content.nextHandle++;
     device.content.heldHandles.insert(handle);
     return handle;
 }
 
 int Backend::isFeatureEnabled(int id) {
-    return serve(
-            serviceCall(EntryPoint::kIsFeatureEnabled, {id}),
-            [id](const Device::State& device) { return valueOr(device.content.knobs, id, 0); });
+    return serve(serviceCall(EntryPoint::kIsFeatureEnabled, {id}),
+                 [id](const StandInDevice::State& device) {
+                     return valueOr(device.content.knobs, id, 0);
+                 });
 }
 
 void Backend::getProp(const char* property, const char* defaultValue, char* value, size_t size) {
     const std::string name = orNull(property);
     Event event = serviceCall(EntryPoint::kPerfGetProp, {}, name);
     event.defaultValue = orNull(defaultValue);
-    const std::string answer = serve(std::move(event), [&](const Device::State& device) {
+    const std::string answer = serve(std::move(event), [&](const StandInDevice::State& device) {
         return valueOr(device.content.properties, name, defaultValue ? defaultValue : "")
                 .substr(0, size - 1);
     });
@@ -120,7 +121,7 @@ void Backend::getProp(const char* property, const char* defaultValue, char* valu
 int Backend::getFeedback(int request, const char* package) {
     const std::string name = orNull(package);
     return serve(serviceCall(EntryPoint::kPerfGetFeedback, {request}, name),
-                 [&](const Device::State& device) {
+                 [&](const StandInDevice::State& device) {
                      if (request != kFeedbackRequest) return kNotAGame;
                      return valueOr(device.content.verdicts, name, kNotAGame);
                  });
@@ -133,7 +134,7 @@ int Backend::getFeedbackExtn(int request, const char* package, int count, const 
     std::vector<int> arguments{request, count};
     arguments.insert(arguments.end(), list.begin(), list.end());
     return serve(serviceCall(EntryPoint::kPerfGetFeedbackExtn, std::move(arguments), name),
-                 [&](const Device::State& device) {
+                 [&](const StandInDevice::State& device) {
                      if (request != kFeedbackRequest || list != kWeightQuery) return kNoWeight;
                      return weightOf(device, name);
                  });
@@ -144,7 +145,7 @@ int Backend::hint(int hintId, const char* package, int duration, int type) {
     const bool isWeightQuery = hintId == kFeedbackRequest && duration == 0 && type == 1;
     const std::string name = orNull(package);
     return serve(serviceCall(EntryPoint::kPerfHint, {hintId, duration, type}, name),
-                 [&](Device::State& device) {
+                 [&](StandInDevice::State& device) {
                      return isWeightQuery ? weightOf(device, name) : newHandle(device);
                  });
 }
@@ -158,14 +159,15 @@ int Backend::lockAcquire(int handle, int duration, const int* list, int count) {
 }
 
 int Backend::lockRelease(int handle) {
-    return serve(serviceCall(EntryPoint::kPerfLockRel, {handle}), [handle](Device::State& device) {
-        return device.content.heldHandles.erase(handle) == 1 ? kReleased : kNotHeld;
-    });
+    return serve(serviceCall(EntryPoint::kPerfLockRel, {handle}),
+                 [handle](StandInDevice::State& device) {
+                     return device.content.heldHandles.erase(handle) == 1 ? kReleased : kNotHeld;
+                 });
 }
 
 double Backend::halVersion() {
     return serve(serviceCall(EntryPoint::kGetPerfHalVer),
-                 [](const Device::State& device) { return device.content.halVersion; });
+                 [](const StandInDevice::State& device) { return device.content.halVersion; });
 }
 
 void Backend::log(int priority, const char* tag, std::string text) {
@@ -194,4 +196,4 @@ uint64_t Backend::traceTags() {
     return state().traceTags.load(std::memory_order_relaxed);
 }
 
-}  // namespace standin
+}  // namespace device

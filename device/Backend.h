@@ -1,6 +1,6 @@
 #pragma once
 
-// The side of the Device that the library under test reaches, through the service libraries and the
+// The side of the StandInDevice that the library under test reaches, through the service libraries and the
 // platform sinks.
 //
 // Any thread. A service call is recorded when it comes in and then blocks for the delay of its
@@ -12,7 +12,7 @@
 
 #include "device/StandInDevice.h"
 
-namespace standin {
+namespace device {
 
 class Backend {
   public:
@@ -32,12 +32,12 @@ class Backend {
     static uint64_t traceTags();
 
   private:
-    static Device::State& state();
+    static StandInDevice::State& state();
     static void record(Event event);
     template <typename Answer>
     static auto serve(Event event, Answer answer);
-    static int weightOf(const Device::State& state, const std::string& package);
-    static int newHandle(Device::State& state);
+    static int weightOf(const StandInDevice::State& state, const std::string& package);
+    static int newHandle(StandInDevice::State& state);
 };
 
-}  // namespace standin
+}  // namespace device

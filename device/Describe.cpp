@@ -6,7 +6,7 @@
 #include "device/DeviceState.h"
 #include "device/StandInDevice.h"
 
-namespace standin {
+namespace device {
 namespace {
 
 struct Signature {
@@ -131,4 +131,4 @@ std::string describe(const Event& event) {
     return "?";
 }
 
-}  // namespace standin
+}  // namespace device

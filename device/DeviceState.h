@@ -11,12 +11,12 @@
 #include "device/StandInDevice.h"
 #include "sim/Unseen.h"
 
-namespace standin {
+namespace device {
 
-// What the Device holds, shared with the Backend.
-class Device::State {
+// What the StandInDevice holds, shared with the Backend.
+class StandInDevice::State {
   public:
-    // Everything that Device::reset() returns to its beginning.
+    // Everything that StandInDevice::reset() returns to its beginning.
     struct Content {
         std::map<std::string, std::string> properties;
         std::map<int, int> knobs;
@@ -42,4 +42,4 @@ class Device::State {
     std::atomic<uint64_t> traceTags{0};
 };
 
-}  // namespace standin
+}  // namespace device

@@ -4,7 +4,7 @@
 #include "device/Backend.h"
 #include "device/ServiceExport.h"
 
-using standin::Backend;
+using device::Backend;
 
 #ifndef CINDRAL_WITHOUT_IsFeatureEnabled
 SERVICE_EXPORT int IsFeatureEnabled(int id) {

@@ -4,7 +4,7 @@
 #include "device/Backend.h"
 #include "device/ServiceExport.h"
 
-using standin::Backend;
+using device::Backend;
 
 #ifndef CINDRAL_WITHOUT_perf_get_prop
 // Returned by value; its size is part of the binary interface.

@@ -11,7 +11,7 @@
 
 #include "device/Backend.h"
 
-using standin::Backend;
+using device::Backend;
 
 namespace {
 

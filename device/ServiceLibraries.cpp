@@ -9,7 +9,7 @@
 #include "device/DeviceState.h"
 #include "device/StandInDevice.h"
 
-namespace standin {
+namespace device {
 namespace {
 
 using Names = std::vector<std::string>;
@@ -114,4 +114,4 @@ ServiceLibraries::~ServiceLibraries() {
     closeAll(mHandles);
 }
 
-}  // namespace standin
+}  // namespace device

@@ -8,7 +8,7 @@
 
 #include "device/DeviceState.h"
 
-namespace standin {
+namespace device {
 namespace {
 
 int64_t monotonicNs() {
@@ -20,83 +20,83 @@ int64_t monotonicNs() {
 
 }  // namespace
 
-void Device::State::record(Event event) {
+void StandInDevice::State::record(Event event) {
     event.thread = labeller ? labeller() : gettid();
     event.timeNs = monotonicNs();
     if (sink) return sink(event);
     content.events.push_back(std::move(event));
 }
 
-Device::Device() : mState(std::make_unique<State>()) {}
-Device::~Device() = default;
+StandInDevice::StandInDevice() : mState(std::make_unique<State>()) {}
+StandInDevice::~StandInDevice() = default;
 
 // Never destroyed: threads and destructors of static objects may still log while the process exits.
-Device& Device::instance() {
-    static Device* const device = new Device;
+StandInDevice& StandInDevice::instance() {
+    static StandInDevice* const device = new StandInDevice;
     return *device;
 }
 
 // The labeller and the sink stay: they describe the host, not the device.
-void Device::reset() {
+void StandInDevice::reset() {
     const std::lock_guard guard(mState->lock);
     mState->content = {};
     mState->traceTags.store(0, std::memory_order_relaxed);
 }
 
-void Device::setProperty(const std::string& name, const std::string& value) {
+void StandInDevice::setProperty(const std::string& name, const std::string& value) {
     const std::lock_guard guard(mState->lock);
     mState->content.properties[name] = value;
 }
 
-void Device::setKnob(int id, int value) {
+void StandInDevice::setKnob(int id, int value) {
     const std::lock_guard guard(mState->lock);
     mState->content.knobs[id] = value;
 }
 
-void Device::setVerdict(const std::string& package, int verdict) {
+void StandInDevice::setVerdict(const std::string& package, int verdict) {
     const std::lock_guard guard(mState->lock);
     mState->content.verdicts[package] = verdict;
 }
 
-void Device::setGameWeight(const std::string& package, int weight) {
+void StandInDevice::setGameWeight(const std::string& package, int weight) {
     const std::lock_guard guard(mState->lock);
     mState->content.gameWeights[package] = weight;
 }
 
-void Device::setHalVersion(double version) {
+void StandInDevice::setHalVersion(double version) {
     const std::lock_guard guard(mState->lock);
     mState->content.halVersion = version;
 }
 
-void Device::setDelay(EntryPoint entryPoint, int64_t delayNs) {
+void StandInDevice::setDelay(EntryPoint entryPoint, int64_t delayNs) {
     const std::lock_guard guard(mState->lock);
     mState->content.delayNs.at(static_cast<size_t>(entryPoint)) = delayNs;
 }
 
-void Device::setTraceTags(uint64_t tags) {
+void StandInDevice::setTraceTags(uint64_t tags) {
     mState->traceTags.store(tags, std::memory_order_relaxed);
 }
 
-void Device::setThreadLabeller(std::function<int()> labeller) {
+void StandInDevice::setThreadLabeller(std::function<int()> labeller) {
     const std::lock_guard guard(mState->lock);
     mState->labeller = std::move(labeller);
 }
 
-void Device::setEventSink(std::function<void(const Event&)> sink) {
+void StandInDevice::setEventSink(std::function<void(const Event&)> sink) {
     const std::lock_guard guard(mState->lock);
     mState->sink = std::move(sink);
 }
 
-std::vector<Event> Device::events(size_t without) const {
+std::vector<Event> StandInDevice::events(size_t without) const {
     const std::lock_guard guard(mState->lock);
     const std::vector<Event>& events = mState->content.events;
     return {events.begin() + static_cast<std::ptrdiff_t>(std::min(without, events.size())),
             events.end()};
 }
 
-void Device::clearEvents() {
+void StandInDevice::clearEvents() {
     const std::lock_guard guard(mState->lock);
     mState->content.events.clear();
 }
 
-}  // namespace standin
+}  // namespace device

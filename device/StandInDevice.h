@@ -6,7 +6,7 @@
 // The two service libraries of this folder carry the exact sonames that the library under test
 // opens
 // ("libskewknob_system.so", "libnuv-perfd-client_system.so") and forward every call to the one
-// Device of the process. The host program sets what they answer and reads back what was called.
+// StandInDevice of the process. The host program sets what they answer and reads back what was called.
 //
 // Every member may be called from any thread at any time. Times are nanoseconds of CLOCK_MONOTONIC,
 // virtual ones inside a simulation.
@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-namespace standin {
+namespace device {
 
 // The service entry points, in the order in which a client is expected to bind them.
 enum class EntryPoint {
@@ -57,10 +57,10 @@ struct Event {
 // One line without time and thread, for instance: perf_hint(4166, (null), 8, 1500) = 17
 std::string describe(const Event& event);
 
-class Device {
+class StandInDevice {
   public:
     // The device of this process.
-    static Device& instance();
+    static StandInDevice& instance();
 
     // Back to the state of a fresh device: no property set, every knob 0, no game, HAL 2.3, no
     // delay, nothing recorded.
@@ -89,8 +89,8 @@ class Device {
     void clearEvents();
 
   private:
-    Device();
-    ~Device();
+    StandInDevice();
+    ~StandInDevice();
     friend class Backend;
     class State;
     std::unique_ptr<State> mState;
@@ -110,4 +110,4 @@ class ServiceLibraries {
     std::vector<void*> mHandles;
 };
 
-}  // namespace standin
+}  // namespace device

@@ -14,9 +14,9 @@ namespace {
 constexpr size_t kCounters = 1 << 14;
 __attribute__((section("__libfuzzer_extra_counters"), used)) uint8_t gSeen[kCounters];
 
-size_t kindOf(const standin::Event& event) {
+size_t kindOf(const device::Event& event) {
     size_t kind = static_cast<size_t>(event.kind) * 31 + static_cast<size_t>(event.entryPoint);
-    if (event.kind != standin::EventKind::kServiceCall)
+    if (event.kind != device::EventKind::kServiceCall)
         return kind * 31 + std::hash<std::string>()(event.text.substr(0, 12));
     for (const int argument : event.arguments) kind = kind * 31 + static_cast<size_t>(argument);
     return kind;
@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     size_t previous = 0;
     Trouble watched;
     watched.sound = true;
-    watched.observer = [&](const standin::Event& event) {
+    watched.observer = [&](const device::Event& event) {
         const size_t kind = kindOf(event);
         uint8_t& counter = gSeen[(previous * 131 + kind) % kCounters];
         if (counter < UINT8_MAX) ++counter;

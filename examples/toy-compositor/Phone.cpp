@@ -13,7 +13,7 @@ constexpr int kGame = 2;  // the performance service's verdict
 class Phone {
   public:
     Phone() {
-        standin::Device& device = standin::Device::instance();
+        device::StandInDevice& device = device::StandInDevice::instance();
         for (const int knob : kFeatureKnobs) device.setKnob(knob, 1);
         device.setProperty("vendor.perf.pfar2.enable", "1");
         device.setProperty("vendor.perf.phr.enable", "1");
@@ -23,15 +23,15 @@ class Phone {
     ~Phone() {
         int hints = 0;
         size_t calls = 0;
-        for (const standin::Event& event : standin::Device::instance().events()) {
+        for (const device::Event& event : device::StandInDevice::instance().events()) {
             ++calls;
-            if (event.entryPoint == standin::EntryPoint::kPerfHint) ++hints;
+            if (event.entryPoint == device::EntryPoint::kPerfHint) ++hints;
         }
         std::printf("%zu service calls, %d of them hints\n", calls, hints);
     }
 
   private:
-    standin::ServiceLibraries mLibraries;
+    device::ServiceLibraries mLibraries;
 };
 
 // Before main, so that the library finds the phone when it initialises.

@@ -79,13 +79,13 @@ bool parseLine(const std::string& line, Expectation& expectation) {
 std::vector<ExpectedCall> expectedCalls(const Run& run) {
     std::vector<ExpectedCall> calls;
     std::map<std::string, Feature> held;  // by handle
-    for (const standin::Event& event : run.seen) {
-        if (event.kind != standin::EventKind::kServiceCall) continue;
-        if (event.entryPoint == standin::EntryPoint::kPerfLockRel) {
+    for (const device::Event& event : run.seen) {
+        if (event.kind != device::EventKind::kServiceCall) continue;
+        if (event.entryPoint == device::EntryPoint::kPerfLockRel) {
             const std::string handle =
                     event.arguments.empty() ? "" : std::to_string(event.arguments[0]);
             calls.push_back({event.timeNs, format("perf_lock_rel(%s)", nameOf(held[handle]))});
-        } else if (event.entryPoint == standin::EntryPoint::kPerfLockAcq) {
+        } else if (event.entryPoint == device::EntryPoint::kPerfLockAcq) {
             held[event.result] = lockedFeature(event);
             calls.push_back({event.timeNs, withoutAnswer(describe(event))});
         } else if (hintOf(event).kind != Hint::Kind::kNone) {

@@ -38,7 +38,7 @@ void addLibrary(Findings& findings, const Run& run) {
     ServiceFindings service(findings);
     Narrator narrator(findings, run);
     FrameCursor frames(findings.frames);
-    for (const standin::Event& event : run.seen) {
+    for (const device::Event& event : run.seen) {
         const int frame = frames.at(event.timeNs);
         service.take(event, frame);
         narrator.take(event, frame);

@@ -26,10 +26,10 @@ std::optional<double> numberAfter(const std::string& text, const char* mark) {
     return std::strtod(text.c_str() + place + std::strlen(mark), nullptr);
 }
 
-bool isAction(const standin::Event& event) {
+bool isAction(const device::Event& event) {
     return hintOf(event).kind != Hint::Kind::kNone ||
-           event.entryPoint == standin::EntryPoint::kPerfLockAcq ||
-           event.entryPoint == standin::EntryPoint::kPerfLockRel;
+           event.entryPoint == device::EntryPoint::kPerfLockAcq ||
+           event.entryPoint == device::EntryPoint::kPerfLockRel;
 }
 
 void addSample(std::vector<Sample>& series, int64_t timeNs, std::optional<double> value) {
@@ -38,17 +38,17 @@ void addSample(std::vector<Sample>& series, int64_t timeNs, std::optional<double
 
 }  // namespace
 
-void Narrator::take(const standin::Event& event, int frame) {
+void Narrator::take(const device::Event& event, int frame) {
     followCompositor(event.timeNs);
     switch (event.kind) {
-        case standin::EventKind::kServiceCall:
+        case device::EventKind::kServiceCall:
             return call(event, frame);
-        case standin::EventKind::kLog:
+        case device::EventKind::kLog:
             return log(event, frame);
-        case standin::EventKind::kTraceBegin:
+        case device::EventKind::kTraceBegin:
             mFindings.debugSeen = true;
             return marker(event, frame);
-        case standin::EventKind::kTraceEnd:
+        case device::EventKind::kTraceEnd:
             return;
     }
 }
@@ -74,7 +74,7 @@ void Narrator::followCompositor(int64_t timeNs) {
     }
 }
 
-void Narrator::call(const standin::Event& event, int frame) {
+void Narrator::call(const device::Event& event, int frame) {
     if (event.text == kEnvironmentProperty && !mFindings.environmentNs) {
         mFindings.environmentNs = event.timeNs;
     }
@@ -88,7 +88,7 @@ void Narrator::call(const standin::Event& event, int frame) {
     mFindings.log.push_back(std::move(decision));
 }
 
-void Narrator::log(const standin::Event& event, int frame) {
+void Narrator::log(const device::Event& event, int frame) {
     if (event.tag == kModuleTag && startsWith(event.text, kDecisionStart)) {
         mFindings.decision = event.text;
         return;
@@ -122,7 +122,7 @@ void Narrator::log(const standin::Event& event, int frame) {
     }
 }
 
-void Narrator::tuningLog(const standin::Event& event, Thread& thread) {
+void Narrator::tuningLog(const device::Event& event, Thread& thread) {
     const std::string& text = event.text;
     const int64_t now = event.timeNs;
     if (startsWith(text, "negativeBoostAcq: ")) {
@@ -141,7 +141,7 @@ void Narrator::tuningLog(const standin::Event& event, Thread& thread) {
     }
 }
 
-void Narrator::powerLog(const standin::Event& event, Thread& thread) {
+void Narrator::powerLog(const device::Event& event, Thread& thread) {
     const std::string& text = event.text;
     if (startsWith(text, "pingpongCount(")) {
         mFindings.pingpongs.push_back({event.timeNs, Pingpong::Kind::kNegativeBoost});
@@ -155,7 +155,7 @@ void Narrator::powerLog(const standin::Event& event, Thread& thread) {
     }
 }
 
-void Narrator::marker(const standin::Event& event, int frame) {
+void Narrator::marker(const device::Event& event, int frame) {
     const std::string& text = event.text;
     if (text == "delay finish") {
         hold(frame, Frame::Hold::kRelease);
@@ -188,7 +188,7 @@ std::string Narrator::frameRegulatorOffReason(const Thread& thread) const {
     return thread.measured + " measured, not the display's rate";
 }
 
-std::string Narrator::headroomSwitchReason(const standin::Event& event, const Thread& thread) {
+std::string Narrator::headroomSwitchReason(const device::Event& event, const Thread& thread) {
     if (event.text == "enable PHR") {
         return format("%d buffers in a row were consumed with others pending", mAccumulated);
     }
@@ -201,11 +201,11 @@ int64_t Narrator::silenceNs(int64_t timeNs, int frame) const {
     return frame == kNoFrame ? 0 : timeNs - mFindings.frames[static_cast<size_t>(frame)].returnedNs;
 }
 
-std::string Narrator::causeOf(const standin::Event& event, int frame, const Thread& thread) {
+std::string Narrator::causeOf(const device::Event& event, int frame, const Thread& thread) {
     const Hint hint = hintOf(event);
     if (hint.kind != Hint::Kind::kNone) return causeOfHint(hint, event.timeNs, frame, thread);
-    if (event.entryPoint == standin::EntryPoint::kPerfLockAcq) return lockCause(thread);
-    if (event.entryPoint == standin::EntryPoint::kPerfLockRel) return unlockCause(thread);
+    if (event.entryPoint == device::EntryPoint::kPerfLockAcq) return lockCause(thread);
+    if (event.entryPoint == device::EntryPoint::kPerfLockRel) return unlockCause(thread);
     return questionCause(event, thread);
 }
 
@@ -283,9 +283,9 @@ std::string Narrator::unlockCause(const Thread& thread) const {
     return mFindings.debugSeen ? "the frame regulator is off" : "";
 }
 
-std::string Narrator::questionCause(const standin::Event& event, const Thread& thread) const {
+std::string Narrator::questionCause(const device::Event& event, const Thread& thread) const {
     if (event.timeNs <= mInitEndNs) return "initialisation: which features run";
-    if (event.entryPoint == standin::EntryPoint::kPerfGetFeedback) {
+    if (event.entryPoint == device::EntryPoint::kPerfGetFeedback) {
         return "a buffer of an unknown layer: is it a game?";
     }
     if (!thread.measured.empty()) {

@@ -19,7 +19,7 @@ class Narrator {
   public:
     Narrator(Findings& findings, const Run& run) : mFindings(findings), mRun(run) {}
 
-    void take(const standin::Event& event, int frame);
+    void take(const device::Event& event, int frame);
     void finish(int64_t endNs);
 
   private:
@@ -33,16 +33,16 @@ class Narrator {
         bool byMissedFrame = false;
     };
 
-    void call(const standin::Event& event, int frame);
-    void log(const standin::Event& event, int frame);
-    void tuningLog(const standin::Event& event, Thread& thread);
-    void powerLog(const standin::Event& event, Thread& thread);
-    void marker(const standin::Event& event, int frame);
+    void call(const device::Event& event, int frame);
+    void log(const device::Event& event, int frame);
+    void tuningLog(const device::Event& event, Thread& thread);
+    void powerLog(const device::Event& event, Thread& thread);
+    void marker(const device::Event& event, int frame);
     void hold(int frame, Frame::Hold why);
     void switchRegulator(Regulator& regulator, OnTimes& times, bool on, int64_t timeNs,
                          std::string reason);
 
-    std::string causeOf(const standin::Event& event, int frame, const Thread& thread);
+    std::string causeOf(const device::Event& event, int frame, const Thread& thread);
     std::string causeOfHint(const Hint& hint, int64_t timeNs, int frame, const Thread& thread);
     std::string boostCause(int checkpoint, int64_t timeNs, int frame) const;
     std::string releaseCause(int64_t timeNs, int frame) const;
@@ -50,9 +50,9 @@ class Narrator {
     std::string negativeReleaseCause(int64_t timeNs, int frame, const Thread& thread);
     std::string lockCause(const Thread& thread) const;
     std::string unlockCause(const Thread& thread) const;
-    std::string questionCause(const standin::Event& event, const Thread& thread) const;
+    std::string questionCause(const device::Event& event, const Thread& thread) const;
     std::string frameRegulatorOffReason(const Thread& thread) const;
-    std::string headroomSwitchReason(const standin::Event& event, const Thread& thread);
+    std::string headroomSwitchReason(const device::Event& event, const Thread& thread);
     int64_t silenceNs(int64_t timeNs, int frame) const;
     void followCompositor(int64_t timeNs);
 

@@ -5,10 +5,10 @@
 
 namespace replay {
 
-void ServiceFindings::take(const standin::Event& event, int frame) {
-    if (event.kind != standin::EventKind::kServiceCall) return;
-    if (event.entryPoint == standin::EntryPoint::kPerfLockAcq) return lock(event);
-    if (event.entryPoint == standin::EntryPoint::kPerfLockRel) return unlock(event);
+void ServiceFindings::take(const device::Event& event, int frame) {
+    if (event.kind != device::EventKind::kServiceCall) return;
+    if (event.entryPoint == device::EntryPoint::kPerfLockAcq) return lock(event);
+    if (event.entryPoint == device::EntryPoint::kPerfLockRel) return unlock(event);
     const Hint hint = hintOf(event);
     switch (hint.kind) {
         case Hint::Kind::kNone:
@@ -67,7 +67,7 @@ void ServiceFindings::endNegativeBoost(int64_t timeNs) {
     mLowered = false;
 }
 
-void ServiceFindings::lock(const standin::Event& event) {
+void ServiceFindings::lock(const device::Event& event) {
     const Feature feature = lockedFeature(event);
     if (feature == Feature::kUnknown) {
         ++mFindings.unknownCalls;
@@ -78,7 +78,7 @@ void ServiceFindings::lock(const standin::Event& event) {
     spans.push_back({event.timeNs, event.timeNs, false});
 }
 
-void ServiceFindings::unlock(const standin::Event& event) {
+void ServiceFindings::unlock(const device::Event& event) {
     const auto found = std::find_if(mLocks.begin(), mLocks.end(), [&](const HeldLock& held) {
         return !event.arguments.empty() && held.handle == event.arguments[0];
     });

@@ -13,15 +13,15 @@ class ServiceFindings {
   public:
     explicit ServiceFindings(Findings& findings) : mFindings(findings) {}
 
-    void take(const standin::Event& event, int frame);
+    void take(const device::Event& event, int frame);
     void finish(int64_t endNs);
 
   private:
     void boost(const Hint& hint, int64_t timeNs, int frame);
     void release(int64_t timeNs, int frame);
     void negativeBoost(const Hint& hint, int64_t timeNs);
-    void lock(const standin::Event& event);
-    void unlock(const standin::Event& event);
+    void lock(const device::Event& event);
+    void unlock(const device::Event& event);
     void endBoost(int64_t timeNs, BoostRecord::End how);
     void endNegativeBoost(int64_t timeNs);
     void sumUp();

@@ -47,22 +47,22 @@ void addFed(std::vector<Line>& begins, std::vector<Line>& ends, const std::vecto
 }
 
 // A begin whose end follows at once is a marker, not a section.
-bool isInstant(const standin::Event& begin, const standin::Event& end) {
-    return begin.kind == standin::EventKind::kTraceBegin &&
-           end.kind == standin::EventKind::kTraceEnd && begin.thread == end.thread &&
+bool isInstant(const device::Event& begin, const device::Event& end) {
+    return begin.kind == device::EventKind::kTraceBegin &&
+           end.kind == device::EventKind::kTraceEnd && begin.thread == end.thread &&
            begin.timeNs == end.timeNs;
 }
 
 void addSeen(std::vector<Line>& lines, const EventLog& events) {
     for (size_t i = 0; i < events.size(); ++i) {
-        const standin::Event event = events[i];
+        const device::Event event = events[i];
         if (i + 1 < events.size() && isInstant(event, events[i + 1])) {
             lines.push_back({event.timeNs, event.thread, "mark " + onOneLine(event.text)});
             ++i;
         } else {
-            const char* kind = event.kind == standin::EventKind::kLog           ? "log "
-                               : event.kind == standin::EventKind::kServiceCall ? "call "
-                                                                                : "";
+            const char* kind = event.kind == device::EventKind::kLog           ? "log "
+                               : event.kind == device::EventKind::kServiceCall ? "call "
+                                                                               : "";
             lines.push_back({event.timeNs, event.thread, kind + onOneLine(describe(event))});
         }
     }

@@ -12,7 +12,7 @@ constexpr int64_t kHundred = 100;
 constexpr int kMaxStrengthPercent = 100;
 }  // namespace
 
-void Clocks::onCall(const standin::Event& event) {
+void Clocks::onCall(const device::Event& event) {
     const Hint hint = hintOf(event);
     if (hint.kind == Hint::Kind::kNone || hint.kind == Hint::Kind::kUnknown) return;
     const std::lock_guard<std::mutex> guard(mLock);

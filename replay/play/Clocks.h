@@ -25,7 +25,7 @@ class Clocks {
 
     explicit Clocks(const HintEffects& effects) : mEffects(effects) {}
 
-    void onCall(const standin::Event& event);
+    void onCall(const device::Event& event);
     // Done from the beginning to `timeNs`, by a processor that is never idle.
     int64_t doneAt(int64_t timeNs);
     // No speed is ever higher.

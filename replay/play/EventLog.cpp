@@ -34,13 +34,13 @@ std::string_view TextPool::store(const std::string& text) {
     return {place, text.size()};
 }
 
-void EventLog::push_back(const standin::Event& event) {
+void EventLog::push_back(const device::Event& event) {
     Packed packed{};
     packed.timeNs = event.timeNs - mOriginNs;
     packed.thread = event.thread;
     packed.kind = static_cast<uint8_t>(event.kind);
     packed.priority = static_cast<uint8_t>(event.priority);
-    if (event.kind == standin::EventKind::kServiceCall) {
+    if (event.kind == device::EventKind::kServiceCall) {
         packed.text = packCall(event);
     } else {
         packed.text = mTexts.add(event.text);
@@ -49,7 +49,7 @@ void EventLog::push_back(const standin::Event& event) {
     mEvents.push_back(packed);
 }
 
-uint32_t EventLog::packCall(const standin::Event& event) {
+uint32_t EventLog::packCall(const device::Event& event) {
     Call call{};
     call.firstArgument = static_cast<uint32_t>(mArguments.size());
     call.arguments = static_cast<uint16_t>(event.arguments.size());
@@ -62,14 +62,14 @@ uint32_t EventLog::packCall(const standin::Event& event) {
     return static_cast<uint32_t>(mCalls.size() - 1);
 }
 
-standin::Event EventLog::operator[](size_t index) const {
+device::Event EventLog::operator[](size_t index) const {
     const Packed& packed = mEvents[index];
-    standin::Event event;
-    event.kind = static_cast<standin::EventKind>(packed.kind);
+    device::Event event;
+    event.kind = static_cast<device::EventKind>(packed.kind);
     event.timeNs = packed.timeNs;
     event.thread = packed.thread;
     event.priority = packed.priority;
-    if (event.kind == standin::EventKind::kServiceCall) {
+    if (event.kind == device::EventKind::kServiceCall) {
         unpackCall(mCalls[packed.text], event);
     } else {
         event.text = mTexts[packed.text];
@@ -78,9 +78,9 @@ standin::Event EventLog::operator[](size_t index) const {
     return event;
 }
 
-void EventLog::unpackCall(const Call& call, standin::Event& event) const {
+void EventLog::unpackCall(const Call& call, device::Event& event) const {
     const auto first = mArguments.begin() + call.firstArgument;
-    event.entryPoint = static_cast<standin::EntryPoint>(call.entryPoint);
+    event.entryPoint = static_cast<device::EntryPoint>(call.entryPoint);
     event.arguments.assign(first, first + call.arguments);
     event.text = mTexts[call.text];
     event.defaultValue = mTexts[call.defaultValue];

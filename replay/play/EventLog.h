@@ -1,9 +1,9 @@
 #pragma once
 
 // Everything the library did in a run, kept small: a run of ten minutes has about a million events,
-// and a standin::Event of its own for each would take a quarter of a gigabyte.
+// and a device::Event of its own for each would take a quarter of a gigabyte.
 //
-// Reads like a list of standin::Event; each is put together anew when it is asked for. One thread
+// Reads like a list of device::Event; each is put together anew when it is asked for. One thread
 // at a time.
 
 #include <cstddef>
@@ -40,13 +40,13 @@ class EventLog {
     class Iterator {
       public:
         using iterator_category = std::input_iterator_tag;
-        using value_type = standin::Event;
+        using value_type = device::Event;
         using difference_type = std::ptrdiff_t;
         using pointer = void;
-        using reference = standin::Event;
+        using reference = device::Event;
 
         Iterator(const EventLog& log, size_t index) : mLog(&log), mIndex(index) {}
-        standin::Event operator*() const { return (*mLog)[mIndex]; }
+        device::Event operator*() const { return (*mLog)[mIndex]; }
         Iterator& operator++() {
             ++mIndex;
             return *this;
@@ -61,11 +61,11 @@ class EventLog {
 
     // Times are stored less `originNs`.
     void setOrigin(int64_t originNs) { mOriginNs = originNs; }
-    void push_back(const standin::Event& event);
+    void push_back(const device::Event& event);
 
     size_t size() const { return mEvents.size(); }
     bool empty() const { return mEvents.empty(); }
-    standin::Event operator[](size_t index) const;
+    device::Event operator[](size_t index) const;
     Iterator begin() const { return {*this, 0}; }
     Iterator end() const { return {*this, size()}; }
 
@@ -87,8 +87,8 @@ class EventLog {
         uint32_t result;
     };
 
-    uint32_t packCall(const standin::Event& event);
-    void unpackCall(const Call& call, standin::Event& event) const;
+    uint32_t packCall(const device::Event& event);
+    void unpackCall(const Call& call, device::Event& event) const;
 
     int64_t mOriginNs = 0;
     std::vector<Packed> mEvents;

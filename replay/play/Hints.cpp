@@ -52,9 +52,9 @@ Hint negativeHint(int durationMs, int type) {
 
 }  // namespace
 
-Hint hintOf(const standin::Event& event) {
-    if (event.kind != standin::EventKind::kServiceCall ||
-        event.entryPoint != standin::EntryPoint::kPerfHint) {
+Hint hintOf(const device::Event& event) {
+    if (event.kind != device::EventKind::kServiceCall ||
+        event.entryPoint != device::EntryPoint::kPerfHint) {
         return {};
     }
     const std::vector<int>& arguments = event.arguments;
@@ -65,7 +65,7 @@ Hint hintOf(const standin::Event& event) {
                                               : positiveHint(arguments[1], arguments[2]);
 }
 
-Feature lockedFeature(const standin::Event& event) {
+Feature lockedFeature(const device::Event& event) {
     const std::vector<int>& arguments = event.arguments;
     const auto holds = [&](int opcode) {
         return std::find(arguments.begin(), arguments.end(), opcode) != arguments.end();

@@ -23,12 +23,12 @@ struct Hint {
     int64_t durationNs() const { return int64_t{durationMs} * 1'000'000; }
 };
 
-Hint hintOf(const standin::Event& event);
+Hint hintOf(const device::Event& event);
 
 // Features of the service that can be held off.
 enum class Feature { kUnknown, kPl, kCoreControl };
 
 // Of a lock that is acquired.
-Feature lockedFeature(const standin::Event& event);
+Feature lockedFeature(const device::Event& event);
 
 }  // namespace replay

@@ -80,7 +80,7 @@ class ModelledPlayback : public Playback {
         return workNs * slowestShare() + frames * kPeriodsPerFrame * mVsyncs.periodNs;
     }
 
-    void onSeen(const standin::Event& event) override {
+    void onSeen(const device::Event& event) override {
         if (mModel.effects.any()) mClocks.onCall(event);
     }
 

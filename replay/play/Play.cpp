@@ -22,7 +22,7 @@ constexpr uint64_t kTraceTagAlways = 1;
 constexpr uint64_t kTraceTagGraphics = 2;
 
 void prepareDevice(const Settings& settings, const std::string& package) {
-    standin::Device& device = standin::Device::instance();
+    device::StandInDevice& device = device::StandInDevice::instance();
     device.reset();
     for (const auto& [name, value] : settings.properties()) device.setProperty(name, value);
     for (const int knob : kFeatureKnobs) device.setKnob(knob, 1);
@@ -53,13 +53,13 @@ Run play(const LayerEvents& layer, const VsyncTrack& vsyncs, const Settings& set
     auto session = run.modelled ? makeModelledPlayback(layer, vsyncs, options)
                                 : makeCapturedPlayback(layer, vsyncs, options);
     prepareDevice(settings, layer.name.package);
-    standin::Device::instance().setEventSink([&](const standin::Event& event) {
+    device::StandInDevice::instance().setEventSink([&](const device::Event& event) {
         session->onSeen(event);
         run.seen.push_back(event);
     });
     const sim::Outcome outcome = sim::run(simulationOptions(*session, options.cpuCostPerCallNs),
                                           [&] { session->run(); });
-    standin::Device::instance().setEventSink(nullptr);
+    device::StandInDevice::instance().setEventSink(nullptr);
     if (!outcome.ok()) {
         session.release();  // its threads still use it
         throw ReplayError(outcome.report);

@@ -32,7 +32,7 @@ class Playback {
     virtual size_t eventCount() const = 0;
     virtual int64_t lengthNs() const = 0;
     // Sees every event of the library as it happens, on the library's thread, time still absolute.
-    virtual void onSeen(const standin::Event&) {}
+    virtual void onSeen(const device::Event&) {}
 
     // The capture's first event happens at this virtual time; the library is loaded shortly before.
     static constexpr int64_t kOriginNs = 1'000'000'000'000;
@@ -65,7 +65,7 @@ class Playback {
     static void deliver(std::vector<FedEvent>& events, FedEvent::Kind kind, int64_t dueNs,
                         Call&& call);
 
-    const standin::ServiceLibraries mServices;
+    const device::ServiceLibraries mServices;
     std::unique_ptr<CindralLibrary> mLibrary;  // none: the calls go nowhere
     std::vector<FedEvent> mCompositorEvents;
     std::vector<FedEvent> mProducerEvents;

@@ -34,7 +34,7 @@ const char* toString(FedEvent::Kind kind);
 struct Run {
     std::vector<FedEvent> fed;
     EventLog seen;                         // the library's calls, log lines and markers
-    std::vector<std::string> threadNames;  // by FedEvent::thread and standin::Event::thread
+    std::vector<std::string> threadNames;  // by FedEvent::thread and device::Event::thread
     int64_t endNs = 0;                     // the library was unloaded
     bool withLibrary = true;
     bool modelled = false;  // the game and the compositor reacted; otherwise all came as captured

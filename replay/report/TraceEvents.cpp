@@ -54,13 +54,13 @@ class ThreadWalk {
     int64_t seenTimeNs() const { return mRun.seen[mSeen[mNext]].timeNs; }
 
     void takeSeen() {
-        const standin::Event event = mRun.seen[mSeen[mNext]];
+        const device::Event event = mRun.seen[mSeen[mNext]];
         const uint32_t index = mSeen[mNext++];
-        if (event.kind == standin::EventKind::kTraceEnd) {
+        if (event.kind == device::EventKind::kTraceEnd) {
             if (mDepth == 0) return;  // its beginning was not seen
             --mDepth;
             mPlaces.push_back({event.timeNs, index, What::kSectionEnd});
-        } else if (event.kind == standin::EventKind::kTraceBegin && !endsAtOnce(event)) {
+        } else if (event.kind == device::EventKind::kTraceBegin && !endsAtOnce(event)) {
             ++mDepth;
             mPlaces.push_back({event.timeNs, index, What::kSeen});
         } else {
@@ -69,10 +69,10 @@ class ThreadWalk {
     }
 
     // A section that is left at once is a marker. Takes its end as well.
-    bool endsAtOnce(const standin::Event& begin) {
+    bool endsAtOnce(const device::Event& begin) {
         if (!hasSeen()) return false;
-        const standin::Event next = mRun.seen[mSeen[mNext]];
-        if (next.kind != standin::EventKind::kTraceEnd || next.timeNs != begin.timeNs) return false;
+        const device::Event next = mRun.seen[mSeen[mNext]];
+        if (next.kind != device::EventKind::kTraceEnd || next.timeNs != begin.timeNs) return false;
         ++mNext;
         return true;
     }
@@ -184,9 +184,9 @@ class RunWalk {
         return event;
     }
 
-    TraceEvent seenEvent(const standin::Event& seen, int track, TraceEvent::Kind kind) {
-        if (seen.kind == standin::EventKind::kServiceCall) return serviceCall(seen, track);
-        const bool isLog = seen.kind == standin::EventKind::kLog;
+    TraceEvent seenEvent(const device::Event& seen, int track, TraceEvent::Kind kind) {
+        if (seen.kind == device::EventKind::kServiceCall) return serviceCall(seen, track);
+        const bool isLog = seen.kind == device::EventKind::kLog;
         TraceEvent event =
                 make(kind, track, seen.timeNs, isLog ? "log" : "marker", onOneLine(seen.text));
         if (isLog) {
@@ -196,7 +196,7 @@ class RunWalk {
         return event;
     }
 
-    TraceEvent serviceCall(const standin::Event& seen, int track) {
+    TraceEvent serviceCall(const device::Event& seen, int track) {
         TraceEvent event = make(TraceEvent::Kind::kInstant, track, seen.timeNs, "service",
                                 toString(seen.entryPoint));
         event.arguments.push_back({"call", describe(seen)});

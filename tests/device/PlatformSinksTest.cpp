@@ -5,7 +5,7 @@
 
 #include "device/StandInDevice.h"
 
-using namespace standin;
+using namespace device;
 
 namespace {
 
@@ -19,7 +19,7 @@ class PlatformSinks : public testing::Test {
   protected:
     PlatformSinks() { device.reset(); }
 
-    Device& device = Device::instance();
+    StandInDevice& device = StandInDevice::instance();
     int (*const log)(int, const char*, const char*, ...) =
             exported<int(int, const char*, const char*, ...)>("__android_log_print");
     uint64_t (*const enabledTags)() = exported<uint64_t()>("atrace_get_enabled_tags");

@@ -7,8 +7,8 @@
 #include "device/StandInDevice.h"
 #include "tests/device/ServiceClient.h"
 
-using standin::EntryPoint;
-using standin::ServiceLibraries;
+using device::EntryPoint;
+using device::ServiceLibraries;
 
 namespace {
 

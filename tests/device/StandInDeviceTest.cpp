@@ -9,7 +9,7 @@
 #include "device/StandInDevice.h"
 #include "tests/device/ServiceClient.h"
 
-using namespace standin;
+using namespace device;
 
 namespace {
 
@@ -25,17 +25,17 @@ extern "C" int clock_nanosleep(clockid_t, int, const timespec* duration, timespe
 
 namespace {
 
-class StandInDevice : public testing::Test {
+class ServiceCalls : public testing::Test {
   protected:
-    StandInDevice() { device.reset(); }
-    ~StandInDevice() override { onSleep = nullptr; }
+    ServiceCalls() { device.reset(); }
+    ~ServiceCalls() override { onSleep = nullptr; }
 
-    Device& device = Device::instance();
+    StandInDevice& device = StandInDevice::instance();
     const ServiceLibraries libraries;
     const ServiceClient client;
 };
 
-TEST_F(StandInDevice, EveryCall_IsAnsweredAndRecordedInSignatureOrder) {
+TEST_F(ServiceCalls, EveryCall_IsAnsweredAndRecordedInSignatureOrder) {
     device.setKnob(7, 3);
     device.setProperty("vendor.perf.phr.enable", "1");
     device.setVerdict("com.game", 2);
@@ -99,14 +99,14 @@ get_perf_hal_ver() = 2.2
 )");
 }
 
-TEST_F(StandInDevice, LongProperty_IsCutToTheRecordWithItsTerminator) {
+TEST_F(ServiceCalls, LongProperty_IsCutToTheRecordWithItsTerminator) {
     device.setProperty("long", std::string(200, 'x'));
     EXPECT_STREQ(client.getProp("long", "").value, std::string(91, 'x').c_str());
     EXPECT_STREQ(client.getProp("unset", std::string(91, 'y').c_str()).value,
                  std::string(91, 'y').c_str());
 }
 
-TEST_F(StandInDevice, Delay_IsSleptAfterTheRecordAndWithoutTheLock) {
+TEST_F(ServiceCalls, Delay_IsSleptAfterTheRecordAndWithoutTheLock) {
     device.setDelay(EntryPoint::kPerfHint, 2'500'000'001);
     std::vector<int64_t> sleeps;
     size_t recordedAtSleep = 0;
@@ -120,7 +120,7 @@ TEST_F(StandInDevice, Delay_IsSleptAfterTheRecordAndWithoutTheLock) {
     EXPECT_EQ(recordedAtSleep, 2u);
 }
 
-TEST_F(StandInDevice, ConcurrentCalls_AreAllRecordedInOrderOfTheirTimes) {
+TEST_F(ServiceCalls, ConcurrentCalls_AreAllRecordedInOrderOfTheirTimes) {
     constexpr int kThreads = 4;
     constexpr int kCallsPerThread = 500;
     std::vector<std::thread> threads;

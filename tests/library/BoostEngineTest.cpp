@@ -82,7 +82,7 @@ TEST(BoostEngine, Boost_IsATraceSectionAroundItsLineAndItsCall) {
         hint(perf, 1);
         perf.setNegativeBoostProp(true);
         hint(perf, 1);
-        Device::instance().setDelay(EntryPoint::kPerfHint, kMs);
+        StandInDevice::instance().setDelay(EntryPoint::kPerfHint, kMs);
         perf.boostRelease();
         sim::sleepFor(kMs / 2);
         EXPECT_FALSE(perf.isBoosted()) << "over before the service has answered";

@@ -13,20 +13,20 @@
 
 using android::PerfProxy;
 using android::sp;
-using standin::Device;
-using standin::EntryPoint;
+using device::EntryPoint;
+using device::StandInDevice;
 
 inline constexpr int64_t kMs = 1'000'000;
 
 // Runs `body` with a new client of a fresh device that lacks what `without` names.
 template <typename Body>
 void withClient(const std::vector<std::string>& without, Body body) {
-    Device::instance().reset();
-    Device::instance().setTraceTags(2);
+    StandInDevice::instance().reset();
+    StandInDevice::instance().setTraceTags(2);
     const sim::Outcome outcome = sim::run({}, [&] {
-        const standin::ServiceLibraries services(without);
+        const device::ServiceLibraries services(without);
         const sp<PerfProxy> client = new PerfProxy();
-        Device::instance().clearEvents();
+        StandInDevice::instance().clearEvents();
         body(*client);
     });
     ASSERT_TRUE(outcome.ok());
@@ -35,8 +35,8 @@ void withClient(const std::vector<std::string>& without, Body body) {
 // Everything seen from outside, in order.
 inline std::vector<std::string> seen() {
     std::vector<std::string> lines;
-    for (const standin::Event& event : Device::instance().events()) {
-        lines.push_back(standin::describe(event));
+    for (const device::Event& event : StandInDevice::instance().events()) {
+        lines.push_back(device::describe(event));
     }
     return lines;
 }

@@ -7,10 +7,10 @@
 #include <memory>
 #include <ostream>
 
-using standin::Device;
-using standin::EntryPoint;
-using standin::Event;
-using standin::EventKind;
+using device::EntryPoint;
+using device::Event;
+using device::EventKind;
+using device::StandInDevice;
 
 namespace {
 
@@ -22,7 +22,7 @@ constexpr uint64_t kTagGraphics = 2;
 const int64_t kStart = sim::Options().startTimeNs;
 
 void configure(const Scene& scene) {
-    Device& device = Device::instance();
+    StandInDevice& device = StandInDevice::instance();
     device.reset();
     device.setThreadLabeller(sim::currentThread);
     device.setTraceTags(kTagAlways | kTagGraphics);
@@ -36,7 +36,7 @@ void configure(const Scene& scene) {
 template <typename Filter, typename Text>
 std::vector<Sight> sights(Filter filter, Text text) {
     std::vector<Sight> found;
-    for (const Event& event : Device::instance().events()) {
+    for (const Event& event : StandInDevice::instance().events()) {
         if (filter(event)) found.push_back({event.timeNs - kStart, text(event), event.thread});
     }
     return found;
@@ -131,7 +131,7 @@ int64_t Compositor::playUntilEnvironment(const std::string& layer, int64_t perio
 sim::Outcome play(const Scene& scene, const std::function<void(Compositor&)>& body) {
     configure(scene);
     return sim::run(scene.schedule, [&] {
-        const standin::ServiceLibraries services(scene.without);
+        const device::ServiceLibraries services(scene.without);
         Compositor compositor;
         body(compositor);
     });
@@ -147,7 +147,7 @@ sim::Outcome playGame(const Scene& scene,
 
 std::vector<Sight> serviceCalls() {
     return sights([](const Event& event) { return event.kind == EventKind::kServiceCall; },
-                  standin::describe);
+                  device::describe);
 }
 
 std::vector<Sight> serviceCalls(EntryPoint entryPoint) {
@@ -155,7 +155,7 @@ std::vector<Sight> serviceCalls(EntryPoint entryPoint) {
             [&](const Event& event) {
                 return event.kind == EventKind::kServiceCall && event.entryPoint == entryPoint;
             },
-            standin::describe);
+            device::describe);
 }
 
 std::vector<Sight> boosts() {
@@ -173,7 +173,7 @@ std::vector<Sight> boosts() {
 
 std::vector<Sight> logs() {
     return sights([](const Event& event) { return event.kind == EventKind::kLog; },
-                  standin::describe);
+                  device::describe);
 }
 
 std::vector<Sight> markers() {
@@ -187,7 +187,7 @@ namespace {
 std::vector<Sight> withText(const std::string& text) {
     const auto of = [&](EventKind kind) {
         return sights([&](const Event& event) { return event.kind == kind && event.text == text; },
-                      standin::describe);
+                      device::describe);
     };
     const std::vector<Sight> lines = of(EventKind::kLog);
     return lines.empty() ? of(EventKind::kTraceBegin) : lines;
@@ -228,9 +228,9 @@ int seedsToTry(int usual) {
 
 std::string record() {
     std::string lines;
-    for (const Event& event : Device::instance().events()) {
+    for (const Event& event : StandInDevice::instance().events()) {
         lines += std::to_string(event.timeNs) + " " + std::to_string(event.thread) + " " +
-                 standin::describe(event) + "\n";
+                 device::describe(event) + "\n";
     }
     return lines;
 }

@@ -91,7 +91,7 @@ sim::Outcome playGame(const Scene& scene,
 
 // What has been seen since the start of the scene, in order.
 std::vector<Sight> serviceCalls();
-std::vector<Sight> serviceCalls(standin::EntryPoint entryPoint);
+std::vector<Sight> serviceCalls(device::EntryPoint entryPoint);
 std::vector<Sight> boosts();   // boosts and releases through perf_hint, as "duration/type"
 std::vector<Sight> logs();     // as "priority tag: text"
 std::vector<Sight> markers();  // trace sections that began

@@ -8,7 +8,7 @@
 
 #include "tests/library/Compositor.h"
 
-using standin::EntryPoint;
+using device::EntryPoint;
 
 namespace {
 
@@ -93,7 +93,7 @@ TEST(Init, FirstCall_ReadsKnobsAndPropertiesInTheirOrder) {
 
 TEST(Init, DecidedAnew_NothingOfTheFormerDecisionRemains) {
     play(Scene(), [](Compositor& compositor) {
-        standin::Device& device = standin::Device::instance();
+        device::StandInDevice& device = device::StandInDevice::instance();
         ASSERT_TRUE(compositor.library.init());
         for (const int knob : {5, 6, 7}) device.setKnob(knob, 0);
         compositor.library.clearConfigs();
@@ -111,7 +111,7 @@ TEST(Init, DecidedAnew_NothingOfTheFormerDecisionRemains) {
 TEST(Init, DecidedAnew_TheNewClientAnswers) {
     play(Scene().set("vendor.perf.cindral.debug", "0"), [](Compositor& compositor) {
         ASSERT_TRUE(compositor.library.init());
-        standin::Device::instance().setProperty("vendor.perf.cindral.debug", "1");
+        device::StandInDevice::instance().setProperty("vendor.perf.cindral.debug", "1");
         compositor.library.clearConfigs();
         compositor.start(kNoGame);
         EXPECT_EQ(countOf("isGameLayer:0 [" + kNoGame + "][com.example.video]"), 1);
@@ -120,7 +120,7 @@ TEST(Init, DecidedAnew_TheNewClientAnswers) {
 
 TEST(Init, FromTwoThreads_DecidesOnceAndBothHearTheAnswer) {
     play(Scene(), [](Compositor& compositor) {
-        standin::Device::instance().setDelay(EntryPoint::kIsFeatureEnabled, kSecond);
+        device::StandInDevice::instance().setDelay(EntryPoint::kIsFeatureEnabled, kSecond);
         std::thread other([&] { EXPECT_TRUE(compositor.library.init()); });
         Compositor::waitUntil(kMs);
         EXPECT_TRUE(compositor.library.init());
@@ -131,7 +131,7 @@ TEST(Init, FromTwoThreads_DecidesOnceAndBothHearTheAnswer) {
 
 TEST(Init, AfterClearConfigs_LayersAreServedUntilTheNextInitSwitchesEverythingOff) {
     playGame(Scene().headroomOnly(), [](Compositor& compositor, int64_t) {
-        standin::Device& device = standin::Device::instance();
+        device::StandInDevice& device = device::StandInDevice::instance();
         compositor.consume(kGame, 1, 31);
         compositor.library.clearConfigs();
         compositor.queue(kNoGame);

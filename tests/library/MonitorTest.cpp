@@ -102,7 +102,7 @@ TEST(Monitor, BufferAfterTheLastCheckpoint_TakesTheLongBoostBackAndKeepsTheRegul
 TEST(Monitor, BufferAfterAShortBoost_TakesItBackOnlyIfItIsStillBeingSent) {
     for (const int64_t hintTakes : {int64_t{0}, 3 * kMs}) {
         playWatched([&](Compositor& compositor, int64_t last) {
-            standin::Device::instance().setDelay(standin::EntryPoint::kPerfHint, hintTakes);
+            device::StandInDevice::instance().setDelay(device::EntryPoint::kPerfHint, hintTakes);
             // The second hint goes out half a period after the first deadline.
             const int64_t queued = last + kPeriod60 + 9 * kMs;
             EXPECT_EQ(compositor.queueAt(queued), queued) << "the service holds no producer";

@@ -50,7 +50,7 @@ TEST(PerfProxy, Locks_AreHandedBackByTheHandleThatStaysStored) {
 
 TEST(PerfProxy, LayerWithoutPackage_IsNoGameWithoutAQuestion) {
     withClient({}, [](PerfProxy& client) {
-        Device::instance().setVerdict("", 2);
+        StandInDevice::instance().setVerdict("", 2);
         client.setDebuggable(true);
         EXPECT_FALSE(client.isGameLayer("StatusBar#0"));
         EXPECT_EQ(client.getGameWeight("StatusBar#0"), -1);

@@ -122,7 +122,7 @@ TEST(PowerProxy, WithoutAServiceOrAtItsEnd_NothingIsSent) {
     withClient({}, [](PerfProxy& client) {
         sp<PowerProxy> power = new PowerProxy(&client);
         power->negativeBoostAcq(0);
-        Device::instance().clearEvents();
+        StandInDevice::instance().clearEvents();
         power.clear();
         const sp<PowerProxy> alone = new PowerProxy(nullptr);
         alone->negativeBoostAcq(0);

@@ -4,7 +4,7 @@
 
 #include "tests/library/Compositor.h"
 
-using standin::EntryPoint;
+using device::EntryPoint;
 
 namespace {
 
@@ -34,13 +34,13 @@ std::vector<std::string> lockCalls() {
 
 // Plays until `periods` more measuring periods have closed.
 void playPeriods(Compositor& compositor, int64_t frameTime, int periods) {
-    const standin::Device& device = standin::Device::instance();
+    const device::StandInDevice& device = device::StandInDevice::instance();
     size_t seen = device.events().size();
     while (periods > 0) {
         compositor.queueAt(Compositor::now() + frameTime);
-        for (const standin::Event& event : device.events(seen)) {
+        for (const device::Event& event : device.events(seen)) {
             ++seen;
-            const bool line = event.kind == standin::EventKind::kLog;
+            const bool line = event.kind == device::EventKind::kLog;
             if (line && event.text.find("FPS:") != std::string::npos) --periods;
         }
     }

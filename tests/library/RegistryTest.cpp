@@ -7,7 +7,7 @@
 
 #include "tests/library/Compositor.h"
 
-using standin::EntryPoint;
+using device::EntryPoint;
 
 namespace {
 
@@ -98,7 +98,7 @@ TEST(Registry, SlowService_HoldsNobodyAndOneQuestionIsUnderWayAtATime) {
     constexpr int64_t kSlow = 5 * kSecond;
     play(Scene(), [](Compositor& compositor) {
         compositor.library.init();
-        standin::Device::instance().setDelay(EntryPoint::kPerfGetFeedback, kSlow);
+        device::StandInDevice::instance().setDelay(EntryPoint::kPerfGetFeedback, kSlow);
         const int64_t asked = Compositor::now();
         ask(compositor, {kGame});
         for (int i = 0; i < 10; ++i) compositor.queue(kOtherGame);
@@ -200,7 +200,7 @@ TEST(Registry, Vsync_ReachesBothTrackers) {
 
 TEST(Registry, TrackerInTheMiddleOfASlowSetUp_IsGivenUpOnlyAfterwards) {
     playThree([](Compositor& compositor) {
-        standin::Device::instance().setDelay(EntryPoint::kPerfGetFeedbackExtn, 3 * kSecond);
+        device::StandInDevice::instance().setDelay(EntryPoint::kPerfGetFeedbackExtn, 3 * kSecond);
         int64_t built = 0;
         std::thread producer([&] {
             while (serviceCalls(EntryPoint::kPerfGetFeedbackExtn).empty()) {

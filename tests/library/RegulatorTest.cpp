@@ -140,7 +140,7 @@ TEST(Regulator, SwitchedOnTwice_SaysItOnceAndHasLeftTheVsyncBeforeAlone) {
                 new PresetHeadroomRegulator(owner, false, true);
         regulator->setVsyncInfo(kPeriod, 60);
         sim::sleepFor(kMs);
-        Device::instance().clearEvents();
+        StandInDevice::instance().clearEvents();
         EXPECT_EQ(Script(*regulator).run("Vc++"), std::vector<int64_t>());
         const std::vector<std::string> expected = {
                 "begin enable PHR", "D Cindral.HeadroomRegulator: enable PHR", "end"};

@@ -8,8 +8,8 @@
 
 #include "tests/library/Compositor.h"
 
-using standin::Event;
-using standin::EventKind;
+using device::Event;
+using device::EventKind;
 
 namespace {
 
@@ -83,7 +83,7 @@ const std::string& nameOf(const sim::Outcome& outcome, int thread) {
 // What has to hold of everything that was seen, whatever the schedule.
 void checkInvariants(const sim::Outcome& outcome) {
     std::map<int, int> openSections;
-    for (const Event& event : standin::Device::instance().events()) {
+    for (const Event& event : device::StandInDevice::instance().events()) {
         // The checker asks for the debug switch at both ends, and the storm turns it off in
         // between.
         if (nameOf(outcome, event.thread).empty()) continue;
@@ -96,13 +96,13 @@ void checkInvariants(const sim::Outcome& outcome) {
             ASSERT_TRUE(headroom >= 6'666'666 && headroom <= 15'000'000) << event.text;
         }
         if (event.kind != EventKind::kServiceCall || event.arguments.empty() ||
-            event.entryPoint != standin::EntryPoint::kPerfHint ||
+            event.entryPoint != device::EntryPoint::kPerfHint ||
             event.arguments[0] != kBoostHintId) {
             continue;
         }
         const bool negative = (event.arguments[2] & kNegativeBoostFlag) != 0;
         ASSERT_EQ(nameOf(outcome, event.thread), negative ? "BLT" : "BP")
-                << "no thread of the compositor may send " << standin::describe(event);
+                << "no thread of the compositor may send " << device::describe(event);
     }
     for (const auto& [thread, open] : openSections) {
         ASSERT_EQ(open, 0) << "a section of thread " << thread << " never ended";

@@ -46,7 +46,7 @@ TEST(Unload, HundredTimesLoadedAndUsed_LeavesNoThreadAndNoMapping) {
 
 TEST(Unload, WithTheCheckerAsking_WaitsForItsAnswer) {
     play(Scene(), [&](Compositor& compositor) {
-        standin::Device::instance().setDelay(standin::EntryPoint::kPerfGetFeedback, kSecond);
+        device::StandInDevice::instance().setDelay(device::EntryPoint::kPerfGetFeedback, kSecond);
         compositor.library.init();
         compositor.queue(kGame);
     });
@@ -61,7 +61,8 @@ TEST(Unload, WhileTheCheckersVerdictRetiresATracker_TheUnloadClosesItsLibraries)
         compositor.start(kGame);
         compositor.playUntilEnvironment(kGame);
         compositor.start(kOtherGame);
-        standin::Device::instance().setDelay(standin::EntryPoint::kPerfGetFeedback, 2 * kSecond);
+        device::StandInDevice::instance().setDelay(device::EntryPoint::kPerfGetFeedback,
+                                                   2 * kSecond);
         compositor.queue(kThirdGame);
     });
     EXPECT_EQ(countOf("~BufferLayerTracker"), 1);
@@ -71,7 +72,7 @@ TEST(Unload, WhileTheCheckersVerdictRetiresATracker_TheUnloadClosesItsLibraries)
 
 TEST(Unload, WhileTheCheckerAsksAClientThatWasReplaced_TheUnloadClosesItsLibraries) {
     play(Scene(), [&](Compositor& compositor) {
-        standin::Device::instance().setDelay(standin::EntryPoint::kPerfGetFeedback, kSecond);
+        device::StandInDevice::instance().setDelay(device::EntryPoint::kPerfGetFeedback, kSecond);
         compositor.library.init();
         compositor.queue(kGame);
         Compositor::waitUntil(Compositor::now() + kMs);
@@ -104,13 +105,13 @@ TEST(Unload, InTheMomentAWaitOfTheMonitorRunsOut_IsOverAtOnceAndSendsNothing) {
 }
 
 TEST(Unload, WithRealThreads_LeavesNothingBehindEither) {
-    standin::Device& device = standin::Device::instance();
+    device::StandInDevice& device = device::StandInDevice::instance();
     device.reset();
     device.setKnob(6, 1);
     device.setProperty("vendor.perf.phr.enable", "1");
     const size_t threads = realThreads();
     for (int round = 0; round < 100; ++round) {
-        const standin::ServiceLibraries services;
+        const device::ServiceLibraries services;
         replay::CindralLibrary library;
         ASSERT_TRUE(library.init());
         library.setVsyncPeriod(kPeriod60);

@@ -13,7 +13,7 @@
 #include "tests/reliability/Workers.h"
 
 using namespace reliability;
-using standin::EntryPoint;
+using device::EntryPoint;
 
 namespace {
 
@@ -82,8 +82,8 @@ class Injector {
         Scenario scenario{parse(text), {}, {}};
         Trouble counting;
         counting.memory = countedMemory();
-        counting.observer = [&](const standin::Event& event) {
-            if (event.kind == standin::EventKind::kServiceCall &&
+        counting.observer = [&](const device::Event& event) {
+            if (event.kind == device::EventKind::kServiceCall &&
                 event.entryPoint == EntryPoint::kPerfGetProp)
                 scenario.properties.insert(event.text);
         };
@@ -166,7 +166,7 @@ class Injector {
         std::vector<Fault> faults;
         for (const char* library : {"libskewknob_system.so", "libnuv-perfd-client_system.so"})
             faults.push_back(without(library, 0, scenario));
-        for (int i = 0; i < standin::kEntryPointCount; ++i)
+        for (int i = 0; i < device::kEntryPointCount; ++i)
             faults.push_back(without(toString(static_cast<EntryPoint>(i)), i, scenario));
         return faults;
     }
@@ -195,7 +195,7 @@ class Injector {
         for (const std::string& property : scenario.properties) {
             for (const std::string& value : values) {
                 Fault fault(property + " = \"" + value + '"');
-                fault.trouble.device = [property, value](standin::Device& device) {
+                fault.trouble.device = [property, value](device::StandInDevice& device) {
                     device.setProperty(property, value);
                 };
                 faults.push_back(std::move(fault));
@@ -206,7 +206,7 @@ class Injector {
 
     static std::vector<Fault> slow(const Scenario&) {
         std::vector<Fault> faults;
-        for (int entryPoint = 0; entryPoint < standin::kEntryPointCount; ++entryPoint) {
+        for (int entryPoint = 0; entryPoint < device::kEntryPointCount; ++entryPoint) {
             for (const int64_t seconds : {1, 5}) {
                 Fault fault(toString(static_cast<EntryPoint>(entryPoint)) +
                             (" takes " + std::to_string(seconds)) + " s");

@@ -16,8 +16,8 @@
 #include "tests/reliability/Surroundings.h"
 #include "tests/reliability/Violation.h"
 
-using standin::Device;
-using standin::EntryPoint;
+using device::EntryPoint;
+using device::StandInDevice;
 
 namespace reliability {
 
@@ -185,12 +185,12 @@ class Session {
     }
 
     void setDelay(int entryPoint, int64_t delayNs) {
-        Device::instance().setDelay(static_cast<EntryPoint>(entryPoint), delayNs);
+        StandInDevice::instance().setDelay(static_cast<EntryPoint>(entryPoint), delayNs);
     }
 
     void rest() {
         if (mProgram.uses(Act::kDelay) || mTrouble.slowEntryPoint >= 0) {
-            for (int i = 0; i < standin::kEntryPointCount; ++i) setDelay(i, 0);
+            for (int i = 0; i < device::kEntryPointCount; ++i) setDelay(i, 0);
             sim::sleepFor(kLongRestNs);
         }
         sim::sleepFor(kRestNs);
@@ -298,7 +298,7 @@ sim::Options optionsOf(const Program& program, uint64_t schedule, const Trouble&
     return options;
 }
 
-void add(sim::Digest& record, const standin::Event& event) {
+void add(sim::Digest& record, const device::Event& event) {
     for (const int64_t number :
          {static_cast<int64_t>(event.kind), event.timeNs, static_cast<int64_t>(event.thread),
           static_cast<int64_t>(event.entryPoint), event.takesNs, int64_t{event.priority}})
@@ -317,10 +317,10 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
     Watch watch(program, exact, spurious, trouble != nullptr && !trouble->sound);
     configure(program);
     openServices(wrong.without);
-    if (wrong.device) wrong.device(Device::instance());
+    if (wrong.device) wrong.device(StandInDevice::instance());
     sim::Digest record;
     record.add(schedule);
-    Device::instance().setEventSink([&](const standin::Event& event) {
+    StandInDevice::instance().setEventSink([&](const device::Event& event) {
         add(record, event);
         watch.see(event);
         if (wrong.observer) wrong.observer(event);
@@ -334,9 +334,9 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
         reached.allocations = session.allocations();
         reached.threads = static_cast<int64_t>(sim::threads().size()) - 1;
     });
-    Device::instance().setEventSink({});
+    StandInDevice::instance().setEventSink({});
     if (!outcome.ok()) violate(invariantOf(outcome.failure), outcome.report);
-    Device::instance().reset();
+    StandInDevice::instance().reset();
     record.add(outcome.record);
     record.add(reached.active);
     reached.record = record.value();
@@ -378,7 +378,7 @@ sim::Options scheduleOf(uint64_t number) {
 Shortage countedMemory() {
     Shortage memory;
     memory.program = codeAround(reinterpret_cast<const void*>(&play));
-    memory.device = codeAround(reinterpret_cast<const void*>(&Device::instance));
+    memory.device = codeAround(reinterpret_cast<const void*>(&StandInDevice::instance));
     return memory;
 }
 
@@ -395,7 +395,7 @@ void playInRealTime(const Program& program, const std::string& library) {
         configure(program);
         openServices({});
         Session(program, nullptr, library, kNoTrouble).run(library);
-        Device::instance().reset();
+        StandInDevice::instance().reset();
         return true;
     });
 }

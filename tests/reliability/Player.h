@@ -17,16 +17,16 @@ sim::Options scheduleOf(uint64_t number);
 
 // What is wrong with the device or the system during a run.
 struct Trouble {
-    bool sound = false;                            // nothing is wrong, it is only observed
-    bool passes = false;                           // afterwards everything has to work
-    std::function<void(standin::Device&)> device;  // last word on its state
-    std::vector<std::string> without;              // libraries and entry points that are missing
+    bool sound = false;                                  // nothing is wrong, it is only observed
+    bool passes = false;                                 // afterwards everything has to work
+    std::function<void(device::StandInDevice&)> device;  // last word on its state
+    std::vector<std::string> without;  // libraries and entry points that are missing
     Shortage memory;
     int slowEntryPoint = -1;  // whose calls take
     int64_t slowNs = 0;
     bool lastingThreads = false;  // no threads from Program::failThread on
     int64_t startTimeNs = 0;      // of the clock; 0 for the usual one
-    std::function<void(const standin::Event&)> observer;
+    std::function<void(const device::Event&)> observer;
 };
 
 // The schedule without any disturbance.

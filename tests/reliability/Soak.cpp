@@ -22,7 +22,7 @@
 #include "tests/reliability/Player.h"
 
 using namespace reliability;
-using standin::Device;
+using device::StandInDevice;
 
 namespace {
 
@@ -73,7 +73,7 @@ struct Use {
 };
 
 void configureDevice() {
-    Device& device = Device::instance();
+    StandInDevice& device = StandInDevice::instance();
     device.reset();
     for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
     for (const char* name : {"pfar2.enable", "phr.enable", "pfar2.hgpe.enable"})
@@ -97,10 +97,10 @@ class Month {
 
     bool play() {
         configureDevice();
-        Device::instance().setEventSink([this](const standin::Event& event) {
-            mCalls += event.kind == standin::EventKind::kServiceCall ? 1 : 0;
+        StandInDevice::instance().setEventSink([this](const device::Event& event) {
+            mCalls += event.kind == device::EventKind::kServiceCall ? 1 : 0;
         });
-        const standin::ServiceLibraries services;
+        const device::ServiceLibraries services;
         const sim::Outcome outcome = sim::run(options(), [this] { live(); });
         if (!outcome.ok()) std::fputs(outcome.report.c_str(), stderr);
         std::cout << mDays << " days, " << mFrames << " frames, " << mCalls << " service calls, "
@@ -217,8 +217,8 @@ class Load {
 bool useInRealTime(int64_t seconds) {
     mallopt(M_ARENA_MAX, 1);  // it would map more of them whenever threads happen to compete
     int64_t hints = 0;
-    Device::instance().setEventSink([&](const standin::Event& event) {
-        hints += event.entryPoint == standin::EntryPoint::kPerfHint ? 1 : 0;
+    StandInDevice::instance().setEventSink([&](const device::Event& event) {
+        hints += event.entryPoint == device::EntryPoint::kPerfHint ? 1 : 0;
     });
     const Load load;
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
@@ -232,7 +232,7 @@ bool useInRealTime(int64_t seconds) {
     }
     warm.print("after " + std::to_string(kWarmRounds) + " rounds: ");
     Use::now().print("at the end: ");
-    Device::instance().setEventSink({});
+    StandInDevice::instance().setEventSink({});
     std::cout << round << " loads and unloads, " << hints << " hints, "
               << (flat ? "nothing grew\n" : "something grew\n");
     return flat;

@@ -9,7 +9,7 @@
 #include "device/StandInDevice.h"
 #include "sim/Simulation.h"
 
-using standin::Device;
+using device::StandInDevice;
 
 namespace reliability {
 
@@ -23,7 +23,7 @@ constexpr size_t kStackBytes = 1 << 20;
 }  // namespace
 
 void setMood(int mood) {
-    Device& device = Device::instance();
+    StandInDevice& device = StandInDevice::instance();
     for (const char* package : {"com.example.game", "com.example.other", "com.example.third",
                                 "com.example.fresh", "com.example.fresher"}) {
         device.setVerdict(package, (mood & 4) == 0 ? 2 : 1);
@@ -33,7 +33,7 @@ void setMood(int mood) {
 }
 
 void configure(const Program& program) {
-    Device& device = Device::instance();
+    StandInDevice& device = StandInDevice::instance();
     device.reset();
     device.setThreadLabeller(sim::currentThread);
     if (program.has('t')) device.setTraceTags(kTraceTags);
@@ -57,7 +57,7 @@ void useSmallStacks() {
 
 // Complete ones stay open, as opening them takes its time.
 void openServices(const std::vector<std::string>& without) {
-    static std::optional<standin::ServiceLibraries> sOpen;
+    static std::optional<device::ServiceLibraries> sOpen;
     static bool sComplete = false;
     if (sOpen && sComplete && without.empty()) return;
     sOpen.reset();

@@ -8,9 +8,9 @@
 
 #include "tests/reliability/Violation.h"
 
-using standin::EntryPoint;
-using standin::Event;
-using standin::EventKind;
+using device::EntryPoint;
+using device::Event;
+using device::EventKind;
 
 namespace reliability {
 
@@ -88,7 +88,7 @@ Watch::Watch(const Program& program, bool exactTimes, bool spuriousWakes, bool u
         mSolo(program.isSolo()) {}
 
 void Watch::see(const Event& event) {
-    if (mGone) violate("nothing-after-unload", standin::describe(event));
+    if (mGone) violate("nothing-after-unload", device::describe(event));
     if (event.kind == EventKind::kServiceCall) return seeCall(event);
     if (event.kind == EventKind::kLog) return seeLog(event);
     seeSection(event);
@@ -138,7 +138,7 @@ void Watch::checkSender(const Event& event, size_t held) const {
     } else {
         allowed = initialises || queues;
     }
-    const std::string where = standin::describe(event) + " on thread " + std::to_string(thread.id) +
+    const std::string where = device::describe(event) + " on thread " + std::to_string(thread.id) +
                               " " + thread.name + ", " + std::to_string(held) + " locks held";
     if (!allowed) violate("who-sends", where);
     if (held != locks) violate("locks-in-service", where);
@@ -152,10 +152,10 @@ void Watch::seeHint(const Event& event) {
         const bool released = duration == 0 && strength == 0;
         const bool inRange = mUnexpecting || (strength >= 0 && strength <= kMostStrength);
         if (!released && (duration != 500 || !inRange))
-            violate("known-requests", standin::describe(event));
+            violate("known-requests", device::describe(event));
         return;
     }
-    if (!isKnownBoost(duration, type)) violate("known-requests", standin::describe(event));
+    if (!isKnownBoost(duration, type)) violate("known-requests", device::describe(event));
     mReleaseDue = false;
     mLongBoostEndNs = -1;
     if (type == 0) {
@@ -173,7 +173,7 @@ void Watch::seeHint(const Event& event) {
 void Watch::seeLog(const Event& event) {
     constexpr int kError = 6;
     if (mustBeQuiet() && event.priority != kError)
-        violate("quiet-without-debug", standin::describe(event));
+        violate("quiet-without-debug", device::describe(event));
     for (const char* line : {"reation Failed", "thread create failed!"})
         mReached.lostThreads += event.text.find(line) != std::string::npos ? 1 : 0;
     const size_t thresh = event.text.find("curr thresh:");
@@ -191,7 +191,7 @@ void Watch::seeLog(const Event& event) {
 void Watch::seeSection(const Event& event) {
     const sim::ThreadRecord& thread = sim::self();
     const bool begins = event.kind == EventKind::kTraceBegin;
-    if (mustBeQuiet()) violate("quiet-without-debug", standin::describe(event));
+    if (mustBeQuiet()) violate("quiet-without-debug", device::describe(event));
     if (begins) seeMarker(event.text);
     const bool inCall = at(mCalls, thread.id).letter != '\0';
     if (!isTrackerThread(thread) && !inCall) return;  // the checker's switch may change in between

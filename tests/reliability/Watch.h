@@ -62,7 +62,7 @@ class Watch {
     // `unexpecting`: the device is in such a state that nothing but safety can be expected.
     Watch(const Program& program, bool exactTimes, bool spuriousWakes, bool unexpecting);
 
-    void see(const standin::Event& event);
+    void see(const device::Event& event);
 
     // Around every call of an entry point. `layer` is -1 where none is named.
     int64_t callBegins(Act act, int layer);
@@ -88,12 +88,12 @@ class Watch {
     };
 
     bool mustBeQuiet() const { return !mProgram.has('d') && !mUnexpecting; }
-    void seeCall(const standin::Event& event);
-    void seeHint(const standin::Event& event);
-    void seeLog(const standin::Event& event);
-    void seeSection(const standin::Event& event);
+    void seeCall(const device::Event& event);
+    void seeHint(const device::Event& event);
+    void seeLog(const device::Event& event);
+    void seeSection(const device::Event& event);
     void seeMarker(const std::string& text);
-    void checkSender(const standin::Event& event, size_t held) const;
+    void checkSender(const device::Event& event, size_t held) const;
     int64_t servedWithin(int64_t startNs, int64_t endNs) const;
     void checkTrackerThreads() const;
 

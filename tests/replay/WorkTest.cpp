@@ -66,9 +66,9 @@ TEST(Work, WithoutAStall_TheShortestTimesOfAllCount) {
     EXPECT_EQ(busyWorkNs({}, 10 * kMs), 0);
 }
 
-standin::Event hint(int64_t timeNs, int durationMs, int type) {
-    standin::Event event;
-    event.entryPoint = standin::EntryPoint::kPerfHint;
+device::Event hint(int64_t timeNs, int durationMs, int type) {
+    device::Event event;
+    event.entryPoint = device::EntryPoint::kPerfHint;
     event.timeNs = timeNs;
     event.arguments = {0x1046, durationMs, type};
     return event;
@@ -78,7 +78,7 @@ TEST(Clocks, Hints_ChangeTheSpeedUntilTheyLapseOrAreTakenBack) {
     constexpr int kNegative = 0x10000;
     struct Case {
         const char* what;
-        std::vector<standin::Event> hints;
+        std::vector<device::Event> hints;
         int64_t expectedMs;  // of work in 100 ms
     };
     const Case kCases[] = {
@@ -94,7 +94,7 @@ TEST(Clocks, Hints_ChangeTheSpeedUntilTheyLapseOrAreTakenBack) {
     };
     for (const Case& test : kCases) {
         Clocks clocks({50, 100});
-        for (const standin::Event& event : test.hints) clocks.onCall(event);
+        for (const device::Event& event : test.hints) clocks.onCall(event);
         EXPECT_EQ(clocks.doneAt(100 * kMs), test.expectedMs * kMs * Clocks::kNormalSpeed)
                 << test.what;
     }
