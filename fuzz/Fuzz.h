@@ -54,8 +54,7 @@ inline void fuzzReader(Reader reader, const uint8_t* data, size_t size) {
         MemorySource source({reinterpret_cast<const char*>(data), size});
         ReadContext context("file");
         CaptureBuilder builder;
-        reader(source, context,
-               [&](const Marker& marker) { builder.addMarker(marker.timeNs, marker.payload); });
+        reader(source, context, [&](const Marker& marker) { builder.addMarker(marker); });
         Capture capture = builder.build("file");
         capture.lost = context.losses.describe();
         return capture;

@@ -62,6 +62,14 @@ std::string formatted(const char* format, double first, double second) {
     return text;
 }
 
+// "C|612|...", written by thread 612. A marker that names no process is believed.
+bool isByMainThread(const Marker& marker) {
+    const std::string_view text = marker.payload.substr(2);
+    int process = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), process);
+    return error != std::errc() || process == 0 || process == marker.thread;
+}
+
 double rateOf(int64_t periodNs) {
     return static_cast<double>(kNsPerSecond) / static_cast<double>(periodNs);
 }
@@ -98,7 +106,8 @@ CaptureBuilder::Use CaptureBuilder::useOf(std::string_view name) {
     return layerOfCounter(name) ? Use::kLayer : Use::kNone;
 }
 
-void CaptureBuilder::addMarker(int64_t timeNs, std::string_view payload) {
+void CaptureBuilder::addMarker(const Marker& marker) {
+    const std::string_view payload = marker.payload;
     if (!startsWith(payload, "C|")) return;
     const size_t nameStart = payload.find('|', 2);
     if (nameStart == std::string_view::npos) return;
@@ -110,13 +119,14 @@ void CaptureBuilder::addMarker(int64_t timeNs, std::string_view payload) {
     int64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error == std::errc() && end == text.data() + text.size())
-        return addCounter(timeNs, name, value);
+        return addCounter(marker.timeNs, name, value, isByMainThread(marker));
     if (useOf(name) == Use::kNone) return;
     throw DamagedMarker("counter " + inQuotes(std::string(name)) +
                         " has no whole number: " + inQuotes(std::string(text)));
 }
 
-void CaptureBuilder::addCounter(int64_t timeNs, std::string_view name, int64_t value) {
+void CaptureBuilder::addCounter(int64_t timeNs, std::string_view name, int64_t value,
+                                bool onMainThread) {
     const auto known = mCounters.find(name);
     const Use use = known == mCounters.end() ? useOf(name) : known->second.use;
     if (use == Use::kNone) return noteOther(name);
@@ -127,7 +137,7 @@ void CaptureBuilder::addCounter(int64_t timeNs, std::string_view name, int64_t v
     }
     noteTime(timeNs);
     if (++mSampleCount > kMaxSamples) failAsTooBig();
-    samplesOf(name, use).push_back({timeNs, value});
+    samplesOf(name, use).push_back({timeNs, static_cast<int32_t>(value), onMainThread});
 }
 
 std::vector<CaptureBuilder::Sample>& CaptureBuilder::samplesOf(std::string_view name, Use use) {
@@ -180,7 +190,13 @@ LayerEvents CaptureBuilder::layerEvents(const std::string& name, const Counter& 
         for (; level < sample.value; ++level) events.queueTimesNs.push_back(sample.timeNs);
         while (level > sample.value) {
             --level;
-            events.consumes.push_back({sample.timeNs, static_cast<int>(level)});
+            // The compositor takes buffers on its main thread. On any other a newer buffer
+            // replaced one that nobody had taken.
+            if (sample.onMainThread) {
+                events.consumes.push_back({sample.timeNs, static_cast<int>(level)});
+            } else {
+                events.replacedTimesNs.push_back(sample.timeNs);
+            }
         }
         // One sample may stand for many buffers.
         if (events.queueTimesNs.size() > kMaxSamples) failAsTooBig();

@@ -12,6 +12,7 @@
 
 #include "replay/base/Error.h"
 #include "replay/capture/LayerName.h"
+#include "replay/capture/Marker.h"
 #include "replay/capture/VsyncTrack.h"
 
 namespace replay {
@@ -32,6 +33,8 @@ struct LayerEvents {
     int pendingAtStart = 0;  // buffers in the queue when the capture began
     std::vector<int64_t> queueTimesNs;
     std::vector<ConsumeEvent> consumes;
+    // Buffers that a newer one replaced before they were shown.
+    std::vector<int64_t> replacedTimesNs;
 };
 
 struct VsyncCounter {
@@ -61,8 +64,8 @@ class CaptureBuilder {
   public:
     // Takes what is of use from a userspace marker ("C|123|VSYNC-sf|1"), in the order of the
     // capture. Throws DamagedMarker and leaves it out; throws InputError if the capture is too big.
-    void addMarker(int64_t timeNs, std::string_view payload);
-    void addCounter(int64_t timeNs, std::string_view name, int64_t value);
+    void addMarker(const Marker& marker);
+    void addCounter(int64_t timeNs, std::string_view name, int64_t value, bool onMainThread = true);
 
     // The capture is written one CPU after the other by design, so that being out of order is no
     // news.
@@ -74,7 +77,8 @@ class CaptureBuilder {
   private:
     struct Sample {
         int64_t timeNs;
-        int64_t value;
+        int32_t value;
+        bool onMainThread;  // of the process that the counter belongs to
     };
     enum class Use { kLayer, kVsync, kNone };
     struct Counter {

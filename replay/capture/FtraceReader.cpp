@@ -78,7 +78,7 @@ class Reading {
 
     void useEvent(const FtraceLine& line) {
         try {
-            if (isUserspaceMarker(line)) mSink(Marker{line.timeNs, line.payload});
+            if (isUserspaceMarker(line)) mSink(Marker{line.timeNs, line.payload, line.pid});
             mSawEvent = true;
             mContext.losses.noteGood();
         } catch (const DamagedMarker& error) {

@@ -10,6 +10,7 @@ namespace replay {
 struct Marker {
     int64_t timeNs = 0;  // the capture's own clock
     std::string_view payload;
+    int thread = 0;  // who wrote it; a process' main thread has the number of the process
 };
 
 // May throw DamagedMarker, which costs the capture that one marker; anything else ends the reading.

@@ -159,7 +159,8 @@ class Reading {
         try {
             if (event.timestamp() > kMaxTimestampNs)
                 throw DamagedMarker("a timestamp beyond any clock");
-            mSink(Marker{static_cast<int64_t>(event.timestamp()), payload});
+            mSink(Marker{static_cast<int64_t>(event.timestamp()), payload,
+                         static_cast<int>(event.pid())});
         } catch (const DamagedMarker& error) {
             mDamage = error.what();
         }

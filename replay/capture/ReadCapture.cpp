@@ -51,9 +51,7 @@ class Pipeline {
     }
 
     void readInto(CaptureBuilder& builder) {
-        const auto sink = [&](const Marker& marker) {
-            builder.addMarker(marker.timeNs, marker.payload);
-        };
+        const auto sink = [&](const Marker& marker) { builder.addMarker(marker); };
         if (mKind == FileKind::kPerfetto) {
             builder.expectCpusInTurn();
             readPerfetto(*mBytes, mContext, sink);

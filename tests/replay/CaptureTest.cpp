@@ -61,6 +61,20 @@ TEST(Capture, CounterChanges_BecomeQueueAndConsumeEventsOneByOne) {
     EXPECT_EQ(capture.layers[0].consumes, (std::vector<ConsumeEvent>{{30, 2}, {30, 1}, {50, 2}}));
 }
 
+TEST(Capture, FallsOnOtherThreads_AreReplacedBuffersAndNotConsumedOnes) {
+    CaptureBuilder builder;
+    const std::string head = std::string("C|612|") + kOldCounter + "|";
+    const std::pair<int, int> kSamples[] = {{0, 1893}, {1, 1893}, {2, 1893}, {1, 1893}, {0, 612}};
+    int64_t timeNs = 0;
+    for (const auto& [level, thread] : kSamples) {
+        builder.addMarker({timeNs += 10, head + std::to_string(level), thread});
+    }
+    const LayerEvents layer = builder.build("test").layers.at(0);
+    EXPECT_EQ(layer.queueTimesNs, (Times{10, 20}));
+    EXPECT_EQ(layer.replacedTimesNs, (Times{30}));
+    EXPECT_EQ(layer.consumes, (std::vector<ConsumeEvent>{{40, 0}}));
+}
+
 TEST(Capture, LinesOutOfOrder_AreSortedAndCounted) {
     const Capture capture = captureOf({{1000, 0}, {1030, 2}, {1020, 1}, {1040, 1}});
     EXPECT_EQ(capture.layers.at(0).queueTimesNs, (Times{20, 30}));
@@ -72,10 +86,10 @@ TEST(Capture, DamagedCounters_AreRefusedOnlyWhereTheyMatter) {
     CaptureBuilder builder;
     for (const char* harmless :
          {"C|1|heat|1.5", "C|1|heat", "C|1", "B|1|VSYNC-sf", "C|1|heat|2|category"}) {
-        builder.addMarker(0, harmless);
+        builder.addMarker({0, harmless, 1});
     }
     const auto addError = [&](const std::string& payload) {
-        return errorOf([&] { builder.addMarker(0, payload); });
+        return errorOf([&] { builder.addMarker({0, payload, 1}); });
     };
     EXPECT_NE(addError("C|1|VSYNC-sf|").find("no whole number"), std::string::npos);
     EXPECT_NE(addError(std::string("C|1|") + kOldCounter + "|1x").find("no whole number"),
@@ -94,8 +108,8 @@ TEST(Capture, DamagedCounters_AreRefusedOnlyWhereTheyMatter) {
 TEST(Capture, WithoutAnyLayer_SaysWhatWasSoughtAndFound) {
     CaptureBuilder builder;
     EXPECT_NE(errorOf([&] { builder.build("f"); }).find("found none"), std::string::npos);
-    builder.addMarker(0, "C|1|VSYNC-sf|1");
-    builder.addMarker(0, "C|1|heat|2|category");
+    builder.addMarker({0, "C|1|VSYNC-sf|1", 1});
+    builder.addMarker({0, "C|1|heat|2|category", 1});
     const std::string error = errorOf([&] { builder.build("f"); });
     EXPECT_EQ(error.find("f: "), 0u);
     EXPECT_NE(error.find("\"BufferTX - SurfaceView["), std::string::npos);
