@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <sstream>
-#include <string>
 
 namespace android {
 
@@ -22,17 +20,12 @@ struct PropertyValue {
     // A switch is on only when its number is exactly 1.
     bool isOn() const { return toInt() == 1; }
 
-    // Formatted extraction of the leading number into `target`. A text that does not begin with a
-    // number leaves what a stream leaves: 0, or the old value where the text is blank.
-    template <typename T>
-    void extractTo(T& target) const noexcept {
-        try {
-            std::istringstream stream{std::string(text)};
-            stream >> target;
-        } catch (...) {
-            // Out of memory: the old value stands, as for a blank text.
-        }
-    }
+    // What a string stream makes of the leading decimal number, whatever the standard library and the
+    // locale: numbers beyond the type become its nearest end, for a bool true. A text that does not
+    // begin with a number is 0; a blank one, or no memory to read it, leaves the target as it was.
+    void extractTo(int& target) const noexcept;
+    void extractTo(bool& target) const noexcept;
+    void extractTo(float& target) const noexcept;
 };
 
 static_assert(sizeof(PropertyValue) == PropertyValue::kSize);

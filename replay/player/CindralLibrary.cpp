@@ -8,17 +8,6 @@ namespace replay {
 
 namespace {
 
-// The mangled name holds the standard library's name for std::string.
-#ifdef _LIBCPP_VERSION
-constexpr char kUpdateLayerList[] =
-        "_ZN7android21updateLayerListLockedERKNSt3__112basic_stringIcNS0_11char_traitsIcEENS0_"
-        "9allocatorIcEEEEb";
-#else
-constexpr char kUpdateLayerList[] =
-        "_ZN7android21updateLayerListLockedERKNSt7__cxx1112basic_stringIcSt11char_"
-        "traitsIcESaIcEEEb";
-#endif
-
 std::string loaderError() {
     const char* text = dlerror();
     return text == nullptr ? "unknown error" : text;
@@ -44,7 +33,6 @@ CindralLibrary::CindralLibrary(const std::string& path) : mPath(path) {
     bind(trackBufferDecrement, "cindralTrackBufferDecrement");
     bind(trackVsyncSignal, "cindralTrackVsyncSignal");
     bind(clearConfigs, "_ZN7android12clearConfigsEv");
-    bind(updateLayerListLocked, kUpdateLayerList);
 }
 
 CindralLibrary::~CindralLibrary() {

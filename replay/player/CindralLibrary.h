@@ -4,7 +4,8 @@
 
 namespace replay {
 
-// The library under test, opened at run time as the compositor does it.
+// The library under test, opened at run time as the compositor does it. All entry points but
+// updateLayerListLocked, which is for the library's own threads.
 //
 // Constructed and destroyed by one thread; the entry points may be called from any. Destroying it
 // unloads the library, which stops and joins the library's threads: inside a simulation, do it
@@ -24,7 +25,6 @@ class CindralLibrary {
     void (*trackBufferDecrement)(const char* layer, int pending) = nullptr;
     void (*trackVsyncSignal)() = nullptr;
     void (*clearConfigs)() = nullptr;
-    void (*updateLayerListLocked)(const std::string& layer, bool isGame) = nullptr;
 
   private:
     template <typename Function>
