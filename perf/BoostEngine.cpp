@@ -65,11 +65,12 @@ void PerfProxy::resetStats() {
 }
 
 void PerfProxy::adjustBoostExpectation(bool up) {
-    const int32_t degree = adjustedExpectation(mBoostExpectationDegree, up);
-    mBoostExpectationDegree = degree;
+    const int32_t before = mBoostExpectationDegree;
+    const std::optional<int32_t> stepped = steppedExpectation(before, up);
+    if (stepped) mBoostExpectationDegree = *stepped;
     if (!mDebuggable) return;
     char text[kTraceTextSize];
-    snprintf(text, sizeof(text), "mBoostExpectationDegree = %d", degree);
+    snprintf(text, sizeof(text), "mBoostExpectationDegree = %d", stepped.value_or(before));
     traceMarker(mDebuggable, text);
 }
 

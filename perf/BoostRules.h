@@ -47,9 +47,11 @@ inline bool isBoostSkipped(int checkpoint, int32_t expectation, bool negativeBoo
     return checkpoint == kCheckpoint1 && expectation <= 0 && !negativeBoosts;
 }
 
-inline int32_t adjustedExpectation(int32_t expectation, bool up) {
-    if (up) return expectation < kMaxBoostExpectation ? expectation + 1 : expectation;
-    return expectation > kMinBoostExpectation ? expectation - 1 : expectation;
+// The expectation after a step up or down; nothing at the bound, where there is nothing to store.
+inline std::optional<int32_t> steppedExpectation(int32_t expectation, bool up) {
+    if (up ? expectation >= kMaxBoostExpectation : expectation <= kMinBoostExpectation)
+        return std::nullopt;
+    return up ? expectation + 1 : expectation - 1;
 }
 
 }  // namespace android::cindral

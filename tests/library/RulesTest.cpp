@@ -101,6 +101,15 @@ TEST(HeadroomRules, Steps_StopAtTheirBoundAlsoWhereTheBoundsAreCrossed) {
     EXPECT_EQ(raisedHeadroom(-1, -1), -1);
 }
 
+TEST(BoostRules, Expectation_IsNotStoredAgainAtItsBounds) {
+    for (const int32_t bound : {3, -3}) {
+        const bool up = bound > 0;
+        EXPECT_EQ(steppedExpectation(bound, up), std::nullopt);
+        EXPECT_EQ(steppedExpectation(bound, !up), up ? 2 : -2);
+        EXPECT_EQ(steppedExpectation(up ? 2 : -2, up), bound);
+    }
+}
+
 TEST(PowerRules, Coefficient_MovesByTheSlackBetweenItsFloorAndZero) {
     const int64_t target = targetRenderTime(16'666'666, 70);
     EXPECT_EQ(target, 11'666'666);
