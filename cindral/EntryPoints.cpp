@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <string_view>
 #include <thread>
 
@@ -45,23 +46,37 @@ bool isKnownGame(size_t packageHash) REQUIRES(gLayerLock) {
     return std::find(gGameHashes.begin(), gGameHashes.end(), packageHash) != gGameHashes.end();
 }
 
-void enterVerdict(const std::string& layerName, size_t packageHash, bool isGame) {
-    Mutex::Autolock lock(gLayerLock);
-    if (isGame) gGameHashes.push_back(packageHash);
-    // The place for what a retirement leaves; once it is there nothing may fail.
-    gCheckerClients.emplace_back();
-    updateLayerListLocked(layerName, isGame);
-    if (gCheckerClients.back() == nullptr) gCheckerClients.pop_back();
+// The service's answer, which may be slow, so without gLayerLock; none without the memory to ask.
+std::optional<bool> askAbout(PerfProxy& client, const std::string& layerName) noexcept {
+    try {
+        return client.isGameLayer(layerName);
+    } catch (...) {
+        return std::nullopt;
+    }
 }
 
-// The game-layer checker: one query of the service, which may be slow, so without gLayerLock.
+void enterVerdict(const std::string& layerName, size_t packageHash, bool isGame) noexcept
+        REQUIRES(gLayerLock) {
+    try {
+        if (isGame) gGameHashes.push_back(packageHash);
+        // The place for what a retirement leaves; once it is there nothing may fail.
+        gCheckerClients.emplace_back();
+        updateLayerListLocked(layerName, isGame);
+        if (gCheckerClients.back() == nullptr) gCheckerClients.pop_back();
+    } catch (...) {
+        // Out of memory: the layer stays unknown and asks again with its next buffer.
+    }
+}
+
+// The game-layer checker: one question.
 void checkGameLayer(PerfProxy& client, const std::string& layerName, size_t packageHash) {
     gCheckerThread = gettid();
     if (gDebuggable) atrace_begin(ATRACE_TAG_ALWAYS, "game layer checker.");
-    try {
-        enterVerdict(layerName, packageHash, client.isGameLayer(layerName));
-    } catch (...) {
-        // Out of memory: the layer stays unknown and asks again with its next buffer.
+    const std::optional<bool> isGame = askAbout(client, layerName);
+    {
+        Mutex::Autolock lock(gLayerLock);
+        giveClientBack(client);
+        if (isGame) enterVerdict(layerName, packageHash, *isGame);
     }
     if (gDebuggable) atrace_end(ATRACE_TAG_ALWAYS);
     gCheckerRunning = false;

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -47,7 +48,7 @@ class CheckerDrain {
         }
         // Bounded, as a checker that ended long ago may have left its number to another thread.
         for (int i = 0; i < kMostPolls && isAlive(gCheckerThread); ++i) {
-            // unreachable: at will; only by a checker between its last act and its end
+            // unreachable: by a test, which cannot stop a checker between its last act and its end
             std::this_thread::sleep_for(kPollInterval);
         }
     }
@@ -75,6 +76,13 @@ void replaceModuleClient(const sp<PerfProxy>& client) {
     Mutex::Autolock lock(gPerfProxyLock);
     previous = gPerfProxy;
     gPerfProxy = client;
+}
+
+void giveClientBack(const PerfProxy& client) {
+    // Held until the reference is gone: the module's own one keeps it from being the last.
+    Mutex::Autolock lock(gPerfProxyLock);
+    if (gPerfProxy.get() != &client) return;
+    gCheckerClients.erase(std::find(gCheckerClients.begin(), gCheckerClients.end(), gPerfProxy));
 }
 
 }  // namespace android

@@ -72,10 +72,11 @@ extern cindral::UnlockedField<pid_t> gCheckerThread;
 // The checkers that have not ended. More than one only when the registry cleared gCheckerRunning.
 extern std::atomic<int> gCheckers;
 
-// Strong references to the clients whose last user may be a checker: the one it asks and the one of
-// a tracker that its verdict retires. They keep a checker from ever closing the service's libraries:
-// that takes the loader's lock, and whoever unloads this library holds it while waiting for the
-// checker. Dropped when the next checker starts, by whoever starts it, or with the module.
+// Strong references to the clients whose last user may be a checker: the one it asks, until it has its
+// answer or, if cindralInit replaced that client meanwhile, beyond; and the one of a tracker that its
+// verdict retires. They keep a checker from ever closing the service's libraries: that takes the
+// loader's lock, and whoever unloads this library holds it while waiting for the checker. What is left
+// of them is dropped when the next checker starts, by whoever starts it, or with the module.
 // A null last element is the place that a verdict under way keeps for the client of a tracker it
 // retires: retireOldestTracker puts that client there, and allocates nothing.
 extern std::vector<sp<PerfProxy>> gCheckerClients GUARDED_BY(gLayerLock);
@@ -84,6 +85,8 @@ extern std::vector<sp<PerfProxy>> gCheckerClients GUARDED_BY(gLayerLock);
 sp<PerfProxy> moduleClient() EXCLUDES(gPerfProxyLock);
 // Puts `client` in place and drops the previous one.
 void replaceModuleClient(const sp<PerfProxy>& client) EXCLUDES(gPerfProxyLock);
+// Ends a checker's use of `client`, so that cindralInit can destroy it when it replaces it.
+void giveClientBack(const PerfProxy& client) REQUIRES(gLayerLock) EXCLUDES(gPerfProxyLock);
 
 // Declared again for the lock it needs, which its public declaration cannot name.
 void updateLayerListLocked(const std::string& layerName, bool isGame) REQUIRES(gLayerLock);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cindral/ModuleState.h"
 #include "tests/library/Component.h"
 
 namespace {
@@ -58,4 +59,30 @@ TEST(PerfProxy, LayerWithoutPackage_IsNoGameWithoutAQuestion) {
     EXPECT_EQ(seen(),
               (std::vector<std::string>{"D Cindral.PerfProxy: isGameLayer:0 [StatusBar#0][]",
                                         "D Cindral.PerfProxy: GameWeight:-1 [StatusBar#0][]"}));
+}
+
+TEST(PerfProxy, ModuleInitialisedAnew_DestroysItsFormerClientUnlessACheckerIsAskingIt) {
+    StandInDevice::instance().reset();
+    StandInDevice::instance().setKnob(6, 1);
+    StandInDevice::instance().setProperty("vendor.perf.phr.enable", "1");
+    StandInDevice::instance().setDelay(EntryPoint::kPerfGetFeedback, kMs);
+    sim::run({}, [] {
+        const device::ServiceLibraries services;
+        // How many hold the first client, beside this test, once the module has another one.
+        const auto holdersAfter = [](int64_t wait) {
+            cindralInit();
+            const sp<PerfProxy> former = android::moduleClient();
+            cindralTrackBufferIncrement("SurfaceView[com.example.video/x]#1");
+            sim::sleepFor(wait);
+            android::clearConfigs();
+            EXPECT_TRUE(cindralInit());
+            const int holders = former->getStrongCount() - 1;
+            sim::sleepFor(2 * kMs);
+            return holders;
+        };
+        EXPECT_EQ(holdersAfter(kMs / 2), 1) << "the checker would close its libraries";
+        for (int i = 0; i < 4; ++i)  // make the module forget that it ignores the layer
+            cindralTrackBufferIncrement(("StatusBar#" + std::to_string(i)).c_str());
+        EXPECT_EQ(holdersAfter(2 * kMs), 0);
+    });
 }
