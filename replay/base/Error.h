@@ -1,7 +1,6 @@
 #pragma once
 
 #include <stdexcept>
-#include <string>
 
 namespace replay {
 
@@ -17,8 +16,5 @@ class ReplayError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
-
-// `text` for use inside a one-line message: unprintable bytes escaped, cut at a readable length.
-std::string inQuotes(const std::string& text);
 
 }  // namespace replay

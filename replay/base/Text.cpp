@@ -1,9 +1,48 @@
 #include "replay/base/Text.h"
 
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 
 namespace replay {
+
+namespace {
+constexpr size_t kMaxQuotedChars = 60;
+constexpr std::string_view kBlanks = " \t\r\n";
+}  // namespace
+
+bool startsWithIgnoringCase(std::string_view text, std::string_view lower) {
+    return text.size() >= lower.size() &&
+           std::equal(lower.begin(), lower.end(), text.begin(), [](char wanted, char c) {
+               return std::tolower(static_cast<unsigned char>(c)) == wanted;
+           });
+}
+
+std::string_view trimmed(std::string_view text) {
+    const size_t first = text.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+// The JSON library knows how to replace what is not UTF-8; this is its way to say so.
+std::string asUtf8(std::string_view text) {
+    using nlohmann::json;
+    const std::string quoted =
+            json(std::string(text)).dump(-1, ' ', false, json::error_handler_t::replace);
+    return json::parse(quoted).get<std::string>();
+}
+
+std::string inQuotes(std::string_view text) {
+    std::string result = "\"";
+    for (const char c : text.substr(0, kMaxQuotedChars)) {
+        const auto byte = static_cast<unsigned char>(c);
+        result += std::isprint(byte) ? std::string(1, c) : format("\\x%02x", byte);
+    }
+    return result + (text.size() > kMaxQuotedChars ? "...\"" : "\"");
+}
 
 std::string format(const char* pattern, ...) {
     va_list arguments;

@@ -1,11 +1,10 @@
 #include "replay/capture/Capture.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
-#include <cstdio>
 
 #include "replay/base/Error.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 
@@ -35,10 +34,6 @@ constexpr char kWanted[] =
         "\"SurfaceView - PACKAGE/ACTIVITY#N\" or \"BufferTX - "
         "SurfaceView[PACKAGE/ACTIVITY](BLAST)#N\"";
 
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
-
 // How little the counter tells about the display's beat, best first; nothing if it is no vsync
 // counter.
 std::optional<size_t> vsyncRank(std::string_view name) {
@@ -56,18 +51,12 @@ std::string joined(const std::vector<std::string>& names) {
     return text.empty() ? "none" : text;
 }
 
-std::string formatted(const char* format, double first, double second) {
-    char text[128];
-    std::snprintf(text, sizeof(text), format, first, second);
-    return text;
-}
-
 // "C|612|...", written by thread 612. A marker that names no process is believed.
 bool isByMainThread(const Marker& marker) {
     const std::string_view text = marker.payload.substr(2);
     int process = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), process);
-    return error != std::errc() || process == 0 || process == marker.thread;
+    return !toNumber(text.substr(0, text.find('|')), process) || process == 0 ||
+           process == marker.thread;
 }
 
 double rateOf(int64_t periodNs) {
@@ -95,7 +84,7 @@ std::string namesOf(const std::vector<VsyncCounter>& counters) {
 void checkRefresh(int64_t measuredNs, const std::string& source, double refreshHz) {
     const double measuredHz = rateOf(measuredNs);
     if (std::abs(measuredHz - refreshHz) <= kRefreshTolerance * measuredHz) return;
-    throw InputError(formatted("--refresh %g: the capture shows %.2f Hz", refreshHz, measuredHz) +
+    throw InputError(format("--refresh %g: the capture shows %.2f Hz", refreshHz, measuredHz) +
                      " (" + source + "); leave --refresh out to use that");
 }
 
@@ -117,8 +106,7 @@ void CaptureBuilder::addMarker(const Marker& marker) {
     std::string_view text = nameEnd == std::string_view::npos ? "" : payload.substr(nameEnd + 1);
     text = text.substr(0, text.find_first_of("| "));
     int64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error == std::errc() && end == text.data() + text.size())
+    if (toNumber(text, value))
         return addCounter(marker.timeNs, name, value, isByMainThread(marker));
     if (useOf(name) == Use::kNone) return;
     throw DamagedMarker("counter " + inQuotes(std::string(name)) +
@@ -268,7 +256,7 @@ Capture CaptureBuilder::build(const std::string& source) const {
 VsyncTrack vsyncTrack(const Capture& capture, std::optional<double> refreshHz) {
     if (refreshHz && !(*refreshHz >= kMinRefreshHz && *refreshHz <= kMaxRefreshHz)) {
         throw InputError(
-                formatted("--refresh: give a rate from %g to %g Hz", kMinRefreshHz, kMaxRefreshHz));
+                format("--refresh: give a rate from %g to %g Hz", kMinRefreshHz, kMaxRefreshHz));
     }
     for (const VsyncCounter& counter : capture.vsyncs) {
         const std::optional<int64_t> measured = measurePeriodNs(counter.timesNs);

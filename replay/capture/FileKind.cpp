@@ -4,6 +4,7 @@
 #include <cctype>
 #include <string>
 
+#include "replay/base/Text.h"
 #include "replay/capture/FtraceLine.h"
 
 namespace replay {
@@ -18,17 +19,6 @@ constexpr std::string_view kAtraceHeading = "TRACE:\n";
 constexpr size_t kMaxAtracePreambleBytes = 256;
 // Every packet of a Perfetto trace begins with this: field 1, length-delimited.
 constexpr char kPacketTag = '\x0a';
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
-
-bool startsWithIgnoringCase(std::string_view text, std::string_view lower) {
-    return text.size() >= lower.size() &&
-           std::equal(lower.begin(), lower.end(), text.begin(), [](char wanted, char c) {
-               return std::tolower(static_cast<unsigned char>(c)) == wanted;
-           });
-}
 
 bool isPage(std::string_view bytes) {
     const size_t start = bytes.find_first_not_of(" \t\r\n");

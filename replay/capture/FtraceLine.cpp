@@ -1,6 +1,6 @@
 #include "replay/capture/FtraceLine.h"
 
-#include <charconv>
+#include "replay/base/Text.h"
 
 namespace replay {
 
@@ -55,23 +55,6 @@ class Scanner {
     std::string_view mRest;
 };
 
-std::string_view trimRight(std::string_view text) {
-    const size_t last = text.find_last_not_of(kBlanks);
-    return last == std::string_view::npos ? std::string_view() : text.substr(0, last + 1);
-}
-
-std::string_view trimLeft(std::string_view text) {
-    Scanner scanner(text);
-    scanner.skipBlanks();
-    return scanner.rest();
-}
-
-template <typename Number>
-bool toNumber(std::string_view text, Number& number) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
 // "1646950.144658", with one to nine decimals.
 bool takeTime(Scanner& scanner, int64_t& timeNs) {
     const std::string_view seconds = scanner.takeDigits();
@@ -95,17 +78,17 @@ bool dropTgid(std::string_view& head) {
     const std::string_view tgid = head.substr(open + 1, head.size() - open - 2);
     if (tgid.empty() || tgid.find_first_not_of("-0123456789 ") != std::string_view::npos)
         return false;
-    head = trimRight(head.substr(0, open));
+    head = trimmed(head.substr(0, open));
     return true;
 }
 
 // "TASK-PID [(TGID)]"; the task's name may itself hold blanks, dashes and brackets.
 bool parseHead(std::string_view head, FtraceLine& line) {
-    head = trimRight(head);
+    head = trimmed(head);
     if (!dropTgid(head)) return false;
     const size_t dash = head.find_last_of('-');
     if (dash == std::string_view::npos || !toNumber(head.substr(dash + 1), line.pid)) return false;
-    line.task = trimLeft(head.substr(0, dash));
+    line.task = trimmed(head.substr(0, dash));
     return line.pid >= 0 && !line.task.empty();
 }
 
@@ -127,7 +110,7 @@ bool parseTail(std::string_view tail, FtraceLine& line) {
     const size_t colon = scanner.rest().find(':');
     if (colon == std::string_view::npos || colon == 0) return false;
     line.function = scanner.rest().substr(0, colon);
-    line.payload = trimLeft(scanner.rest().substr(colon + 1));
+    line.payload = trimmed(scanner.rest().substr(colon + 1));
     return true;
 }
 

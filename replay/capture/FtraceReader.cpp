@@ -4,23 +4,13 @@
 #include <functional>
 
 #include "replay/base/Error.h"
+#include "replay/base/Text.h"
 #include "replay/capture/Capture.h"
 #include "replay/capture/LineReader.h"
 
 namespace replay {
 
 namespace {
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
-
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t\r";
-    const size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 bool isUserspaceMarker(const FtraceLine& line) {
     return line.function == "tracing_mark_write" || line.function == "0";

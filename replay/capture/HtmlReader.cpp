@@ -1,10 +1,10 @@
 #include "replay/capture/HtmlReader.h"
 
 #include <algorithm>
-#include <cctype>
 #include <string>
 
 #include "replay/base/Error.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 
@@ -23,17 +23,9 @@ constexpr std::string_view kScriptEnd = "</script";
 constexpr std::string_view kTraceClass = "trace-data";
 constexpr std::string_view kTracer = "# tracer:";
 
-bool isAt(std::string_view text, size_t position, std::string_view lower) {
-    if (text.size() - position < lower.size()) return false;
-    return std::equal(lower.begin(), lower.end(), text.begin() + static_cast<ptrdiff_t>(position),
-                      [](char wanted, char c) {
-                          return std::tolower(static_cast<unsigned char>(c)) == wanted;
-                      });
-}
-
 size_t findScriptEnd(std::string_view text) {
     for (size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
-        if (isAt(text, at, kScriptEnd)) return at;
+        if (startsWithIgnoringCase(text.substr(at), kScriptEnd)) return at;
     }
     return std::string_view::npos;
 }
@@ -112,8 +104,8 @@ class TraceOfPage : public ByteSource {
         const size_t end = text.size() - std::min(tail, text.size());
         for (size_t at = text.find_first_of("<#", mSearched); at < end;
              at = text.find_first_of("<#", at + 1)) {
-            if (isAt(text, at, kScriptStart) && enterBlock(at)) return;
-            if (isAt(text, at, kTracer) && enterString(at)) return;
+            if (startsWithIgnoringCase(text.substr(at), kScriptStart) && enterBlock(at)) return;
+            if (startsWithIgnoringCase(text.substr(at), kTracer) && enterString(at)) return;
         }
         if (mPageEnded) return endPage();
         const size_t keptFrom = end - std::min(end, kLookBackBytes);

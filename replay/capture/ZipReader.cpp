@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "replay/base/Error.h"
+#include "replay/base/Text.h"
 #include "replay/capture/FileKind.h"
 
 namespace replay {

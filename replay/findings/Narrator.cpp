@@ -15,10 +15,6 @@ constexpr char kDecisionStart[] = "[GFAR:";
 // The first property that is read for a layer rather than for the whole library.
 constexpr char kEnvironmentProperty[] = "vendor.perf.pfar2.boost_level";
 
-bool startsWith(const std::string& text, const char* start) {
-    return text.rfind(start, 0) == 0;
-}
-
 // The number after the first `mark` in the text.
 std::optional<double> numberAfter(const std::string& text, const char* mark) {
     const size_t place = text.find(mark);

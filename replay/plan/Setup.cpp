@@ -1,10 +1,9 @@
 #include "replay/plan/Setup.h"
 
-#include <charconv>
 #include <cmath>
-#include <cstdio>
 
 #include "replay/base/Error.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 
@@ -27,18 +26,12 @@ const std::vector<Feature>& features() {
     return all;
 }
 
-std::string trimmed(const std::string& text) {
-    const size_t first = text.find_first_not_of(" \t");
-    if (first == std::string::npos) return "";
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 std::vector<std::string> splitAtCommas(const std::string& text) {
     std::vector<std::string> parts;
     for (size_t start = 0; start <= text.size();) {
         const size_t comma = std::min(text.find(',', start), text.size());
-        const std::string part = trimmed(text.substr(start, comma - start));
-        if (!part.empty()) parts.push_back(part);
+        const std::string_view part = trimmed(std::string_view(text).substr(start, comma - start));
+        if (!part.empty()) parts.emplace_back(part);
         start = comma + 1;
     }
     return parts;
@@ -50,9 +43,7 @@ std::vector<std::string> splitAtCommas(const std::string& text) {
 
 int wholeNumber(const std::string& change, const std::string& value, int least, int most) {
     int number = 0;
-    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
-    const bool whole = error == std::errc() && end == value.data() + value.size();
-    if (!whole || number < least || number > most) {
+    if (!toNumber(value, number) || number < least || number > most) {
         refuse(change,
                "give a whole number from " + std::to_string(least) + " to " + std::to_string(most));
     }
@@ -61,9 +52,7 @@ int wholeNumber(const std::string& change, const std::string& value, int least, 
 
 double rate(const std::string& change, const std::string& value) {
     double number = 0;
-    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
-    const bool whole = error == std::errc() && end == value.data() + value.size();
-    if (!whole || !std::isfinite(number)) refuse(change, "give a rate in Hz");
+    if (!toNumber(value, number) || !std::isfinite(number)) refuse(change, "give a rate in Hz");
     return number;
 }
 
@@ -125,8 +114,8 @@ void apply(Setup& setup, const std::string& change) {
                "none, model, captured, work=NAME, buffers=N, boost-speedup=PERCENT or "
                "negative-slowdown=PERCENT");
     }
-    const std::string name = trimmed(change.substr(0, equals));
-    const std::string value = trimmed(change.substr(equals + 1));
+    const std::string name(trimmed(std::string_view(change).substr(0, equals)));
+    const std::string value(trimmed(std::string_view(change).substr(equals + 1)));
     if (switchFeature(setup, change, name, value)) return;
     if (changeModel(setup, change, name, value)) return;
     if (name == "refresh") {
@@ -152,7 +141,7 @@ Setup changedSetup(const Setup& base, const std::string& comparison) {
     // A space after the colon, because values may hold one.
     const size_t colon = comparison.find(": ");
     if (colon != std::string::npos) {
-        setup.label = trimmed(comparison.substr(0, colon));
+        setup.label = trimmed(std::string_view(comparison).substr(0, colon));
         changes = comparison.substr(colon + 1);
     } else {
         setup.label = trimmed(comparison);
@@ -169,9 +158,7 @@ std::vector<std::string> Setup::toOptions() const {
         options.insert(options.end(), {"--set", name + "=" + value});
     }
     if (refreshHz) {
-        char text[48];
-        std::snprintf(text, sizeof(text), "%.17g", *refreshHz);
-        options.insert(options.end(), {"--refresh", text});
+        options.insert(options.end(), {"--refresh", format("%.17g", *refreshHz)});
     }
     if (!withLibrary) options.emplace_back("--no-library");
     if (model) addModel(options, *model);

@@ -1,14 +1,13 @@
 #include "replay/play/Settings.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstdio>
 #include <numeric>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "replay/base/Error.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 
@@ -75,16 +74,8 @@ std::string suggestions(const std::string& name) {
     return text;
 }
 
-template <typename Number>
-bool parses(std::string_view text, Number& number) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
 std::string rangeOf(const Property& property) {
-    char text[64];
-    std::snprintf(text, sizeof(text), " from %g to %g", property.least, property.most);
-    return text;
+    return format(" from %g to %g", property.least, property.most);
 }
 
 std::string valuesOf(const Property& property) {
@@ -113,9 +104,9 @@ bool takes(const Property& property, const std::string& value) {
         case Kind::kTruth:
             return value == "true" || value == "false";
         case Kind::kWholeNumber:
-            return parses(value, whole) && inRange(whole);
+            return toNumber(value, whole) && inRange(whole);
         case Kind::kRealNumber:
-            return parses(value, real) && inRange(real);
+            return toNumber(value, real) && inRange(real);
     }
     return false;
 }

@@ -1,12 +1,11 @@
 #include "replay/play/Work.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
-#include <cstdio>
 
 #include "replay/base/Error.h"
 #include "replay/base/Statistics.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 
@@ -43,21 +42,12 @@ bool isStall(int64_t timeNs, int64_t periodNs) {
 
 double amountOf(const std::string& text, size_t prefix, double most) {
     double amount = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data() + prefix, end, amount);
-    const bool whole = error == std::errc() && stopped == end;
-    if (!whole || !(amount > 0) || amount > most) {
-        char range[48];
-        std::snprintf(range, sizeof(range), "give a number above 0, at most %g", most);
-        throw InputError("--work " + inQuotes(text) + ": " + range);
+    if (!toNumber(std::string_view(text).substr(prefix), amount) || !(amount > 0) ||
+        amount > most) {
+        throw InputError("--work " + inQuotes(text) +
+                         format(": give a number above 0, at most %g", most));
     }
     return amount;
-}
-
-std::string number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof(text), "%g", value);
-    return text;
 }
 
 std::vector<int64_t> capped(std::vector<int64_t> times, int64_t periodNs) {
@@ -103,8 +93,8 @@ std::vector<int64_t> estimate(const LayerEvents& layer, int64_t periodNs, int bu
 }  // namespace
 
 std::string WorkEstimator::name() const {
-    if (kind == Kind::kPercent) return kPercentPrefix + number(amount);
-    if (kind == Kind::kFixed) return kFixedPrefix + number(amount);
+    if (kind == Kind::kPercent) return kPercentPrefix + format("%g", amount);
+    if (kind == Kind::kFixed) return kFixedPrefix + format("%g", amount);
     for (const PlainName& plain : kPlainNames) {
         if (plain.kind == kind) return plain.name;
     }

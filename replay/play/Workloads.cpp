@@ -1,6 +1,7 @@
 #include "replay/play/Workloads.h"
 
 #include "replay/base/Error.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 

@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "replay/base/Error.h"
+#include "replay/base/Text.h"
 #include "replay/play/Workloads.h"
 
 namespace replay {

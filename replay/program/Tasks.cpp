@@ -30,11 +30,6 @@ namespace {
 
 using Json = nlohmann::json;
 
-bool endsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() &&
-           text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 Input loadInput(const CommandLine& line, const std::string& path) {
     if (!line.workload.empty()) return workloadInput(line.workload, line.frames);
     if (path.empty()) return captureInput(modelledCapture(), line.layerPattern);

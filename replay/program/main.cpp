@@ -1,12 +1,12 @@
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <iostream>
 #include <string>
 #include <vector>
 
 #include "replay/base/Error.h"
+#include "replay/base/Text.h"
 #include "replay/program/CommandLine.h"
 #include "replay/program/Output.h"
 #include "replay/program/Tasks.h"
@@ -20,12 +20,6 @@ int run(const std::vector<std::string>& arguments) {
     if (line) return execute(*line);
     finishOutput(std::cout, "standard output");
     return kDone;
-}
-
-// Scripts read one line; names that the user gave may hold anything.
-std::string onOneLine(std::string text) {
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    return text;
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "replay/base/Text.h"
+
 namespace replay {
 
 namespace {
@@ -10,13 +12,6 @@ using nlohmann::json;
 
 constexpr char kFirstPrintable = 0x20;
 constexpr char kDelete = 0x7f;
-
-// The JSON library knows how to replace what is not UTF-8; this is its way to say so.
-std::string asUtf8(std::string_view text) {
-    const std::string quoted =
-            json(std::string(text)).dump(-1, ' ', false, json::error_handler_t::replace);
-    return json::parse(quoted).get<std::string>();
-}
 
 void appendEscaped(std::string& result, char c) {
     switch (c) {

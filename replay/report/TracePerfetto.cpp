@@ -1,6 +1,5 @@
-#include <nlohmann/json.hpp>
-
 #include "TrackEvents.pb.h"
+#include "replay/base/Text.h"
 #include "replay/report/TraceEvents.h"
 
 namespace replay {
@@ -13,13 +12,6 @@ constexpr uint64_t kProcessUuids = uint64_t{1} << 32;
 // In the viewer, threads are told apart by their number alone.
 constexpr int kThreadNumbers = 100'000;
 
-// Texts of a trace are UTF-8; names in a capture may be anything.
-std::string utf8(const std::string& text) {
-    using nlohmann::json;
-    const std::string quoted = json(text).dump(-1, ' ', false, json::error_handler_t::replace);
-    return json::parse(quoted).get<std::string>();
-}
-
 class PerfettoWriter : public TraceWriter {
   public:
     explicit PerfettoWriter(std::ostream& out) : mOut(out) {}
@@ -28,7 +20,7 @@ class PerfettoWriter : public TraceWriter {
         trackevents::TrackDescriptor& descriptor = *start().mutable_track_descriptor();
         descriptor.set_uuid(kProcessUuids + static_cast<uint64_t>(process));
         descriptor.mutable_process()->set_pid(process);
-        descriptor.mutable_process()->set_process_name(utf8(name));
+        descriptor.mutable_process()->set_process_name(asUtf8(name));
         write();
     }
 
@@ -39,7 +31,7 @@ class PerfettoWriter : public TraceWriter {
         if (track.kind == TraceTrack::Kind::kThread) {
             descriptor.mutable_thread()->set_pid(track.process);
             descriptor.mutable_thread()->set_tid(kThreadNumbers + track.number);
-            descriptor.mutable_thread()->set_thread_name(utf8(track.name));
+            descriptor.mutable_thread()->set_thread_name(asUtf8(track.name));
         } else {
             descriptor.set_name(track.name);
             if (track.kind == TraceTrack::Kind::kCounter) descriptor.mutable_counter();
@@ -56,7 +48,7 @@ class PerfettoWriter : public TraceWriter {
         if (event.kind == TraceEvent::Kind::kCounter) {
             out.set_double_counter_value(event.value);
         } else if (event.kind != TraceEvent::Kind::kEnd) {
-            out.set_name(utf8(event.name));
+            out.set_name(asUtf8(event.name));
             if (*event.category != '\0') out.add_categories(event.category);
         }
         for (const TraceArgument& argument : event.arguments) add(out, argument);
@@ -92,7 +84,7 @@ class PerfettoWriter : public TraceWriter {
         if (const auto* number = std::get_if<int64_t>(&argument.value)) {
             annotation.set_int_value(*number);
         } else {
-            annotation.set_string_value(utf8(std::get<std::string>(argument.value)));
+            annotation.set_string_value(asUtf8(std::get<std::string>(argument.value)));
         }
     }
 
