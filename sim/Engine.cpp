@@ -1,9 +1,5 @@
 #include "sim/Engine.h"
 
-#include <signal.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -73,8 +69,7 @@ void Engine::perturb() {
     Thread& chosen = *mReady[choice];
     removeFrom(mReady, chosen);
     mReady.push_back(&self);
-    giveTurn(chosen);
-    awaitTurn(self);
+    passTurn(self.loan.place(), chosen);
 }
 
 void Engine::progress() {
@@ -92,10 +87,7 @@ Wake Engine::block(const Wait& wait) {
     if (wait.queue) wait.queue->push_back(&self);
     if (wait.deadlineNs != kNever) addTimer(self);
     Thread& chosen = next();
-    if (&chosen != &self) {
-        giveTurn(chosen);
-        awaitTurn(self);
-    }
+    if (&chosen != &self) passTurn(self.loan.place(), chosen);
     return self.wake;
 }
 
@@ -141,9 +133,9 @@ void Engine::end() {
     Thread* chosen = mLive.empty() ? nullptr : &next();
     mEnded = &self;
     if (chosen) {
-        giveTurn(*chosen);
+        giveTurn(self.loan.place(), *chosen);
     } else {
-        mDone.open();
+        switchTo(self.loan.place(), mCaller);
     }
 }
 
@@ -176,13 +168,14 @@ std::string Engine::describeDeadlock() const {
     return what;
 }
 
-void Engine::giveTurn(Thread& thread) {
+void Engine::giveTurn(Place& here, Thread& thread) {
     mCurrent = &thread;
-    thread.gate.open();
+    thread.loan.awaitGiven();
+    switchTo(here, thread.loan.place());
 }
 
-void Engine::awaitTurn(Thread& self) {
-    self.gate.pass();
+void Engine::passTurn(Place& here, Thread& thread) {
+    giveTurn(here, thread);
     awaitEndedThread();
 }
 
@@ -191,7 +184,8 @@ void Engine::awaitTurn(Thread& self) {
 void Engine::awaitEndedThread() {
     if (!mEnded) return;
     Thread& ended = *std::exchange(mEnded, nullptr);
-    while (syscall(SYS_tgkill, getpid(), ended.tid, 0) == 0) real::yield();
+    ended.loan.giveBack();
+    while (isAlive(ended.tid)) real::yield();
     if (!ended.detached) return;
     // Detached only now: to join it would, to the thread sanitizer, order it before the current
     // one.
@@ -245,9 +239,8 @@ void Engine::wakeSomeWaiter() {
 
 void Engine::fail(Failure failure, const std::string& what) {
     recordFailure(failure, what);
-    mDone.open();
-    Gate never;
-    for (;;) never.pass();
+    switchTo(mCurrent->loan.place(), mCaller);
+    abort();  // nobody goes on here
 }
 
 void Engine::misuse(const std::string& what) {
@@ -264,9 +257,7 @@ void Engine::recordFailure(Failure failure, const std::string& what) {
 
 void Engine::runToEnd(Thread& body) {
     removeFrom(mReady, body);
-    giveTurn(body);
-    mDone.pass();
-    awaitEndedThread();
+    passTurn(mCaller, body);
     // Whatever comes after the run comes after all of it.
     if (isUnderThreadSanitizer()) __tsan_acquire(this);
 }

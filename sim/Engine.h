@@ -16,9 +16,9 @@ namespace sim {
 // mutexes and conditions are in Primitives, the life of threads is in Threads, and Interpose.cpp
 // leads the C library's calls there. A Run is one of each.
 //
-// Every simulated thread is a real one that stands at its own gate. Exactly one has the turn; it
-// passes the turn by opening another's gate and standing at its own, and keeps it without a system
-// call. Only the thread with the turn calls the engine, so nothing in it is locked.
+// Exactly one simulated thread has the turn. It passes it on without a system call, by going on at
+// another's place (Loan.h). Only the thread with the turn calls the engine, so nothing in it is
+// locked.
 //
 // The road of an intercepted call:
 //   step()      counts, records, charges the cost, and lets a random schedule take the turn away, move the
@@ -32,8 +32,8 @@ namespace sim {
 // two yields cannot be seen from here, so if only spinners are left they get a few more rounds
 // before the clock moves, and many before it is called a deadlock.
 //
-// After fail() the thread never returns; the real caller of run() does. The others stand at their
-// gates for ever, so the engine of a failed run is never deleted.
+// After fail() the thread never returns; the caller of run() does. The real threads sleep for ever,
+// so the engine of a failed run is never deleted.
 class Engine {
   public:
     explicit Engine(const Options& options);
@@ -54,7 +54,7 @@ class Engine {
     void wake(Thread& thread, Wake how);
     void yield();
 
-    // The thread exists for real and stands at its gate; from now on it takes turns.
+    // The thread exists for real and lends itself; from now on it takes turns.
     Thread& admit(std::unique_ptr<Thread> thread);
     // A thread's first and last acts. After end() it has no turn any more.
     void begin();
@@ -63,8 +63,8 @@ class Engine {
     [[noreturn]] void fail(Failure failure, const std::string& what);
     [[noreturn]] void misuse(const std::string& what);
 
-    // For the real caller: gives the body its turn, and returns when all threads have ended or one
-    // failed.
+    // For the caller of the run: goes on as the body, and returns when all threads have ended or
+    // one failed.
     void runToEnd(Thread& body);
     // Puts a failure into the outcome. Prints it and ends the program if so wanted.
     void recordFailure(Failure failure, const std::string& what);
@@ -72,8 +72,8 @@ class Engine {
 
   private:
     Thread& next();
-    void giveTurn(Thread& thread);
-    void awaitTurn(Thread& self);
+    void giveTurn(Place& here, Thread& thread);
+    void passTurn(Place& here, Thread& thread);  // and get it back some time
     void awaitEndedThread();
     void note(int what, const Thread& thread);
     void setClock(int64_t timeNs);
@@ -101,7 +101,7 @@ class Engine {
     Thread* mEnded = nullptr;  // gave up its turn for good, may still be on its way out
 
     Outcome mOutcome;
-    Gate mDone;
+    Place mCaller;  // of the run
 };
 
 }  // namespace sim

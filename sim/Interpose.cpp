@@ -1,9 +1,11 @@
-// The C library's blocking calls, defined in the executable so that every shared library binds to
-// them. Each goes to the model on a thread of a run, and to the real function on any other.
+// The C library's blocking calls, and those that tell threads apart, defined in the executable so
+// that every shared library binds to them. Each goes to the model on a thread of a run, and to the
+// real function on any other.
 
 #include <errno.h>
 #include <pthread.h>
 #include <sched.h>
+#include <string.h>
 #include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
@@ -20,6 +22,7 @@ namespace {
 using sim::tSelf;
 namespace real = sim::real;
 
+constexpr size_t kLongestName = 15;  // of a thread, without its end
 constexpr int kNiceMin = -20;
 constexpr int kNiceMax = 19;
 constexpr int64_t kNsPerUs = 1'000;
@@ -159,10 +162,15 @@ int pthread_detach(pthread_t handle) noexcept {
 
 int pthread_setname_np(pthread_t handle, const char* name) noexcept {
     if (tSelf) engine()->step(sim::Call::kAttribute);
-    const int error = real::setName(handle, name);
-    sim::Thread* thread = tSelf && error == 0 ? threads()->find(handle) : nullptr;
-    if (thread) thread->record.name = name;
-    return error;
+    sim::Thread* thread = tSelf ? threads()->find(handle) : nullptr;
+    if (!thread) return real::setName(handle, name);
+    if (strlen(name) > kLongestName) return ERANGE;
+    thread->record.name = name;
+    return 0;
+}
+
+pid_t gettid() noexcept {
+    return tSelf ? tSelf->tid : real::gettid();
 }
 
 int setpriority(__priority_which_t which, id_t who, int nice) noexcept {

@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -20,6 +21,29 @@ template <typename State>
 class ObjectTable {
   public:
     State& at(const void* address) {
+        Recent& recent = recentAt(address);
+        if (recent.address != address) recent = {address, &find(address)};
+        return *recent.state;
+    }
+    void forget(const void* address) {
+        recentAt(address) = {};
+        mStates.erase(address);
+    }
+
+  private:
+    static constexpr size_t kSmallestSweep = 4096;
+    static constexpr size_t kRecents = 64;
+
+    struct Recent {
+        const void* address = nullptr;
+        State* state = nullptr;
+    };
+
+    Recent& recentAt(const void* address) {
+        return mRecents[reinterpret_cast<uintptr_t>(address) / alignof(void*) % kRecents];
+    }
+
+    State& find(const void* address) {
         const auto found = mStates.find(address);
         if (found != mStates.end()) return found->second;
         if (mStates.size() >= mSweepAtSize) sweep();
@@ -27,12 +51,9 @@ class ObjectTable {
         state.number = ++mLastNumber;
         return state;
     }
-    void forget(const void* address) { mStates.erase(address); }
-
-  private:
-    static constexpr size_t kSmallestSweep = 4096;
 
     void sweep() {
+        mRecents = {};
         for (auto it = mStates.begin(); it != mStates.end();) {
             it = it->second.idle() ? mStates.erase(it) : std::next(it);
         }
@@ -40,6 +61,7 @@ class ObjectTable {
     }
 
     std::unordered_map<const void*, State> mStates;
+    std::array<Recent, kRecents> mRecents{};  // nearly every question is answered from here
     size_t mSweepAtSize = kSmallestSweep;
     int mLastNumber = 0;
 };

@@ -62,6 +62,7 @@ inline RealCall<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>
 inline RealCall<int(pthread_t, void**)> join{"pthread_join"};
 inline RealCall<int(pthread_t)> detach{"pthread_detach"};
 inline RealCall<int(pthread_t, const char*)> setName{"pthread_setname_np"};
+inline RealCall<pid_t()> gettid{"gettid"};
 inline RealCall<int()> yield{"sched_yield"};
 inline RealCall<int(pid_t, int, const sched_param*)> setScheduler{"sched_setscheduler"};
 inline RealCall<int(__priority_which_t, id_t, int)> setPriority{"setpriority"};
@@ -81,8 +82,8 @@ inline void resolveRealCalls() {
     using namespace real;
     resolve(mutexLock, mutexTrylock, mutexTimedlock, mutexClocklock, mutexUnlock, mutexDestroy,
             condWait, condTimedwait, condClockwait, condSignal, condBroadcast, condDestroy, create,
-            join, detach, setName, yield, setScheduler, setPriority, clockGettime, clockNanosleep,
-            nanosleep, usleep, sleep);
+            join, detach, setName, gettid, yield, setScheduler, setPriority, clockGettime,
+            clockNanosleep, nanosleep, usleep, sleep);
 }
 
 }  // namespace sim

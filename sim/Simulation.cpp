@@ -16,8 +16,8 @@ namespace sim {
 
 namespace {
 
-// A switch between threads of one processor takes a quarter of the time of one between two.
-// Threads inherit this from their creator.
+// The kernel takes part in a thread's start and end alone, in a quarter of the time if creator and
+// created share one processor. Threads inherit this from their creator.
 class PinnedToOneProcessor {
   public:
     PinnedToOneProcessor() {

@@ -1,16 +1,12 @@
 #pragma once
 
-#include <errno.h>
-#include <linux/futex.h>
 #include <pthread.h>
-#include <sys/syscall.h>
 #include <sys/types.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cstdint>
 #include <vector>
 
+#include "sim/Loan.h"
 #include "sim/Simulation.h"
 
 namespace sim {
@@ -18,26 +14,6 @@ namespace sim {
 struct Run;
 
 constexpr int64_t kNever = INT64_MAX;
-
-// Where a real thread stands while another one has the turn. Of system calls, as the thread
-// sanitizer takes a semaphore of the C library for one of the program's.
-class Gate {
-  public:
-    void open() {
-        mOpen.store(1, std::memory_order_release);
-        syscall(SYS_futex, &mOpen, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
-    }
-    void pass() {
-        const int error = errno;  // the program's
-        while (mOpen.exchange(0, std::memory_order_acquire) == 0) {
-            syscall(SYS_futex, &mOpen, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
-        }
-        errno = error;
-    }
-
-  private:
-    std::atomic<uint32_t> mOpen{0};
-};
 
 enum class Call {
     kLock,
@@ -75,8 +51,8 @@ struct Thread {
     void* (*start)(void*) = nullptr;
     void* argument = nullptr;
     pthread_t handle{};  // unique among the threads of the run until `joined`
-    pid_t tid = 0;       // set at its first turn
-    Gate gate;
+    pid_t tid = 0;       // of the real thread; set at its first turn
+    Loan loan;
 
     Wait wait;
     Wake wake = Wake::kSignal;     // how the last wait ended
@@ -89,7 +65,7 @@ struct Thread {
     int destructorRounds = 0;
 };
 
-// The simulated thread that the calling real thread is; null outside a run.
+// The simulated thread that the caller runs as; null outside a run.
 inline thread_local Thread* tSelf = nullptr;
 
 }  // namespace sim

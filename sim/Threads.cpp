@@ -2,8 +2,6 @@
 
 #include <errno.h>
 #include <limits.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <system_error>
 #include <utility>
@@ -49,8 +47,9 @@ void* beginThread(void* argument) {
     auto& thread = *static_cast<Thread*>(argument);
     {
         const Unseen unseen;
-        thread.gate.pass();
-        thread.tid = static_cast<pid_t>(syscall(SYS_gettid));
+        const pid_t tid = real::gettid();
+        thread.loan.give();
+        thread.tid = tid;
         tSelf = &thread;
         pthread_setspecific(endKey(), &thread);
         thread.run->engine.begin();
