@@ -5,22 +5,16 @@
 
 #include <cstdio>
 #include <exception>
-#include <filesystem>
-#include <string>
 
 #include "bench/Scene.h"
+#include "device/Process.h"
 
 namespace {
-
-int threadCount() {
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return static_cast<int>(std::distance(begin(tasks), end(tasks)));
-}
 
 void print(const char* state, const bench::SceneOptions& options, const char* end) {
     const bench::Scene scene(options);
     printf("  \"%s\": {\"heap_bytes\": %zu, \"threads\": %d}%s\n", state, mallinfo2().uordblks,
-           threadCount(), end);
+           device::countThreads(), end);
 }
 
 void printStates() {

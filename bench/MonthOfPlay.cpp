@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "device/CindralLibrary.h"
 #include "device/StandInDevice.h"
-#include "replay/player/CindralLibrary.h"
 #include "sim/Simulation.h"
 #include "tests/reliability/Memory.h"
 #include "tests/reliability/Player.h"
@@ -38,21 +38,18 @@ double processSeconds() {
 
 void configureDevice() {
     device::StandInDevice& device = device::StandInDevice::instance();
-    device.reset();
     device.setEventSink([](const device::Event&) {});
-    for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
-    for (const char* property :
-         {"vendor.perf.pfar2.enable", "vendor.perf.phr.enable", "vendor.perf.pfar2.hgpe.enable"})
-        device.setProperty(property, "1");
-    for (int i = 0; i < kPackages; ++i) {
-        device.setVerdict(package(i), 2);
-        device.setGameWeight(package(i), 1);
-    }
+    std::vector<std::string> packages;
+    for (int i = 0; i < kPackages; ++i) packages.push_back(package(i));
+    device.reset({{"vendor.perf.pfar2.enable", "1"},
+                  {"vendor.perf.phr.enable", "1"},
+                  {"vendor.perf.pfar2.hgpe.enable", "1"}},
+                 packages);
 }
 
 // Buffers wait in the queue at first, which switches the headroom regulator on, and every hundredth
 // frame comes late.
-void playFrame(replay::CindralLibrary& library, const std::string& layer, int frame) {
+void playFrame(device::CindralLibrary& library, const std::string& layer, int frame) {
     const int64_t begin = sim::now();
     library.trackVsyncSignal();
     library.trackBufferIncrement(layer.c_str());
@@ -62,7 +59,7 @@ void playFrame(replay::CindralLibrary& library, const std::string& layer, int fr
     sim::sleepUntil(begin + kPeriodNs + late);
 }
 
-void playDay(replay::CindralLibrary& library, int day) {
+void playDay(device::CindralLibrary& library, int day) {
     const int64_t midnight = sim::now();
     const std::string layer = "SurfaceView[" + package(day) + "/" + package(day) +
                               ".MainActivity](BLAST)#" + std::to_string(day);
@@ -88,7 +85,7 @@ int main(int argc, char** argv) {
     options.stepBudget = UINT64_MAX;
     sim::run(options, [&] {
         const device::ServiceLibraries services;
-        replay::CindralLibrary library;
+        device::CindralLibrary library;
         reliability::Shortage memory = reliability::countedMemory();  // for counting, not failing
         memory.library = reliability::codeAround(reinterpret_cast<const void*>(library.init));
         reliability::setShortage(memory);

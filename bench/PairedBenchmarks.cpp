@@ -185,7 +185,7 @@ enum Part { kLoad, kInit, kUnload };
 
 double timePart(Part part, const char* path) {
     std::array<int64_t, 4> times{nowNs()};
-    auto library = std::make_unique<replay::CindralLibrary>(path);
+    auto library = std::make_unique<device::CindralLibrary>(path);
     times[kInit] = nowNs();
     library->init();
     times[kUnload] = nowNs();

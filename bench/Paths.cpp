@@ -60,7 +60,7 @@ void repeat(int times, Function* function, Arguments... arguments) {
 }  // namespace
 
 void callLibrary(Scene& scene, const Path& path, int times) {
-    const replay::CindralLibrary& library = scene.library();
+    const device::CindralLibrary& library = scene.library();
     switch (path.entry) {
         case EntryPoint::kIncrement:
             return repeat(times, library.trackBufferIncrement, path.layer);

@@ -69,17 +69,12 @@ const char* onOff(bool on) {
 
 void configureDevice(const SceneOptions& options) {
     StandInDevice& device = StandInDevice::instance();
-    device.reset();
     gEnvironments = 0;
     device.setEventSink(countEnvironments);
-    for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
-    device.setProperty("vendor.perf.pfar2.enable", onOff(options.frameRegulator));
-    device.setProperty("vendor.perf.phr.enable", onOff(options.headroom));
-    device.setProperty("vendor.perf.pfar2.hgpe.enable", onOff(options.power));
-    for (const char* package : {"com.example.game", "com.example.other"}) {
-        device.setVerdict(package, 2);
-        device.setGameWeight(package, 1);
-    }
+    device.reset({{"vendor.perf.pfar2.enable", onOff(options.frameRegulator)},
+                  {"vendor.perf.phr.enable", onOff(options.headroom)},
+                  {"vendor.perf.pfar2.hgpe.enable", onOff(options.power)}},
+                 {"com.example.game", "com.example.other"});
 }
 
 const char* Scene::layer(int tracker) {
@@ -94,7 +89,7 @@ Scene::Scene(const SceneOptions& options) : mOptions(options) {
     makeProcessMultithreaded();
     configureDevice(mOptions);
     threads::letRun({});
-    mLibrary = std::make_unique<replay::CindralLibrary>();
+    mLibrary = std::make_unique<device::CindralLibrary>();
     floor::setLayer(layer(0));
     if (!mOptions.initialised) return;
     if (!mLibrary->init()) throw std::runtime_error("the library stays inactive");

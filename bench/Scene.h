@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "bench/Floor.h"
+#include "device/CindralLibrary.h"
 #include "device/StandInDevice.h"
-#include "replay/player/CindralLibrary.h"
 
 namespace bench {
 
@@ -44,7 +44,7 @@ class Scene {
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
 
-    replay::CindralLibrary& library() { return *mLibrary; }
+    device::CindralLibrary& library() { return *mLibrary; }
 
     // Names as the platform gives them, short and long.
     static const char* layer(int tracker);
@@ -68,7 +68,7 @@ class Scene {
 
     const SceneOptions mOptions;
     device::ServiceLibraries mServices;
-    std::unique_ptr<replay::CindralLibrary> mLibrary;
+    std::unique_ptr<device::CindralLibrary> mLibrary;
     std::unique_ptr<floor::Waiter> mWaiter;  // the floor's part of LibraryThreads::kAll
     int64_t mMeasuringSince = 0;
 };

@@ -89,7 +89,7 @@ class LibraryGame {
     void consume() { mLibrary.trackBufferDecrement(Scene::layer(0), 0); }
 
   private:
-    replay::CindralLibrary& mLibrary;
+    device::CindralLibrary& mLibrary;
 };
 
 template <typename Game>

@@ -43,6 +43,20 @@ void StandInDevice::reset() {
     mState->traceTags.store(0, std::memory_order_relaxed);
 }
 
+void StandInDevice::reset(const std::map<std::string, std::string>& properties,
+                          const std::vector<std::string>& games) {
+    constexpr int kFeatureKnobs[] = {5, 6, 7};
+    constexpr int kIsGame = 2;
+    constexpr int kFullWeight = 1;
+    reset();
+    for (const auto& [name, value] : properties) setProperty(name, value);
+    for (const int knob : kFeatureKnobs) setKnob(knob, 1);
+    for (const std::string& package : games) {
+        setVerdict(package, kIsGame);
+        setGameWeight(package, kFullWeight);
+    }
+}
+
 void StandInDevice::setProperty(const std::string& name, const std::string& value) {
     const std::lock_guard guard(mState->lock);
     mState->content.properties[name] = value;

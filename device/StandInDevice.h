@@ -65,6 +65,10 @@ class StandInDevice {
     // Back to the state of a fresh device: no property set, every knob 0, no game, HAL 2.3, no
     // delay, nothing recorded.
     void reset();
+    // Afterwards, a device that offers every feature, which the properties may switch on, to these
+    // games.
+    void reset(const std::map<std::string, std::string>& properties,
+               const std::vector<std::string>& games);
 
     void setProperty(const std::string& name, const std::string& value);
     void setKnob(int id, int value);
@@ -74,7 +78,9 @@ class StandInDevice {
     void setHalVersion(double version);
     // How long every call of the entry point takes from now on, in ns.
     void setDelay(EntryPoint entryPoint, int64_t delayNs);
-    // The tags that tracing reports as enabled; 0 at the start.
+    // The tags that tracing reports as enabled; 0 at the start, kTraced is all that the compositor
+    // asks for.
+    static constexpr uint64_t kTraced = 3;
     void setTraceTags(uint64_t tags);
     // Names the calling thread in the records. The default is the kernel's thread id.
     void setThreadLabeller(std::function<int()> labeller);

@@ -7,17 +7,12 @@
 
 namespace {
 
-constexpr int kFeatureKnobs[] = {5, 6, 7};
-constexpr int kGame = 2;  // the performance service's verdict
-
 class Phone {
   public:
     Phone() {
-        device::StandInDevice& device = device::StandInDevice::instance();
-        for (const int knob : kFeatureKnobs) device.setKnob(knob, 1);
-        device.setProperty("vendor.perf.pfar2.enable", "1");
-        device.setProperty("vendor.perf.phr.enable", "1");
-        device.setVerdict("com.example.game", kGame);
+        device::StandInDevice::instance().reset(
+                {{"vendor.perf.pfar2.enable", "1"}, {"vendor.perf.phr.enable", "1"}},
+                {"com.example.game"});
     }
 
     ~Phone() {

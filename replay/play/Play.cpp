@@ -14,22 +14,11 @@ namespace {
 constexpr uint64_t kStepsPerEvent = 20'000;
 constexpr int64_t kOverrunNs = 60'000'000'000;
 
-// The answers of a device on which the library's features are available to a game.
-constexpr int kFeatureKnobs[] = {5, 6, 7};
-constexpr int kVerdictGame = 2;
-constexpr int kGameWeight = 1;
-constexpr uint64_t kTraceTagAlways = 1;
-constexpr uint64_t kTraceTagGraphics = 2;
-
 void prepareDevice(const Settings& settings, const std::string& package) {
     device::StandInDevice& device = device::StandInDevice::instance();
-    device.reset();
-    for (const auto& [name, value] : settings.properties()) device.setProperty(name, value);
-    for (const int knob : kFeatureKnobs) device.setKnob(knob, 1);
-    device.setVerdict(package, kVerdictGame);
-    device.setGameWeight(package, kGameWeight);
-    device.setTraceTags(kTraceTagAlways | kTraceTagGraphics);
-    device.setThreadLabeller([] { return sim::currentThread(); });
+    device.reset(settings.properties(), {package});
+    device.setTraceTags(device::StandInDevice::kTraced);
+    device.setThreadLabeller(sim::currentThread);
 }
 
 sim::Options simulationOptions(const Playback& session, int64_t cpuCostNs) {

@@ -17,7 +17,8 @@ Playback::Playback(const LayerEvents& layer, const VsyncTrack& vsyncs, const Pla
 void Playback::run() {
     pthread_setname_np(pthread_self(), "replay");
     try {
-        if (mOptions.withLibrary) mLibrary = std::make_unique<CindralLibrary>(mOptions.library);
+        if (mOptions.withLibrary)
+            mLibrary = std::make_unique<device::CindralLibrary>(mOptions.library);
     } catch (const std::runtime_error& error) {
         mError = error.what();
         return;

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "device/CindralLibrary.h"
 #include "device/StandInDevice.h"
 #include "replay/play/Play.h"
-#include "replay/player/CindralLibrary.h"
 #include "sim/Simulation.h"
 
 namespace replay {
@@ -66,7 +66,7 @@ class Playback {
                         Call&& call);
 
     const device::ServiceLibraries mServices;
-    std::unique_ptr<CindralLibrary> mLibrary;  // none: the calls go nowhere
+    std::unique_ptr<device::CindralLibrary> mLibrary;  // none: the calls go nowhere
     std::vector<FedEvent> mCompositorEvents;
     std::vector<FedEvent> mProducerEvents;
     std::vector<FedEvent> mVsyncEvents;

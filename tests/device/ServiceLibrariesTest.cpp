@@ -1,24 +1,17 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <stdexcept>
 #include <string>
 
+#include "device/Process.h"
 #include "device/StandInDevice.h"
 #include "tests/device/ServiceClient.h"
 
 using device::EntryPoint;
+using device::isMapped;
 using device::ServiceLibraries;
 
 namespace {
-
-bool isMapped(const std::string& fileName) {
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-        if (line.find(fileName) != std::string::npos) return true;
-    }
-    return false;
-}
 
 TEST(ServiceLibraries, WithoutAnEntryPoint_OnlyThatSymbolIsMissing) {
     const int count = static_cast<int>(EntryPoint::kPerfGetFeedbackExtn) + 1;

@@ -15,19 +15,15 @@ using device::StandInDevice;
 namespace {
 
 constexpr int kBoostHintId = 0x1046;
-constexpr int64_t kClassificationNs = 10 * kMs;
-constexpr uint64_t kTagAlways = 1;
-constexpr uint64_t kTagGraphics = 2;
 
 const int64_t kStart = sim::Options().startTimeNs;
 
 void configure(const Scene& scene) {
     StandInDevice& device = StandInDevice::instance();
-    device.reset();
+    device.reset(scene.properties, {"com.example.game", "com.example.other", "com.example.third"});
     device.setThreadLabeller(sim::currentThread);
-    device.setTraceTags(kTagAlways | kTagGraphics);
+    device.setTraceTags(StandInDevice::kTraced);
     device.setHalVersion(scene.halVersion);
-    for (const auto& [name, value] : scene.properties) device.setProperty(name, value);
     for (const auto& [id, value] : scene.knobs) device.setKnob(id, value);
     for (const auto& [package, verdict] : scene.verdicts) device.setVerdict(package, verdict);
     for (const auto& [package, weight] : scene.weights) device.setGameWeight(package, weight);
@@ -47,10 +43,7 @@ std::vector<Sight> sights(Filter filter, Text text) {
 Scene::Scene()
       : properties{{"vendor.perf.pfar2.enable", "1"},
                    {"vendor.perf.phr.enable", "1"},
-                   {"vendor.perf.cindral.debug", "1"}},
-        knobs{{5, 1}, {6, 1}, {7, 1}},
-        verdicts{{"com.example.game", 2}, {"com.example.other", 2}, {"com.example.third", 2}},
-        weights{{"com.example.game", 1}, {"com.example.other", 1}, {"com.example.third", 1}} {}
+                   {"vendor.perf.cindral.debug", "1"}} {}
 
 Scene& Scene::set(const std::string& property, const std::string& value) {
     properties[property] = value;
@@ -94,15 +87,11 @@ int64_t Compositor::vsyncAt(int64_t time) {
 }
 
 void Compositor::startPacing() {
-    consume(kGame, 1, 31);
-    consume(kGame, 0);
+    device::Game(library, {kGame}, kPeriod60).startPacing();
 }
 
 void Compositor::start(const std::string& layer, int64_t period) {
-    ASSERT_TRUE(library.init());
-    library.setVsyncPeriod(period);
-    queue(layer);
-    waitUntil(now() + kClassificationNs);
+    ASSERT_TRUE(device::Game(library, {layer}, period).start());
 }
 
 void Compositor::play(const std::string& layer, int frames, int64_t period, int pending) {
@@ -115,16 +104,10 @@ void Compositor::play(const std::string& layer, int frames, int64_t period, int 
 }
 
 int64_t Compositor::playUntilEnvironment(const std::string& layer, int64_t period) {
-    // Classification, the first interval, and just over a second of measuring.
-    const int mostFrames = static_cast<int>(kSecond / period) + 10;
-    for (int i = 0; i < mostFrames; ++i) {
-        queue(layer);
-        if (!serviceCalls(EntryPoint::kPerfGetFeedbackExtn).empty()) return now();
-        consume(layer);
-        waitUntil(now() + period);
-    }
-    ADD_FAILURE() << "the environment of " << layer << " was not built in " << mostFrames
-                  << " frames";
+    const bool built = device::Game(library, {layer}, period).playUntil([] {
+        return !serviceCalls(EntryPoint::kPerfGetFeedbackExtn).empty();
+    });
+    EXPECT_TRUE(built) << "the environment of " << layer;
     return now();
 }
 

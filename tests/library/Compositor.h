@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "device/Game.h"
 #include "device/StandInDevice.h"
-#include "replay/player/CindralLibrary.h"
 #include "sim/Simulation.h"
 
 inline constexpr int64_t kMs = 1'000'000;
@@ -32,6 +32,7 @@ struct Scene {
     Scene();
 
     std::map<std::string, std::string> properties;
+    // What differs from a device that offers everything to the three games.
     std::map<int, int> knobs;
     std::map<std::string, int> verdicts;  // package -> answer of the service
     std::map<std::string, int> weights;
@@ -57,7 +58,7 @@ void PrintTo(const Sight& sight, std::ostream* stream);
 // The library, loaded, inside a running scene. Times are ns since the start of the scene.
 class Compositor {
   public:
-    replay::CindralLibrary library;
+    device::CindralLibrary library;
 
     static int64_t now();
     static void waitUntil(int64_t time);

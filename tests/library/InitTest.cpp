@@ -19,7 +19,7 @@ Scene sceneOf(const std::string& settings) {
                                                            {"phr", "vendor.perf.phr.enable"},
                                                            {"zgpe", "ro.vendor.perf.zgpe"}};
     Scene scene;
-    scene.knobs.clear();
+    scene.knobs = {{5, 0}, {6, 0}, {7, 0}};
     scene.properties.clear();
     std::istringstream items(settings);
     for (std::string item; std::getline(items, item, ';');) {

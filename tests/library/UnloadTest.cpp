@@ -2,31 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-
+#include "device/Process.h"
 #include "tests/library/Compositor.h"
 
-namespace {
-
-bool isMapped(const std::string& file) {
-    std::ifstream maps("/proc/self/maps");
-    std::string line;
-    while (std::getline(maps, line)) {
-        if (line.find(file) != std::string::npos) return true;
-    }
-    return false;
-}
-
-size_t realThreads() {
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
-}
-
-}  // namespace
+using device::countThreads;
+using device::isMapped;
 
 TEST(Unload, HundredTimesLoadedAndUsed_LeavesNoThreadAndNoMapping) {
-    const size_t threads = realThreads();
+    const int threads = countThreads();
     for (int round = 0; round < 100; ++round) {
         Scene scene;
         scene.set("vendor.perf.pfar2.hgpe.enable", "1");
@@ -41,7 +24,7 @@ TEST(Unload, HundredTimesLoadedAndUsed_LeavesNoThreadAndNoMapping) {
         ASSERT_FALSE(isMapped("libcindral.so")) << "round " << round;
         ASSERT_FALSE(isMapped("libskewknob_system.so")) << "round " << round;
     }
-    EXPECT_EQ(realThreads(), threads);
+    EXPECT_EQ(countThreads(), threads);
 }
 
 TEST(Unload, WithTheCheckerAsking_WaitsForItsAnswer) {
@@ -109,10 +92,10 @@ TEST(Unload, WithRealThreads_LeavesNothingBehindEither) {
     device.reset();
     device.setKnob(6, 1);
     device.setProperty("vendor.perf.phr.enable", "1");
-    const size_t threads = realThreads();
+    const int threads = countThreads();
     for (int round = 0; round < 100; ++round) {
         const device::ServiceLibraries services;
-        replay::CindralLibrary library;
+        device::CindralLibrary library;
         ASSERT_TRUE(library.init());
         library.setVsyncPeriod(kPeriod60);
         for (int i = 0; i < 20; ++i) {
@@ -123,5 +106,5 @@ TEST(Unload, WithRealThreads_LeavesNothingBehindEither) {
     }
     EXPECT_EQ(device.events().size() % 100, 0U) << "every round asked the same questions";
     EXPECT_FALSE(isMapped("libcindral.so"));
-    EXPECT_LE(realThreads(), threads + 1) << "the last checker may still be on its way out";
+    EXPECT_LE(countThreads(), threads + 1) << "the last checker may still be on its way out";
 }

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <thread>
 
-#include "replay/player/CindralLibrary.h"
+#include "device/CindralLibrary.h"
 #include "sim/Digest.h"
 #include "sim/Unseen.h"
 #include "tests/reliability/Memory.h"
@@ -276,7 +276,7 @@ class Session {
     Watch* const mWatch;
     const Trouble& mTrouble;
     Shortage mMemory;
-    std::optional<replay::CindralLibrary> mLibrary;
+    std::optional<device::CindralLibrary> mLibrary;
     int mPeriod = mProgram.period;  // of the bursts
     std::atomic<int> mMood{0};
     int64_t mAllocations = 0;

@@ -10,12 +10,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <thread>
 
-#include "replay/player/CindralLibrary.h"
+#include "device/CindralLibrary.h"
+#include "device/Process.h"
 #include "sim/Simulation.h"
 #include "sim/Unseen.h"
 #include "tests/reliability/Arguments.h"
@@ -40,26 +39,12 @@ constexpr int64_t kWarmGames = 2;
 constexpr int64_t kSlackBlocks = 8;
 // Stacks of two mappings each, which the C library keeps for later threads: a later program may have
 // more of them at once. The thread sanitizer maps more as it needs it.
-constexpr int64_t kSlackMappings = 24;
-
-size_t entriesOf(const char* folder) {
-    const std::filesystem::directory_iterator entries(folder);
-    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
-}
+constexpr int kSlackMappings = 24;
 
 struct Use {
-    int64_t threads = 0;
-    int64_t handles = 0;
-    int64_t mappings = 0;
-
-    static Use now() {
-        std::ifstream maps("/proc/self/maps");
-        Use use;
-        use.threads = static_cast<int64_t>(entriesOf("/proc/self/task"));
-        use.handles = static_cast<int64_t>(entriesOf("/proc/self/fd"));
-        use.mappings = std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
-        return use;
-    }
+    int threads = device::countThreads();
+    int handles = device::countHandles();
+    int mappings = device::countMappings();
 
     bool isFlatSince(const Use& then) const {
         return threads <= then.threads && handles <= then.handles &&
@@ -73,15 +58,12 @@ struct Use {
 };
 
 void configureDevice() {
-    StandInDevice& device = StandInDevice::instance();
-    device.reset();
-    for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
-    for (const char* name : {"pfar2.enable", "phr.enable", "pfar2.hgpe.enable"})
-        device.setProperty(std::string("vendor.perf.") + name, "1");
-    for (int i = 0; i < kPackages; ++i) {
-        device.setVerdict("com.example.game" + std::to_string(i), 2);
-        device.setGameWeight("com.example.game" + std::to_string(i), 1);
-    }
+    std::vector<std::string> packages;
+    for (int i = 0; i < kPackages; ++i) packages.push_back("com.example.game" + std::to_string(i));
+    StandInDevice::instance().reset({{"vendor.perf.pfar2.enable", "1"},
+                                     {"vendor.perf.phr.enable", "1"},
+                                     {"vendor.perf.pfar2.hgpe.enable", "1"}},
+                                    packages);
 }
 
 std::string layerOf(int64_t number) {
@@ -117,7 +99,7 @@ class Month {
     }
 
     void live() {
-        replay::CindralLibrary library;
+        device::CindralLibrary library;
         mLibrary = &library;
         Shortage memory = countedMemory();
         memory.library = codeAround(reinterpret_cast<const void*>(library.init));
@@ -132,7 +114,7 @@ class Month {
     }
 
     void lookBack(int64_t games) {
-        const Use use = Use::now();
+        const Use use;
         const int64_t blocks = librarysLiveBlocks();
         if (games <= kWarmGames) {
             mWarm = use;
@@ -175,7 +157,7 @@ class Month {
 
     const int64_t mDays;
     Choices mChoices;
-    replay::CindralLibrary* mLibrary = nullptr;
+    device::CindralLibrary* mLibrary = nullptr;
     std::string mLayer;
     int64_t mNextLayer = 0;
     int64_t mPeriodNs = 0;
@@ -227,11 +209,11 @@ bool useInRealTime(int64_t seconds) {
     uint64_t round = 0;
     for (; round <= kWarmRounds || std::chrono::steady_clock::now() < end; ++round) {
         playInRealTime(generate(choicesFrom(round)), "libcindral.so");
-        if (round < kWarmRounds) warm = Use::now();
-        flat = flat && Use::now().isFlatSince(warm);
+        if (round < kWarmRounds) warm = Use();
+        flat = flat && Use().isFlatSince(warm);
     }
     warm.print("after " + std::to_string(kWarmRounds) + " rounds: ");
-    Use::now().print("at the end: ");
+    Use().print("at the end: ");
     StandInDevice::instance().setEventSink({});
     std::cout << round << " loads and unloads, " << hints << " hints, "
               << (flat ? "nothing grew\n" : "something grew\n");

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sched.h>
 
+#include <map>
 #include <optional>
 
 #include "device/StandInDevice.h"
@@ -15,7 +16,6 @@ namespace reliability {
 
 namespace {
 
-constexpr uint64_t kTraceTags = 3;  // always, and graphics
 // As on a phone; and the C library keeps enough of these for the next run, where larger ones would be
 // mapped anew.
 constexpr size_t kStackBytes = 1 << 20;
@@ -34,16 +34,18 @@ void setMood(int mood) {
 
 void configure(const Program& program) {
     StandInDevice& device = StandInDevice::instance();
-    device.reset();
-    device.setThreadLabeller(sim::currentThread);
-    if (program.has('t')) device.setTraceTags(kTraceTags);
-    for (const int knob : {5, 6, 7}) device.setKnob(knob, 1);
-    if (program.has('g')) device.setProperty("vendor.perf.pfar2.enable", "1");
-    if (program.has('p')) device.setProperty("vendor.perf.phr.enable", "1");
-    if (program.has('d')) device.setProperty("vendor.perf.cindral.debug", "1");
-    if (program.has('n')) device.setProperty("vendor.perf.pfar2.hgpe.enable", "1");
-    device.setVerdict("com.example.light", 2);
+    std::map<std::string, std::string> properties;
+    const auto letItSwitchOn = [&](char feature, const char* property) {
+        if (program.has(feature)) properties[property] = "1";
+    };
+    letItSwitchOn('g', "vendor.perf.pfar2.enable");
+    letItSwitchOn('p', "vendor.perf.phr.enable");
+    letItSwitchOn('d', "vendor.perf.cindral.debug");
+    letItSwitchOn('n', "vendor.perf.pfar2.hgpe.enable");
+    device.reset(properties, {"com.example.light"});
     device.setGameWeight("com.example.light", 0);
+    device.setThreadLabeller(sim::currentThread);
+    if (program.has('t')) device.setTraceTags(StandInDevice::kTraced);
     setMood(0);
 }
 

@@ -1,10 +1,10 @@
-#include "replay/player/CindralLibrary.h"
+#include "device/CindralLibrary.h"
 
 #include <dlfcn.h>
 
 #include <stdexcept>
 
-namespace replay {
+namespace device {
 
 namespace {
 
@@ -39,4 +39,4 @@ CindralLibrary::~CindralLibrary() {
     dlclose(mHandle);
 }
 
-}  // namespace replay
+}  // namespace device

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace replay {
+namespace device {
 
 // The library under test, opened at run time as the compositor does it. All entry points but
 // updateLayerListLocked, which is for the library's own threads.
@@ -34,4 +34,4 @@ class CindralLibrary {
     void* mHandle = nullptr;
 };
 
-}  // namespace replay
+}  // namespace device
