@@ -107,14 +107,14 @@ void CaptureBuilder::addMarker(const Marker& marker) {
     text = text.substr(0, text.find_first_of("| "));
     int64_t value = 0;
     if (toNumber(text, value))
-        return addCounter(marker.timeNs, name, value, isByMainThread(marker));
+        return addCounter(marker.timeNs, name, value, isByMainThread(marker), marker.thread);
     if (useOf(name) == Use::kNone) return;
     throw DamagedMarker("counter " + inQuotes(std::string(name)) +
                         " has no whole number: " + inQuotes(std::string(text)));
 }
 
 void CaptureBuilder::addCounter(int64_t timeNs, std::string_view name, int64_t value,
-                                bool onMainThread) {
+                                bool onMainThread, int thread) {
     const auto known = mCounters.find(name);
     const Use use = known == mCounters.end() ? useOf(name) : known->second.use;
     if (use == Use::kNone) return noteOther(name);
@@ -125,7 +125,7 @@ void CaptureBuilder::addCounter(int64_t timeNs, std::string_view name, int64_t v
     }
     noteTime(timeNs);
     if (++mSampleCount > kMaxSamples) failAsTooBig();
-    samplesOf(name, use).push_back({timeNs, static_cast<int32_t>(value), onMainThread});
+    samplesOf(name, use).push_back({timeNs, static_cast<int32_t>(value), onMainThread, thread});
 }
 
 std::vector<CaptureBuilder::Sample>& CaptureBuilder::samplesOf(std::string_view name, Use use) {
@@ -175,7 +175,10 @@ LayerEvents CaptureBuilder::layerEvents(const std::string& name, const Counter& 
     int64_t level = samples.front().value;
     events.pendingAtStart = static_cast<int>(level);
     for (const Sample& sample : samples) {
-        for (; level < sample.value; ++level) events.queueTimesNs.push_back(sample.timeNs);
+        for (; level < sample.value; ++level) {
+            events.queueTimesNs.push_back(sample.timeNs);
+            events.queueThreads.push_back(sample.thread);
+        }
         while (level > sample.value) {
             --level;
             // The compositor takes buffers on its main thread. On any other a newer buffer

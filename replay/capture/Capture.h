@@ -13,6 +13,7 @@
 #include "replay/base/Error.h"
 #include "replay/capture/LayerName.h"
 #include "replay/capture/Marker.h"
+#include "replay/capture/Scheduling.h"
 #include "replay/capture/VsyncTrack.h"
 
 namespace replay {
@@ -32,6 +33,7 @@ struct LayerEvents {
     std::string counter;     // where it comes from
     int pendingAtStart = 0;  // buffers in the queue when the capture began
     std::vector<int64_t> queueTimesNs;
+    std::vector<int> queueThreads;  // on which the counter rose, in the compositor
     std::vector<ConsumeEvent> consumes;
     // Buffers that a newer one replaced before they were shown.
     std::vector<int64_t> replacedTimesNs;
@@ -50,6 +52,7 @@ struct Capture {
     std::vector<VsyncCounter> vsyncs;  // the most telling counter first
     std::string lost;                  // what the capture lacks, one line; empty if nothing
     uint64_t outOfOrder = 0;           // lines that were older than one before them
+    Scheduling scheduling;             // empty if the capture has none
 };
 
 // One marker of a counter that matters makes no sense. The rest of the capture may be fine.
@@ -65,7 +68,8 @@ class CaptureBuilder {
     // Takes what is of use from a userspace marker ("C|123|VSYNC-sf|1"), in the order of the
     // capture. Throws DamagedMarker and leaves it out; throws InputError if the capture is too big.
     void addMarker(const Marker& marker);
-    void addCounter(int64_t timeNs, std::string_view name, int64_t value, bool onMainThread = true);
+    void addCounter(int64_t timeNs, std::string_view name, int64_t value, bool onMainThread = true,
+                    int thread = 0);
 
     // The capture is written one CPU after the other by design, so that being out of order is no
     // news.
@@ -79,6 +83,7 @@ class CaptureBuilder {
         int64_t timeNs;
         int32_t value;
         bool onMainThread;  // of the process that the counter belongs to
+        int32_t thread;
     };
     enum class Use { kLayer, kVsync, kNone };
     struct Counter {

@@ -14,6 +14,7 @@ constexpr size_t kMaxSecondsDigits = 9;
 constexpr size_t kMaxHeadChars = 256;
 constexpr size_t kMaxFlagsChars = 16;
 
+constexpr std::string_view kInterruptFlags = "hHs";
 constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kDigits = "0123456789";
 
@@ -101,7 +102,9 @@ bool parseTail(std::string_view tail, FtraceLine& line) {
     if (takeTime(withoutFlags, line.timeNs)) {
         scanner = withoutFlags;
     } else {
-        scanner.takeWord(kMaxFlagsChars);
+        const std::string_view flags = scanner.takeWord(kMaxFlagsChars);
+        line.interrupt =
+                flags.size() > 2 && kInterruptFlags.find(flags[2]) != std::string_view::npos;
         scanner.skipBlanks();
         if (!takeTime(scanner, line.timeNs)) return false;
     }

@@ -10,7 +10,8 @@ namespace replay {
 struct FtraceLine {
     std::string_view task;
     int pid = 0;
-    int64_t timeNs = 0;  // the capture's own clock
+    bool interrupt = false;  // happened in one that came over the task
+    int64_t timeNs = 0;      // the capture's own clock
     std::string_view function;
     std::string_view payload;
 };

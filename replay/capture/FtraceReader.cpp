@@ -68,7 +68,14 @@ class Reading {
 
     void useEvent(const FtraceLine& line) {
         try {
-            if (isUserspaceMarker(line)) mSink(Marker{line.timeNs, line.payload, line.pid});
+            if (isUserspaceMarker(line)) {
+                const Marker marker{line.timeNs, line.payload, line.pid};
+                mContext.scheduling.addMarker(marker);
+                mSink(marker);
+            } else {
+                mContext.scheduling.addEvent(line.timeNs, line.pid, line.interrupt, line.function,
+                                             line.payload);
+            }
             mSawEvent = true;
             mContext.losses.noteGood();
         } catch (const DamagedMarker& error) {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "replay/capture/ByteSource.h"
+#include "replay/capture/Scheduling.h"
 
 namespace replay {
 
@@ -51,6 +52,7 @@ struct ReadContext {
     std::string name;
     Losses losses;
     UnpackBudget budget;
+    SchedulingBuilder scheduling;
 };
 
 }  // namespace replay

@@ -12,6 +12,7 @@
 #include "replay/base/Error.h"
 #include "replay/capture/Capture.h"
 #include "replay/capture/Inflate.h"
+#include "replay/capture/PerfettoScheduling.h"
 
 namespace replay {
 
@@ -151,6 +152,7 @@ class Reading {
         for (const perfetto::FtraceEvent& event : bundle.event()) {
             if (event.has_print()) useMarker(event);
         }
+        mScheduling.use(bundle, mContext.scheduling);
     }
 
     void useMarker(const perfetto::FtraceEvent& event) {
@@ -159,8 +161,10 @@ class Reading {
         try {
             if (event.timestamp() > kMaxTimestampNs)
                 throw DamagedMarker("a timestamp beyond any clock");
-            mSink(Marker{static_cast<int64_t>(event.timestamp()), payload,
-                         static_cast<int>(event.pid())});
+            const Marker marker{static_cast<int64_t>(event.timestamp()), payload,
+                                static_cast<int>(event.pid())};
+            mContext.scheduling.addMarker(marker);
+            mSink(marker);
         } catch (const DamagedMarker& error) {
             mDamage = error.what();
         }
@@ -172,6 +176,7 @@ class Reading {
 
     ReadContext& mContext;
     const MarkerSink& mSink;
+    PerfettoScheduling mScheduling;
     std::string mPlace;             // of the packet in hand, for messages
     std::string mDamage;            // what is wrong with it
     perfetto::TracePacket mPacket;  // kept, because their memory is used again

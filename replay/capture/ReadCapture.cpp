@@ -138,6 +138,7 @@ Capture readCapture(ByteSource& bytes, const std::string& name) {
     try {
         Capture capture = builder.build(name);
         capture.lost = context.losses.describe();
+        capture.scheduling = context.scheduling.build(capture.originNs);
         return capture;
     } catch (const InputError& error) {
         failWithLosses(error, context.losses);
