@@ -57,6 +57,7 @@ inline void fuzzReader(Reader reader, const uint8_t* data, size_t size) {
         reader(source, context, [&](const Marker& marker) { builder.addMarker(marker); });
         Capture capture = builder.build("file");
         capture.lost = context.losses.describe();
+        capture.scheduling = context.scheduling.build(capture.originNs);
         return capture;
     });
 }
