@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "replay/capture/LayerName.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 
@@ -20,10 +20,6 @@ constexpr int kMaxSlots = 64;
 constexpr char kModernCounter[] = "BufferTX - ";
 // "1.ui over 1.main, nearly always" is a hand-over; interrupts of devices come over anyone.
 constexpr int kUsualShare = 2;
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
 
 // "name=123": the digits behind the name, which is looked for from `from` on.
 bool number(std::string_view text, std::string_view name, int& value, size_t from = 0) {
