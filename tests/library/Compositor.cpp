@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <ostream>
 
@@ -202,11 +200,6 @@ std::vector<int64_t> timesOf(const std::string& text) {
     std::vector<int64_t> times;
     for (const Sight& sight : withText(text)) times.push_back(sight.time);
     return times;
-}
-
-int seedsToTry(int usual) {
-    const char* wanted = std::getenv("CINDRAL_SEEDS");
-    return wanted != nullptr ? std::max(1, std::atoi(wanted)) : usual;
 }
 
 std::string record() {

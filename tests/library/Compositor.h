@@ -18,6 +18,8 @@ inline constexpr int64_t kSecond = 1'000'000'000;
 
 inline constexpr int64_t kPeriod60 = 16'666'667;
 inline constexpr int64_t kPeriod90 = 11'111'111;
+// One of every display class.
+inline constexpr int64_t kPeriods[] = {kPeriod60, 13'333'333, kPeriod90, 8'333'333, 6'944'444};
 
 inline const std::string kGame = "SurfaceView[com.example.game/com.example.game.Main](BLAST)#1";
 inline const std::string kOtherGame =
@@ -104,7 +106,3 @@ int countOf(const std::string& text);
 // The markers among `texts`, or that begin with one of them, in order.
 std::vector<std::string> markersOf(const std::vector<std::string>& texts);
 std::string record();  // everything, one line each
-
-// How many random schedules a test tries: as many as usual, or CINDRAL_SEEDS, which explores more, or
-// fewer where everything is slow.
-int seedsToTry(int usual);

@@ -15,12 +15,9 @@ constexpr char kOff[] = "disable PHR";
 constexpr int64_t kHeadroom60 = 8'333'333;
 constexpr int64_t kTimer60 = kPeriod60 - kHeadroom60;
 
-// A game whose regulator is on, with no pending buffers, from a quiet moment on.
-void playPaced(const std::function<void(Compositor&, int64_t quiet)>& body) {
-    playGame(Scene().headroomOnly(), [&](Compositor& compositor, int64_t last) {
-        compositor.startPacing();
-        body(compositor, last + 20 * kMs);
-    });
+std::string boundsLine(int64_t period, int64_t headroom) {
+    return "vsync: " + std::to_string(period) + ", init headroom: " + std::to_string(headroom) +
+           "\n";
 }
 
 }  // namespace
@@ -36,75 +33,26 @@ TEST(Headroom, ThirtyFirstAccumulatingDecrement_SwitchesRegulationOn) {
     });
 }
 
-TEST(Headroom, HeldThread_LeavesExactlyPeriodMinusHeadroomAfterTheVsync) {
-    playPaced([](Compositor& compositor, int64_t quiet) {
-        const int64_t vsync = compositor.vsyncAt(quiet);
+TEST(Headroom, TwoLayers_AreEachHeldUntilTheirOwnReleaseAfterOneVsync) {
+    playGame(Scene().headroomOnly(), [](Compositor& compositor, int64_t) {
+        compositor.start(kOtherGame);
+        compositor.play(kOtherGame, 70);
+        for (const std::string& layer : {kGame, kOtherGame}) {
+            compositor.consume(layer, 1, 31);
+            compositor.consume(layer, 0);
+        }
+        // The first game is late, which makes its headroom a millisecond longer.
+        const int64_t vsync = compositor.vsyncAt(Compositor::now() + kPeriod60 - kMs);
+        EXPECT_EQ(countOf("onVsync"), 2);
+        std::thread other([&] {
+            compositor.queue(kOtherGame);
+            EXPECT_EQ(Compositor::now(), vsync + kTimer60);
+        });
         EXPECT_EQ(compositor.queueAt(vsync + kMs), vsync + kTimer60);
-        EXPECT_EQ(countOf("delay finish"), 1);
+        other.join();
+        const int64_t next = compositor.vsyncAt(vsync + 2 * kPeriod60);
+        EXPECT_EQ(compositor.queueAt(next + kMs), next + kTimer60 - kMs);
     });
-}
-
-TEST(Headroom, ReleaseThatAlreadyCame_IsUsedByOneBufferOnly) {
-    playPaced([](Compositor& compositor, int64_t quiet) {
-        const int64_t vsync = compositor.vsyncAt(quiet);
-        const int64_t after = vsync + kTimer60 + kMs;
-        EXPECT_EQ(compositor.queueAt(after), after);
-        EXPECT_EQ(countOf("timer expired"), 1);
-        // The second buffer of the cycle waits for the release of the next one.
-        std::thread producer(
-                [&] { EXPECT_EQ(compositor.queueAt(after + kMs), vsync + kPeriod60 + kTimer60); });
-        compositor.vsyncAt(vsync + kPeriod60);
-        producer.join();
-    });
-}
-
-TEST(Headroom, WithoutVsyncs_AWaitEndsAfterAPeriodAndTheNextReleaseIsSpentOnIt) {
-    playPaced([](Compositor& compositor, int64_t quiet) {
-        EXPECT_EQ(compositor.queueAt(quiet), quiet + kPeriod60);
-        const int64_t vsync = compositor.vsyncAt(quiet + kPeriod60 + kMs);
-        const int64_t afterRelease = vsync + kTimer60 + kMs;
-        EXPECT_EQ(compositor.queueAt(afterRelease), afterRelease + kPeriod60);
-        EXPECT_EQ(countOf("timer expired"), 0);
-    });
-}
-
-TEST(Headroom, EarlyVsync_EndsTheRunningTimerAndStartsNone) {
-    playPaced([](Compositor& compositor, int64_t quiet) {
-        const int64_t vsync = compositor.vsyncAt(quiet);
-        const int64_t early = vsync + 4 * kMs;
-        std::thread producer([&] {
-            EXPECT_EQ(compositor.queueAt(vsync + kMs), early);
-            EXPECT_EQ(compositor.queueAt(early + kMs), early + kMs + kPeriod60);
-        });
-        compositor.vsyncAt(early);
-        producer.join();
-    });
-}
-
-TEST(Headroom, PendingBuffers_AreGivenAnotherPeriodWhenTheReportOfThisCycleSaysSo) {
-    struct Case {
-        const char* name;
-        int64_t reportedAt;  // after the vsync; never if negative
-        int pending;
-        int64_t extra;  // beyond the release
-    };
-    for (const Case& c : {Case{"reported pending", 0, 1, kPeriod60}, Case{"reported none", 0, 0, 0},
-                          Case{"not reported: two passes", -1, 1, 2 * kMs},
-                          Case{"pending during a pass", kTimer60 + kMs / 2, 1, kMs + kPeriod60},
-                          Case{"none during a pass", kTimer60 + kMs / 2, 0, kMs}}) {
-        playPaced([&](Compositor& compositor, int64_t quiet) {
-            compositor.consume(kGame, 1);
-            const int64_t vsync = compositor.vsyncAt(quiet);
-            std::thread consumer([&] {
-                if (c.reportedAt < 0) return;
-                Compositor::waitUntil(vsync + c.reportedAt);
-                compositor.consume(kGame, c.pending);
-            });
-            EXPECT_EQ(compositor.queueAt(vsync + kMs), vsync + kTimer60 + c.extra) << c.name;
-            EXPECT_EQ(countOf("accumulation delay"), c.extra >= kPeriod60 ? 1 : 0) << c.name;
-            consumer.join();
-        });
-    }
 }
 
 TEST(Headroom, LateAndEarlyFrames_MoveItByAMillisecondWithinItsBounds) {
@@ -122,17 +70,6 @@ TEST(Headroom, LateAndEarlyFrames_MoveItByAMillisecondWithinItsBounds) {
                                         "headroom = 11333333", "headroom = 12333333",
                                         "headroom = 13333333", "headroom = 14333333",
                                         "headroom = 15000000", "headroom = 14000000"}));
-}
-
-TEST(Headroom, ChangedHeadroom_HoldsFromTheNextCycleOn) {
-    playGame(Scene().headroomOnly(), [](Compositor& compositor, int64_t last) {
-        compositor.startPacing();
-        const int64_t late = last + kPeriod60 + 3 * kMs;
-        const int64_t vsync = compositor.vsyncAt(late - kMs);
-        EXPECT_EQ(compositor.queueAt(late), vsync + kTimer60);
-        const int64_t next = compositor.vsyncAt(vsync + 2 * kPeriod60);
-        EXPECT_EQ(compositor.queueAt(next + kMs), next + kTimer60 - kMs);
-    });
 }
 
 TEST(Headroom, SixthStutterWithin15Seconds_SwitchesRegulationOff) {
@@ -190,33 +127,25 @@ TEST(Headroom, LayerThatFallsSilent_IsNoLongerPacedOnceItsFrameRegulatorGivesUp)
     });
 }
 
-TEST(Headroom, Bounds_FollowTheDisplayAndTheProperty) {
+TEST(Headroom, FastDisplayWithoutTheFrameRegulator_KeepsTheWholeHeadroomForEver) {
     struct Case {
-        const char* minRate;
         int64_t period;
-        int64_t next;  // the display changes to this period
         bool frameRegulator;
-        const char* line;
+        int64_t headroom;
+        int64_t at60;  // once the display has become a slow one
     };
-    // Without the frame regulator a fast display keeps the whole headroom, and leaves its mark on a
-    // slow one.
     for (const Case& c :
-         {Case{"0.5", 16'666'666, 0, false, "vsync: 16666666, init headroom: 8333333\n"},
-          Case{"0.5", 13'333'333, 0, true, "vsync: 13333333, init headroom: 6666666\n"},
-          Case{"0.5", 13'333'333, 0, false, "vsync: 13333333, init headroom: 11999999\n"},
-          Case{"0.5", 11'111'111, 0, true, "vsync: 11111111, init headroom: 6666667\n"},
-          Case{"0.5", 11'111'111, 0, false, "vsync: 11111111, init headroom: 10000000\n"},
-          Case{"0.5", 8'333'333, 16'666'666, false,
-               "vsync: 16666666, init headroom: 14999999\n"}}) {
+         {Case{kPeriod60, false, 8'333'333, 8'333'333}, Case{kPeriod90, true, 6'666'667, 8'333'333},
+          Case{kPeriod90, false, 10'000'000, 14'999'999}}) {
         playGame(
-                Scene().set("vendor.perf.pfar2.enable", c.frameRegulator ? "1" : "0")
-                        .set("vendor.perf.phr.hr_min_rate", c.minRate),
+                Scene().set("vendor.perf.pfar2.enable", c.frameRegulator ? "1" : "0"),
                 [&](Compositor& compositor, int64_t) {
-                    // A period that stays is no news.
-                    compositor.library.setVsyncPeriod(c.next != 0 ? c.next : c.period);
+                    compositor.library.setVsyncPeriod(c.period);  // no news
+                    EXPECT_EQ(countOf(boundsLine(c.period, c.headroom)), 1);
+                    compositor.library.setVsyncPeriod(16'666'666);
+                    EXPECT_EQ(countOf(boundsLine(16'666'666, c.at60)), 1);
                 },
                 c.period);
-        EXPECT_EQ(countOf(c.line), 1) << c.minRate << " at " << c.period << c.line;
     }
 }
 
@@ -235,9 +164,7 @@ TEST(Headroom, SmallestRate_IsTheNumberThatThePropertyBeginsWith) {
         playGame(
                 Scene().headroomOnly().set("vendor.perf.phr.hr_min_rate", c.rate),
                 [](Compositor&, int64_t) {}, kPeriod);
-        EXPECT_EQ(countOf("vsync: 16666666, init headroom: " + std::to_string(c.headroom) + "\n"),
-                  1)
-                << c.rate;
+        EXPECT_EQ(countOf(boundsLine(kPeriod, c.headroom)), 1) << c.rate;
     }
 }
 

@@ -34,10 +34,12 @@ TEST(Monitor, LayerStopsQueueing_SendsThreeHintsAtTheirDeadlinesAndGoesOff) {
         int64_t spacing;  // of the checkpoints: half a period up to 60 Hz
         int pending;      // gives the layer another period
     };
-    for (const Display& display :
-         {Display{kPeriod60, kSpacing60, 0}, Display{kPeriod60, kSpacing60, 1},
-          Display{13'333'333, 13'333'333, 0}, Display{kPeriod90, kPeriod90, 0},
-          Display{8'333'333, 8'333'333, 0}, Display{6'944'444, 6'944'444, 0}}) {
+    std::vector<Display> displays;
+    for (const int64_t period : kPeriods) {
+        const int64_t spacing = period == kPeriod60 ? kSpacing60 : period;
+        for (const int pending : {0, 1}) displays.push_back({period, spacing, pending});
+    }
+    for (const Display& display : displays) {
         SCOPED_TRACE(display.period);
         playWatched(
                 [&](Compositor& compositor, int64_t last) {
@@ -115,7 +117,7 @@ TEST(Monitor, BufferAfterAShortBoost_TakesItBackOnlyIfItIsStillBeingSent) {
     }
 }
 
-TEST(Monitor, ExpectationAfterAHint_FollowsOnceHowLateTheFrameWas) {
+TEST(Monitor, ExpectationAfterAHint_FollowsOnceHowLateTheFrameWasForItsDisplay) {
     const std::pair<int64_t, Expectations> cases[] = {
             {2'000'001, {"mBoostExpectationDegree = 1"}},
             {2'000'000, {}},
@@ -123,12 +125,16 @@ TEST(Monitor, ExpectationAfterAHint_FollowsOnceHowLateTheFrameWas) {
             {999'999, {"mBoostExpectationDegree = -1"}},
             {1, {"mBoostExpectationDegree = -1"}},
     };
-    for (const auto& [late, expected] : cases) {
-        playWatched([&, late = late](Compositor& compositor, int64_t last) {
-            const int64_t next = compositor.queueAt(last + kPeriod60 + late);
-            for (int i = 1; i <= 3; ++i) compositor.queueAt(next + i * kMs);
-        });
-        EXPECT_EQ(expectations(), expected) << late;
+    for (const int64_t period : kPeriods) {
+        for (const auto& [late, expected] : cases) {
+            playWatched(
+                    [&, late = late](Compositor& compositor, int64_t last) {
+                        const int64_t next = compositor.queueAt(last + period + late);
+                        for (int i = 1; i <= 3; ++i) compositor.queueAt(next + i * kMs);
+                    },
+                    period);
+            EXPECT_EQ(expectations(), expected) << late << " at " << period;
+        }
     }
 }
 
@@ -144,21 +150,26 @@ TEST(Monitor, HeldBuffer_CountsAsComeAtItsQueueAndIsNotWatchedWhileHeld) {
 }
 
 TEST(Monitor, Stutter_ForgetsThatFramesCameByThemselvesButOnlyWhileTheRegulatorIsOn) {
-    playWatched([](Compositor& compositor, int64_t last) {
-        compositor.consume(kGame);
-        int64_t time = compositor.queueAt(last + kPeriod60 + 1);
-        compositor.consume(kGame);
-        Compositor::waitUntil(time + kPeriod60 + kPeriod60 / 2 + 2);
-        compositor.consume(kGame);  // more than one and a half periods after the last one
-        compositor.queue(kGame);
-        Compositor::waitUntil(Compositor::now() + 2 * kPeriod60);
-        compositor.consume(kGame);
-        compositor.queue(kGame);
-    });
-    EXPECT_EQ(expectations(),
-              (Expectations{"mBoostExpectationDegree = -1", "mBoostExpectationDegree = 1",
-                            "mBoostExpectationDegree = 2"}))
-            << "up from 0, not from -1; a positive expectation is kept";
+    for (const int64_t period : kPeriods) {
+        playWatched(
+                [&](Compositor& compositor, int64_t last) {
+                    compositor.consume(kGame);
+                    const int64_t time = compositor.queueAt(last + period + 1);
+                    compositor.consume(kGame);
+                    // More than one and a half periods after the last one.
+                    Compositor::waitUntil(time + period + period / 2 + 2);
+                    compositor.consume(kGame);
+                    compositor.queue(kGame);
+                    Compositor::waitUntil(Compositor::now() + period + 3 * kMs);
+                    compositor.consume(kGame);
+                    compositor.queue(kGame);
+                },
+                period);
+        EXPECT_EQ(expectations(),
+                  (Expectations{"mBoostExpectationDegree = -1", "mBoostExpectationDegree = 1",
+                                "mBoostExpectationDegree = 2"}))
+                << "up from 0, not from -1; a positive expectation is kept";
+    }
 
     playWatched([](Compositor& compositor, int64_t last) {
         Compositor::waitUntil(compositor.queueAt(last + kPeriod60 + 1) + 2 * kSecond);

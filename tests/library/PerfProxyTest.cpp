@@ -1,18 +1,9 @@
-// The binding to the service: wrappers, fallbacks and locks.
+// The service client by itself: what of it no scene reaches.
 
 #include <gtest/gtest.h>
 
 #include "cindral/ModuleState.h"
 #include "tests/library/Component.h"
-
-namespace {
-
-int lockSomething(PerfProxy& client) {
-    int list[] = {1, 2};
-    return client.perfLockAcq(0, 0, list, 2);
-}
-
-}  // namespace
 
 TEST(PerfProxy, WithoutLibraries_EveryWrapperGivesItsFixedAnswer) {
     withClient({"libskewknob_system.so"}, [](PerfProxy& client) {
@@ -20,7 +11,7 @@ TEST(PerfProxy, WithoutLibraries_EveryWrapperGivesItsFixedAnswer) {
         EXPECT_EQ(client.featureKnob(5), 0);
         EXPECT_EQ(client.getPerfHalVer(), -1.0);
         EXPECT_EQ(client.perfHint(1, nullptr, 2, 3), -1);
-        EXPECT_EQ(lockSomething(client), -1);
+        EXPECT_EQ(client.perfLockAcq(0, 0, values, 2), -1);
         EXPECT_EQ(client.perfLockRel(1), -1);
         EXPECT_EQ(client.perfGetFeedback(1, "p"), -1);
         EXPECT_EQ(client.perfGetFeedbackExtn(1, "p", 2, values), -1);
@@ -59,6 +50,57 @@ TEST(PerfProxy, LayerWithoutPackage_IsNoGameWithoutAQuestion) {
     EXPECT_EQ(seen(),
               (std::vector<std::string>{"D Cindral.PerfProxy: isGameLayer:0 [StatusBar#0][]",
                                         "D Cindral.PerfProxy: GameWeight:-1 [StatusBar#0][]"}));
+}
+
+TEST(PerfProxy, Boosts_AreCountedAndSentAsTheLevelTheRateAndTheExpectationSay) {
+    withClient({}, [](PerfProxy& perf) {
+        perf.startBoostThread();
+        sim::sleepFor(kMs);
+        const auto hint = [&](int checkpoint) {
+            perf.boostHint(checkpoint);
+            sim::sleepFor(kMs);
+        };
+        perf.setBoostLevel(1);
+        hint(0);  // below the level: nothing at all
+        EXPECT_EQ(perf.getBoostHintCounter(), 0);
+        hint(1);  // skipped, but counted
+        hint(4);  // no checkpoint, but counted
+        EXPECT_EQ(perf.getBoostHintCounter(), 2);
+        EXPECT_EQ(perf.getBoostCounter(), 0);
+        EXPECT_FALSE(perf.isBoosted());
+
+        perf.setDebuggable(true);
+        hint(1);
+        perf.setFpsMode(90);
+        perf.setBoostExpectationDegree(1);
+        hint(1);
+        EXPECT_TRUE(perf.isBoosted());
+        perf.setFpsMode(0);
+        hint(2);
+        EXPECT_EQ(perf.getBoostHintCounter(), 5);
+        EXPECT_EQ(perf.getBoostCounter(), 2);
+        perf.resetStats();
+        EXPECT_EQ(perf.getBoostCounter() + perf.getBoostHintCounter(), 0);
+        EXPECT_EQ(perf.getBoostExpectationDegree(), 0);
+
+        StandInDevice::instance().setDelay(EntryPoint::kPerfHint, kMs);
+        perf.boostRelease();
+        sim::sleepFor(kMs / 2);
+        EXPECT_FALSE(perf.isBoosted()) << "over before the service has answered";
+        sim::sleepFor(kMs);
+        perf.stopBoostThread();
+    });
+    EXPECT_EQ(seen(),
+              (std::vector<std::string>{
+                      "begin skip boost", "end", "begin Boost CHECKPOINT1_NOT_QUEUED",
+                      "D Cindral.PerfProxy: Boost CHECKPOINT1_NOT_QUEUED",
+                      "perf_hint(4166, (null), 4, 1300) = 1", "end",
+                      "begin Boost CHECKPOINT2_NOT_QUEUED",
+                      "D Cindral.PerfProxy: Boost CHECKPOINT2_NOT_QUEUED",
+                      "perf_hint(4166, (null), 0, 2000) = 2", "end", "begin boostReleaseImp",
+                      "perf_hint(4166, (null), 0, 0) = 3", "end",
+                      // The stop wakes the thread, which serves the stored request again.
+                      "begin boostReleaseImp", "perf_hint(4166, (null), 0, 0) = 4", "end"}));
 }
 
 TEST(PerfProxy, ModuleInitialisedAnew_DestroysItsFormerClientUnlessACheckerIsAskingIt) {

@@ -77,18 +77,6 @@ TEST(PowerProxy, LinesMarkersAndCalls_ComeInTheirOrder) {
     EXPECT_EQ(seen(), expected);
 }
 
-TEST(PowerProxy, FrameIsEarly_FromNothingUpToItsTarget) {
-    struct Case {
-        int64_t renderTime;
-        bool early;
-    };
-    for (const Case& c : {Case{-1, false}, Case{0, true}, Case{11'666'666, true},
-                          Case{11'666'667, false}, Case{kPeriod + 1, false}}) {
-        withPower(false, [&](PowerProxy& power) { power.scaleEnergyIfNeed(c.renderTime); });
-        EXPECT_EQ(!seen().empty(), c.early) << c.renderTime;
-    }
-}
-
 TEST(PowerProxy, MovedThreshold_TakesTheStrengthAlong) {
     for (const int64_t beyond : {0, 1}) {
         withPower(false, [&](PowerProxy& power) {
@@ -105,17 +93,24 @@ TEST(PowerProxy, MovedThreshold_TakesTheStrengthAlong) {
     }
 }
 
-TEST(PowerProxy, Cooldown_HoldsBackAStepButNotARefresh) {
-    withPower(false, [](PowerProxy& power) {
-        power.negativeBoostAcq(0);
-        power.updateStatusAndRel(true);
-        const size_t sent = seen().size();
-        power.negativeBoostAcq(-30);
-        EXPECT_EQ(seen().size(), sent);
-        sim::sleepFor(kRefresh + 1);
-        power.negativeBoostAcq(-30);
-        EXPECT_EQ(seen().size(), sent + 1);
-    });
+TEST(PowerProxy, Cooldown_BeginsWithEveryMissAndHoldsBackAStepButNotARefresh) {
+    for (const bool inForce : {true, false}) {
+        withPower(false, [&](PowerProxy& power) {
+            power.negativeBoostAcq(0);
+            if (!inForce) power.updateStatusAndRel(false);
+            power.updateStatusAndRel(true);
+            const size_t sent = seen().size();
+            power.negativeBoostAcq(-30);
+            for (int i = 0; i < 2; ++i) power.scaleEnergyIfNeed(8'000'000);
+            EXPECT_EQ(seen().size(), sent) << inForce;
+            power.scaleEnergyIfNeed(8'000'000);
+            EXPECT_EQ(seen().size(), sent + 1) << inForce;
+            power.updateStatusAndRel(true);
+            sim::sleepFor(kRefresh + 1);
+            power.negativeBoostAcq(-30);
+            EXPECT_EQ(seen().size(), sent + 3) << inForce;
+        });
+    }
 }
 
 TEST(PowerProxy, WithoutAServiceOrAtItsEnd_NothingIsSent) {

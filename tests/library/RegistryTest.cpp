@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <thread>
 
 #include "tests/library/Compositor.h"
@@ -164,37 +163,6 @@ TEST(Registry, OldestTracker_IsGivenUpOnceSilentForAWholeSecond) {
         EXPECT_EQ(timeOf(kRetired), last + 1'000'000'000);
         compositor.play(kThirdGame, 70);
         EXPECT_EQ(countOf("FPS:60.00[" + kThirdGame + "]"), 1) << "the newcomer is tracked";
-    });
-}
-
-TEST(Registry, RetirementAgainstAnIncrementOfTheSameLayer_NeitherCrashesNorHangs) {
-    const uint64_t seeds = std::min(500, seedsToTry(500));
-    for (uint64_t seed = 1; seed <= seeds; ++seed) {
-        Scene scene;
-        scene.schedule.schedule = sim::Schedule::kRandom;
-        scene.schedule.seed = seed;
-        play(scene, [](Compositor& compositor) {
-            compositor.library.init();
-            compositor.queue(kGame);
-            Compositor::waitUntil(10 * kMs);
-            ask(compositor, {kGame, kOtherGame, kThirdGame, kThirdGame});
-            const int64_t silent = Compositor::now() + kSecond;
-            std::thread returning([&] { compositor.queueAt(silent); });
-            Compositor::waitUntil(silent);
-            compositor.queue(kThirdGame);
-            compositor.queue(kThirdGame);
-            returning.join();
-        });
-    }
-}
-
-TEST(Registry, Vsync_ReachesBothTrackers) {
-    playGame(Scene().headroomOnly(), [](Compositor& compositor, int64_t) {
-        ask(compositor, {kOtherGame});
-        compositor.play(kOtherGame, 70);
-        for (const std::string& layer : {kGame, kOtherGame}) compositor.consume(layer, 1, 31);
-        compositor.library.trackVsyncSignal();
-        EXPECT_EQ(countOf("onVsync"), 2);
     });
 }
 

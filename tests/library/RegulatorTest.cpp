@@ -4,23 +4,22 @@
 
 #include <thread>
 
+#include "headroom/HeadroomRules.h"
 #include "headroom/PresetHeadroomRegulator.h"
 #include "tests/library/Component.h"
 #include "tracker/BufferLayerTracker.h"
 
 using android::BufferLayerTracker;
 using android::PresetHeadroomRegulator;
+using namespace android::cindral;
 
 namespace {
-
-constexpr int64_t kPeriod = 16'666'667;
-constexpr int64_t kMinHeadroom = 8'333'333;
-constexpr int64_t kTimer = kPeriod - kMinHeadroom;
 
 // Does to a regulator what the letters of a script say, and notes how long each buffer was held.
 class Script {
   public:
-    explicit Script(PresetHeadroomRegulator& regulator) : mRegulator(regulator) {}
+    Script(PresetHeadroomRegulator& regulator, int64_t period, int32_t displayClass, int64_t timer)
+          : mRegulator(regulator), mPeriod(period), mDisplayClass(displayClass), mTimer(timer) {}
 
     std::vector<int64_t> run(const std::string& letters) {
         for (const char letter : letters) step(letter);
@@ -34,11 +33,11 @@ class Script {
             case 'V':  // a vsync now
                 return mRegulator.onVsync(mVsync = sim::now());
             case 'F':  // one whose time lies 5 ms behind its release
-                return mRegulator.onVsync(sim::now() + kTimer + 5 * kMs);
+                return mRegulator.onVsync(sim::now() + mTimer + 5 * kMs);
             case 'c':  // the release is over
-                return sim::sleepFor(kPeriod);
+                return sim::sleepFor(mPeriod);
             case 'r':  // half a millisecond before the release
-                return sim::sleepUntil(mVsync + kTimer - kMs / 2);
+                return sim::sleepUntil(mVsync + mTimer - kMs / 2);
             case 'Q':
                 return queue();
             case 'P':
@@ -51,14 +50,22 @@ class Script {
             case '^':
                 return mRegulator.increasePresetHeadroom();
             case '=':
-                return mRegulator.setVsyncInfo(kPeriod, 90);
+                return mRegulator.setVsyncInfo(mPeriod, 0);
             case '~':
-                return mRegulator.setVsyncInfo(kPeriod - 1, 60);
+                return mRegulator.setVsyncInfo(mPeriod - 1, mDisplayClass);
             case 'x':
                 mRegulator.forceStop();
                 return sim::sleepFor(kMs);
-            case 'v':
-                return later(10 * kMs, [this] { mRegulator.onVsync(sim::now()); });
+            case 'v':  // on threads of their own: a vsync after the release of this one, and an early one
+                return later(mPeriod * 3 / 5, [this] { mRegulator.onVsync(sim::now()); });
+            case 'w':
+                return later(kMs, [this] { mRegulator.onVsync(sim::now()); });
+            case 'p':  // reports in the middle of the first pass of a check for pending buffers
+                return later(mTimer + kMs / 2,
+                             [this] { mRegulator.updateAccumulationStatus(true); });
+            case 'n':
+                return later(mTimer + kMs / 2,
+                             [this] { mRegulator.updateAccumulationStatus(false); });
             case 's':
                 return later(3 * kMs, [this] { mRegulator.forceStop(); });
             default:
@@ -81,6 +88,9 @@ class Script {
     }
 
     PresetHeadroomRegulator& mRegulator;
+    const int64_t mPeriod;
+    const int32_t mDisplayClass;
+    const int64_t mTimer;  // from a vsync to its release
     int64_t mVsync = 0;
     std::vector<int64_t> mHeld;
     std::vector<std::thread> mThreads;
@@ -89,47 +99,67 @@ class Script {
 }  // namespace
 
 TEST(Regulator, Buffers_AreHeldAsLongAsTheirReleaseTakes) {
-    struct Case {
-        const char* what;
-        const char* script;
-        std::vector<int64_t> held;
-    };
-    const Case cases[] = {
-            {"a release is spent on a wait that ran out, the next is kept", "QVcVcQ", {kPeriod, 0}},
-            {"a wait that a release ended leaves the next release alone", "VQVcQ", {kTimer, 0}},
-            {"inactive: holds nobody, ignores vsyncs, keeps its release",
-             "Vc-QV+QQ",
-             {0, 0, kPeriod}},
-            {"the same period changes nothing, another sets the headroom back",
-             "^=VQ~VQ",
-             {kTimer - kMs, kTimer - 1}},
-            {"pending buffers are waited for until the clock is beyond the vsync",
-             "PFQ",
-             {kTimer + 6 * kMs}},
-            {"a release in the check for pending ones ends its pass, which counts, and is used up",
-             "VcPVrQQ",
-             {kMs / 2 + kMs, kPeriod + 2 * kMs}},
-            {"an accumulation delay ends with the next release, which is used up",
-             "PVPvQNQ",
-             {10 * kMs + kTimer, kPeriod}},
-            {"an accumulation delay that runs out costs no release",
-             "PVPQNVcQ",
-             {kTimer + kPeriod, 0}},
-            {"a stop lets a held buffer go at once and holds no other", "sQQ", {3 * kMs, 0}},
-            {"switched on after its end, nobody releases and nothing pends", "Px+VQ", {kPeriod}},
-    };
-    for (const Case& c : cases) {
-        withClient({}, [&](PerfProxy& client) {
-            sp<PerfProxy> owner = &client;
-            const sp<PresetHeadroomRegulator> regulator =
-                    new PresetHeadroomRegulator(owner, false, true);
-            regulator->setVsyncInfo(kPeriod, 60);
-            regulator->setActiveStatus(true);
-            sim::sleepFor(kMs);
-            EXPECT_EQ(Script(*regulator).run(c.script), c.held) << c.what;
-            regulator->forceStop();
-        });
-        EXPECT_EQ(seen().back(), "D Cindral.HeadroomRegulator: ~PresetHeadroomRegulator");
+    for (const auto& [period, displayClass] :
+         {std::pair{16'666'667, 60}, std::pair{11'111'111, 90}, std::pair{8'333'333, 120}}) {
+        const HeadroomBounds bounds = headroomBounds(period, displayClass, 0.5F);
+        const int64_t timer = period - bounds.min;
+        const int64_t raised = period - raisedHeadroom(bounds.min, bounds.max);
+        const int64_t anew = period - 1 - headroomBounds(period - 1, displayClass, 0.5F).min;
+        struct Case {
+            const char* what;
+            const char* script;
+            std::vector<int64_t> held;
+        };
+        const Case cases[] = {
+                {"until the release", "VQ", {timer}},
+                {"a release serves one buffer", "VcQwQ", {0, kMs + timer}},
+                {"a vsync that comes early releases and starts no timer", "VwQQ", {kMs, period}},
+                {"a release is spent on a wait that ran out, the next is kept",
+                 "QVcVcQ",
+                 {period, 0}},
+                {"a wait that a release ended leaves the next release alone", "VQVcQ", {timer, 0}},
+                {"inactive: holds nobody, ignores vsyncs, keeps its release",
+                 "Vc-QV+QQ",
+                 {0, 0, period}},
+                {"the same period changes nothing, another sets the headroom back",
+                 "^=VQ~VQ",
+                 {raised, anew}},
+                {"pending buffers are waited for until the clock is beyond the vsync",
+                 "PFQ",
+                 {timer + 6 * kMs}},
+                {"pending buffers without a report cost two passes", "PVQ", {timer + 2 * kMs}},
+                {"a report of none ends the check with its pass", "PVnQ", {timer + kMs}},
+                {"a report of pending ones is worth another period",
+                 "PVpQ",
+                 {timer + kMs + period}},
+                {"a report of none before the release costs nothing", "PVNQ", {timer}},
+                {"a release in the check for pending ones ends its pass, which counts, and is used "
+                 "up",
+                 "VcPVrQQ",
+                 {kMs / 2 + kMs, period + 2 * kMs}},
+                {"an accumulation delay ends with the next release, which is used up",
+                 "PVPvQNQ",
+                 {period * 3 / 5 + timer, period}},
+                {"an accumulation delay that runs out costs no release",
+                 "PVPQNVcQ",
+                 {timer + period, 0}},
+                {"a stop lets a held buffer go at once and holds no other", "sQQ", {3 * kMs, 0}},
+                {"switched on after its end, nobody releases and nothing pends", "Px+VQ", {period}},
+        };
+        for (const Case& c : cases) {
+            withClient({}, [&, period = period, displayClass = displayClass](PerfProxy& client) {
+                sp<PerfProxy> owner = &client;
+                const sp<PresetHeadroomRegulator> regulator =
+                        new PresetHeadroomRegulator(owner, true, true);
+                regulator->setVsyncInfo(period, displayClass);
+                regulator->setActiveStatus(true);
+                sim::sleepFor(kMs);
+                EXPECT_EQ(Script(*regulator, period, displayClass, timer).run(c.script), c.held)
+                        << c.what << " at " << displayClass;
+                regulator->forceStop();
+            });
+            EXPECT_EQ(seen().back(), "D Cindral.HeadroomRegulator: ~PresetHeadroomRegulator");
+        }
     }
 }
 
@@ -138,10 +168,12 @@ TEST(Regulator, SwitchedOnTwice_SaysItOnceAndHasLeftTheVsyncBeforeAlone) {
         sp<PerfProxy> owner = &client;
         const sp<PresetHeadroomRegulator> regulator =
                 new PresetHeadroomRegulator(owner, false, true);
-        regulator->setVsyncInfo(kPeriod, 60);
+        sim::sleepFor(kMs);
+        regulator->onVsync(sim::now());
         sim::sleepFor(kMs);
         StandInDevice::instance().clearEvents();
-        EXPECT_EQ(Script(*regulator).run("Vc++"), std::vector<int64_t>());
+        regulator->setActiveStatus(true);
+        regulator->setActiveStatus(true);
         const std::vector<std::string> expected = {
                 "begin enable PHR", "D Cindral.HeadroomRegulator: enable PHR", "end"};
         EXPECT_EQ(seen(), expected);

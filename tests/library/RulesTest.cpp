@@ -101,6 +101,13 @@ TEST(HeadroomRules, Steps_StopAtTheirBoundAlsoWhereTheBoundsAreCrossed) {
     EXPECT_EQ(raisedHeadroom(-1, -1), -1);
 }
 
+TEST(BoostRules, FirstBoost_IsShorterAndMilderAbove66Hz) {
+    EXPECT_EQ(boostFor(1, 66, 15)->durationMs, 8);
+    EXPECT_EQ(boostFor(1, 66, 15)->type, 1500);
+    EXPECT_EQ(boostFor(1, 67, 14)->durationMs, 4);
+    EXPECT_EQ(boostFor(1, 67, 14)->type, 1300);
+}
+
 TEST(BoostRules, Expectation_IsNotStoredAgainAtItsBounds) {
     for (const int32_t bound : {3, -3}) {
         const bool up = bound > 0;
@@ -123,6 +130,14 @@ TEST(PowerRules, Coefficient_MovesByTheSlackBetweenItsFloorAndZero) {
     EXPECT_FALSE(isCoeChangeWorthSending(0, -3));
     EXPECT_TRUE(isCoeChangeWorthSending(0, -4));
     EXPECT_TRUE(isCoeChangeWorthSending(-4, 0));
+}
+
+TEST(PowerRules, FrameIsEarly_FromNothingUpToItsTargetAndItsPeriod) {
+    EXPECT_FALSE(isEarly(-1, 10, 7));
+    EXPECT_TRUE(isEarly(0, 10, 7));
+    EXPECT_TRUE(isEarly(7, 10, 7));
+    EXPECT_FALSE(isEarly(8, 10, 7));
+    EXPECT_FALSE(isEarly(11, 10, 12));
 }
 
 TEST(PowerRules, Threshold_StaysWithinItsLimitsAndTakesTheCoefficientAlong) {
@@ -221,6 +236,7 @@ TEST(PowerOptimisationRules, Precondition_IsMetByAnyOfThree) {
     EXPECT_FALSE(meetsPowerOptPrecondition(30, 59.0F, 60, false));
     EXPECT_TRUE(meetsPowerOptPrecondition(31, 0.0F, 60, false));
     EXPECT_TRUE(meetsPowerOptPrecondition(0, 59.01F, 60, false));
+    EXPECT_FALSE(meetsPowerOptPrecondition(0, 119.0F, 120, false));
     EXPECT_TRUE(meetsPowerOptPrecondition(0, 0.0F, 60, true));
 }
 

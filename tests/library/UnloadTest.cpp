@@ -1,31 +1,11 @@
-// Loading and unloading: no thread and no mapping may stay behind.
+// What an unload waits for, and that it leaves no mapping behind.
 
 #include <gtest/gtest.h>
 
 #include "device/Process.h"
 #include "tests/library/Compositor.h"
 
-using device::countThreads;
 using device::isMapped;
-
-TEST(Unload, HundredTimesLoadedAndUsed_LeavesNoThreadAndNoMapping) {
-    const int threads = countThreads();
-    for (int round = 0; round < 100; ++round) {
-        Scene scene;
-        scene.set("vendor.perf.pfar2.hgpe.enable", "1");
-        // Unloaded in different states: measuring, watching, held, boosted, given up.
-        const int64_t silence = (round % 20) * 70 * kMs;
-        play(scene, [&](Compositor& compositor) {
-            ASSERT_TRUE(isMapped("libcindral.so"));
-            compositor.start(kGame);
-            compositor.play(kGame, 40 + round, kPeriod60, 1);
-            Compositor::waitUntil(Compositor::now() + silence);
-        });
-        ASSERT_FALSE(isMapped("libcindral.so")) << "round " << round;
-        ASSERT_FALSE(isMapped("libskewknob_system.so")) << "round " << round;
-    }
-    EXPECT_EQ(countThreads(), threads);
-}
 
 TEST(Unload, WithTheCheckerAsking_WaitsForItsAnswer) {
     play(Scene(), [&](Compositor& compositor) {
@@ -85,26 +65,4 @@ TEST(Unload, InTheMomentAWaitOfTheMonitorRunsOut_IsOverAtOnceAndSendsNothing) {
         EXPECT_EQ(outcome.endTimeNs, stopped) << silence;
         EXPECT_LE(boosts().size(), sent + 1) << silence << ": the release that the stop serves";
     }
-}
-
-TEST(Unload, WithRealThreads_LeavesNothingBehindEither) {
-    device::StandInDevice& device = device::StandInDevice::instance();
-    device.reset();
-    device.setKnob(6, 1);
-    device.setProperty("vendor.perf.phr.enable", "1");
-    const int threads = countThreads();
-    for (int round = 0; round < 100; ++round) {
-        const device::ServiceLibraries services;
-        device::CindralLibrary library;
-        ASSERT_TRUE(library.init());
-        library.setVsyncPeriod(kPeriod60);
-        for (int i = 0; i < 20; ++i) {
-            library.trackBufferIncrement(kGame.c_str());
-            library.trackVsyncSignal();
-            library.trackBufferDecrement(kGame.c_str(), 1);
-        }
-    }
-    EXPECT_EQ(device.events().size() % 100, 0U) << "every round asked the same questions";
-    EXPECT_FALSE(isMapped("libcindral.so"));
-    EXPECT_LE(countThreads(), threads + 1) << "the last checker may still be on its way out";
 }
