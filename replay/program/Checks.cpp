@@ -8,12 +8,12 @@
 #include <sstream>
 
 #include "replay/base/Error.h"
+#include "replay/base/Output.h"
 #include "replay/base/Text.h"
 #include "replay/capture/ReadCapture.h"
 #include "replay/findings/Expectation.h"
 #include "replay/plan/Jobs.h"
 #include "replay/plan/PlayInput.h"
-#include "replay/program/Output.h"
 
 namespace replay {
 

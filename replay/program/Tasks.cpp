@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <iostream>
 
 #include "replay/base/Error.h"
+#include "replay/base/Output.h"
 #include "replay/base/Text.h"
 #include "replay/capture/ModelledSession.h"
 #include "replay/capture/Progress.h"
@@ -20,7 +20,6 @@
 #include "replay/plan/PlayInput.h"
 #include "replay/play/WorkloadCapture.h"
 #include "replay/program/Checks.h"
-#include "replay/program/Output.h"
 #include "replay/report/HtmlReport.h"
 #include "replay/report/TraceExport.h"
 
@@ -275,10 +274,6 @@ ExitStatus execute(const CommandLine& line) {
     }
     finishOutput(std::cout, "standard output");
     return status;
-}
-
-void complain(std::string text) {
-    std::fprintf(stderr, "cindral-replay: %s\n", text.c_str());
 }
 
 }  // namespace replay

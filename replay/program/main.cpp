@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "replay/base/Error.h"
+#include "replay/base/Output.h"
 #include "replay/base/Text.h"
 #include "replay/program/CommandLine.h"
-#include "replay/program/Output.h"
 #include "replay/program/Tasks.h"
 
 namespace {

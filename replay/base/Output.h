@@ -16,4 +16,7 @@ void writeFile(const std::string& path, const std::function<void(std::ostream&)>
 
 bool standardOutputIsTerminal();
 
+// One line on standard error, in the program's name.
+void complain(const std::string& text);
+
 }  // namespace replay

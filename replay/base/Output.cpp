@@ -1,12 +1,13 @@
-#include "replay/program/Output.h"
+#include "replay/base/Output.h"
 
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "replay/program/Tasks.h"
+#include "replay/base/Error.h"
 
 namespace replay {
 
@@ -27,6 +28,10 @@ bool standardOutputIsTerminal() {
     // https://no-color.org: present and not empty.
     const char* const plain = std::getenv("NO_COLOR");
     return isatty(STDOUT_FILENO) == 1 && (plain == nullptr || *plain == '\0');
+}
+
+void complain(const std::string& text) {
+    std::fprintf(stderr, "cindral-replay: %s\n", text.c_str());
 }
 
 }  // namespace replay
