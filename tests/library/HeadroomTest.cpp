@@ -6,6 +6,8 @@
 
 #include "tests/library/Compositor.h"
 
+using device::EntryPoint;
+
 namespace {
 
 constexpr char kOn[] = "enable PHR";
@@ -70,6 +72,37 @@ TEST(Headroom, LateAndEarlyFrames_MoveItByAMillisecondWithinItsBounds) {
                                         "headroom = 11333333", "headroom = 12333333",
                                         "headroom = 13333333", "headroom = 14333333",
                                         "headroom = 15000000", "headroom = 14000000"}));
+}
+
+// In a check for pending buffers nothing but its time tells that a vsync has come.
+TEST(Headroom, Vsync_CountsFromItsReportAlsoWhenItHasToWaitForTheLayerLock) {
+    constexpr int64_t kSetUp = 200 * kMs;
+    playGame(Scene().headroomOnly(), [&](Compositor& compositor, int64_t) {
+        compositor.startPacing();
+        compositor.start(kOtherGame);
+        device::StandInDevice::instance().setDelay(EntryPoint::kPerfGetFeedbackExtn, kSetUp);
+        const auto isSetUp = [] {
+            return serviceCalls(EntryPoint::kPerfGetFeedbackExtn).size() == 2;
+        };
+        std::thread other([&] {
+            for (; !isSetUp(); Compositor::waitUntil(Compositor::now() + kPeriod60))
+                compositor.queue(kOtherGame);
+        });
+        while (!isSetUp()) Compositor::waitUntil(Compositor::now() + kMs);
+        const int64_t free = serviceCalls(EntryPoint::kPerfGetFeedbackExtn).back().time + kSetUp;
+        const int64_t vsync = free - 6'500'000;
+        compositor.vsyncAt(vsync - kPeriod60);
+        compositor.consume(kGame, 1);
+        compositor.vsyncAt(vsync);
+        // Finds the first vsync's release, and is in its second pass when the layer lock is free.
+        std::thread held([&] { EXPECT_EQ(compositor.queueAt(free - 1'500'000), free); });
+        std::thread blocking([&] {  // waits for the set-up, and holds the layer lock
+            Compositor::waitUntil(free - 500'000);
+            compositor.queue(kOtherGame);
+        });
+        EXPECT_EQ(compositor.vsyncAt(free - 300'000), free) << "ends the timer of the one before";
+        for (std::thread* thread : {&other, &held, &blocking}) thread->join();
+    });
 }
 
 TEST(Headroom, SixthStutterWithin15Seconds_SwitchesRegulationOff) {

@@ -4,7 +4,6 @@
 
 #include <cctype>
 #include <sstream>
-#include <thread>
 
 #include "tests/library/Compositor.h"
 
@@ -115,17 +114,6 @@ TEST(Init, DecidedAnew_TheNewClientAnswers) {
         compositor.library.clearConfigs();
         compositor.start(kNoGame);
         EXPECT_EQ(countOf("isGameLayer:0 [" + kNoGame + "][com.example.video]"), 1);
-    });
-}
-
-TEST(Init, FromTwoThreads_DecidesOnceAndBothHearTheAnswer) {
-    play(Scene(), [](Compositor& compositor) {
-        device::StandInDevice::instance().setDelay(EntryPoint::kIsFeatureEnabled, kSecond);
-        std::thread other([&] { EXPECT_TRUE(compositor.library.init()); });
-        Compositor::waitUntil(kMs);
-        EXPECT_TRUE(compositor.library.init());
-        other.join();
-        EXPECT_EQ(serviceCalls(EntryPoint::kIsFeatureEnabled).size(), 3U);
     });
 }
 
