@@ -1,56 +1,21 @@
 #include "replay/plan/PlayInput.h"
 
 #include <cmath>
-#include <regex>
 
 #include "replay/base/Error.h"
 #include "replay/base/Statistics.h"
 #include "replay/base/Text.h"
+#include "replay/play/Play.h"
 #include "replay/play/Workloads.h"
 
 namespace replay {
 
 namespace {
 
-constexpr char kWorkloadPackage[] = "com.example.game";
 constexpr double kDefaultRefreshHz = 60;
 constexpr double kMinRefreshHz = 1;
 constexpr double kMaxRefreshHz = 1000;
 constexpr int kDefaultBuffers = 3;
-
-std::regex compile(const std::string& pattern) {
-    try {
-        return std::regex(pattern);
-    } catch (const std::regex_error& error) {
-        throw InputError("--layer " + inQuotes(pattern) + ": not a regular expression: " +
-                         error.what() + "; write \\[ for a bracket");
-    }
-}
-
-std::string layerNames(const Capture& capture, const std::vector<size_t>& indexes) {
-    std::string text;
-    for (const size_t index : indexes) {
-        text += (text.empty() ? "" : ", ") + capture.layers[index].name.layer;
-    }
-    return text;
-}
-
-size_t chooseLayer(const Capture& capture, const std::string& pattern) {
-    std::vector<size_t> all;
-    std::vector<size_t> matching;
-    const std::regex regex = compile(pattern);
-    for (size_t i = 0; i < capture.layers.size(); ++i) {
-        all.push_back(i);
-        if (std::regex_search(capture.layers[i].name.layer, regex)) matching.push_back(i);
-    }
-    if (matching.size() == 1) return matching.front();
-    if (matching.empty()) {
-        throw InputError("--layer " + inQuotes(pattern) +
-                         " matches none of: " + layerNames(capture, all));
-    }
-    throw InputError(capture.source +
-                     ": choose one layer with --layer REGEX: " + layerNames(capture, matching));
-}
 
 // A display of the rate, running since time 0.
 VsyncTrack displayOf(double refreshHz, int64_t durationNs) {
@@ -140,38 +105,18 @@ void addConditions(Run& run, const Setup& setup) {
 
 }  // namespace
 
-Input captureInput(Capture capture, const std::string& layerPattern) {
-    Input input;
-    input.layerIndex = chooseLayer(capture, layerPattern);
-    input.capture = std::move(capture);
-    return input;
-}
-
-Input workloadInput(const std::string& name, int frames) {
-    Input input;
-    input.workload = name;
-    input.frames = frames;
-    input.capture.source = "workload " + name;
-    LayerEvents layer;
-    layer.name.package = kWorkloadPackage;
-    layer.name.layer = std::string("SurfaceView[") + kWorkloadPackage + "/.Workload](BLAST)#1";
-    layer.counter = "BufferTX - " + layer.name.layer;
-    input.capture.layers.push_back(layer);
-    workloadNs(name, 1, 0);  // does it exist?
-    return input;
-}
-
 Played playInput(const Input& input, const Setup& setup) {
-    Played played;
-    played.vsyncs = vsyncsOf(input, setup);
+    const VsyncTrack vsyncs = vsyncsOf(input, setup);
     PlayOptions options;
     options.library = setup.library;
     options.withLibrary = setup.withLibrary;
     options.cpuCostPerCallNs = setup.cpuCostNs;
-    if (setup.model) options.model = modelOptions(input, *setup.model, played.vsyncs);
-    played.run = play(input.layer(), played.vsyncs, setup.settings, options);
+    if (setup.model) options.model = modelOptions(input, *setup.model, vsyncs);
+    Played played;
+    played.run = play(input.layer(), vsyncs, setup.settings, options);
     if (setup.model) addModel(played.run, input, *setup.model, *options.model);
     addConditions(played.run, setup);
+    played.findings = findingsOf(input.capture, input.layer(), vsyncs, played.run);
     return played;
 }
 

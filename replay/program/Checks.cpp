@@ -10,10 +10,8 @@
 #include "replay/base/Error.h"
 #include "replay/base/Output.h"
 #include "replay/base/Text.h"
-#include "replay/capture/ReadCapture.h"
 #include "replay/findings/Expectation.h"
-#include "replay/plan/Jobs.h"
-#include "replay/plan/PlayInput.h"
+#include "replay/plan/Plan.h"
 
 namespace replay {
 
@@ -26,17 +24,6 @@ std::string expectationOf(const CommandLine& line, const std::string& capture) {
     return line.expectation.empty() ? capture + kSuffix : line.expectation;
 }
 
-std::string record(const CommandLine& line, const std::string& path) {
-    const Input input = captureInput(readCapture(path), line.layerPattern);
-    Expectation expectation;
-    expectation.layer = input.layer().name.layer;
-    expectation.options = line.setup.toOptions();
-    expectation.calls = expectedCalls(playInput(input, line.setup).run);
-    std::ostringstream text;
-    writeExpectation(text, expectation);
-    return text.str();
-}
-
 Expectation readExpectationFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) {
@@ -46,35 +33,35 @@ Expectation readExpectationFile(const std::string& path) {
     return readExpectation(file, path);
 }
 
-Input layerNamed(Capture capture, const std::string& layer) {
-    Input input;
-    for (size_t i = 0; i < capture.layers.size(); ++i) {
-        if (capture.layers[i].name.layer != layer) continue;
-        input.layerIndex = i;
-        input.capture = std::move(capture);
-        return input;
-    }
-    throw InputError(capture.source + ": has no layer " + inQuotes(layer) +
-                     ", which the expectation is about");
-}
-
-Setup recordedSetup(const Expectation& expectation, const CommandLine& line) {
-    std::optional<CommandLine> recorded = parseCommandLine(expectation.options);
+// The run that was recorded.
+PlannedRun recordedRun(const CommandLine& line, const std::string& capture,
+                       const Expectation& expectation) {
+    const std::optional<CommandLine> recorded = parseCommandLine(expectation.options);
     if (!recorded) throw InputError("the expectation asks for help");
-    recorded->setup.library = line.setup.library;
-    return recorded->setup;
+    PlannedRun run{recorded->input, recorded->setup};
+    run.input.capture = capture;
+    run.input.layer = expectation.layer;
+    run.setup.library = line.setup.library;
+    return run;
 }
 
-// The differences, ready to print; empty if there is none.
-std::string check(const CommandLine& line, const std::string& path) {
-    const Expectation expectation = readExpectationFile(expectationOf(line, path));
-    const Setup setup = recordedSetup(expectation, line);
-    const Input input = layerNamed(readCapture(path), expectation.layer);
-    const std::vector<std::string> lines =
-            differencesOf(expectation.calls, expectedCalls(playInput(input, setup).run));
+std::string recordingOf(const PlannedRun& run, const Played& played) {
+    Expectation expectation;
+    expectation.layer = played.findings.layer;
+    expectation.options = run.setup.toOptions();
+    expectation.calls = expectedCalls(played.run);
+    std::ostringstream text;
+    writeExpectation(text, expectation);
+    return text.str();
+}
+
+// Ready to print; empty if there is none.
+std::string differenceText(const std::string& capture, const Expectation& expectation,
+                           const Run& run) {
+    const std::vector<std::string> lines = differencesOf(expectation.calls, expectedCalls(run));
     if (lines.empty()) return "";
-    std::string text = format("%s: %zu differences (- expected, + sent, ~ moved)\n", path.c_str(),
-                              lines.size());
+    std::string text = format("%s: %zu differences (- expected, + sent, ~ moved)\n",
+                              capture.c_str(), lines.size());
     for (size_t i = 0; i < std::min(lines.size(), kMaxDifferencesShown); ++i) {
         text += "  " + lines[i] + "\n";
     }
@@ -84,52 +71,40 @@ std::string check(const CommandLine& line, const std::string& path) {
     return text;
 }
 
-using Job = std::string (*)(const CommandLine&, const std::string&);
-
-// Runs the job for every capture; `onDone` gets what it returned. The worst status of those that
-// failed.
-ExitStatus forEachCapture(
-        const CommandLine& line, Job job,
-        const std::function<void(const std::string& path, const std::string& text)>& onDone) {
-    std::vector<std::function<std::string()>> jobs;
-    for (const std::string& path : line.captures) {
-        jobs.emplace_back([&line, path, job] { return job(line, path); });
-    }
-    const std::vector<JobResult> results = runJobs(jobs, line.jobs.value_or(usableProcessors()));
-    ExitStatus status = kDone;
-    for (size_t i = 0; i < results.size(); ++i) {
-        if (results[i].error.empty()) {
-            onDone(line.captures[i], results[i].output);
-        } else {
-            complain(results[i].error);
-            status = std::max(status, results[i].badInput ? kBadInput : kReplayFailed);
-        }
-    }
-    return status;
-}
-
 }  // namespace
 
 ExitStatus recordExpectations(const CommandLine& line) {
-    return forEachCapture(line, record, [&](const std::string& path, const std::string& text) {
-        const std::string file = expectationOf(line, path);
-        writeFile(file, [&](std::ostream& out) { out << text; });
+    const std::vector<JobResult> results =
+            playAll(everyCombination(line.inputs(), {line.setup}), line.jobsAtATime(), recordingOf);
+    for (size_t i = 0; i < results.size(); ++i) {
+        if (!results[i].error.empty()) continue;
+        const std::string file = expectationOf(line, line.captures[i]);
+        writeFile(file, [&](std::ostream& out) { out << results[i].output; });
         std::cout << "wrote " << file << '\n';
-    });
+    }
+    return complainOfFailures(results);
 }
 
 ExitStatus checkExpectations(const CommandLine& line) {
-    ExitStatus differences = kDone;
-    const ExitStatus failures =
-            forEachCapture(line, check, [&](const std::string& path, const std::string& text) {
-                if (text.empty()) {
-                    std::cout << path << ": as expected\n";
-                } else {
-                    std::cout << text;
-                    differences = kDiffers;
-                }
-            });
-    return std::max(failures, differences);
+    // The job reads the expectation itself, so that a broken one costs only its own capture.
+    std::vector<std::function<std::string()>> jobs;
+    for (const std::string& capture : line.captures) {
+        jobs.emplace_back([&] {
+            const Expectation expectation = readExpectationFile(expectationOf(line, capture));
+            const PlannedRun run = recordedRun(line, capture, expectation);
+            return differenceText(capture, expectation,
+                                  playInput(openInput(run.input), run.setup).run);
+        });
+    }
+    const std::vector<JobResult> results = runJobs(jobs, line.jobsAtATime());
+    ExitStatus status = complainOfFailures(results);
+    for (size_t i = 0; i < results.size(); ++i) {
+        if (!results[i].error.empty()) continue;
+        std::cout << (results[i].output.empty() ? line.captures[i] + ": as expected\n"
+                                                : results[i].output);
+        if (!results[i].output.empty()) status = std::max(status, kDiffers);
+    }
+    return status;
 }
 
 }  // namespace replay

@@ -7,6 +7,7 @@
 
 #include "replay/base/Error.h"
 #include "replay/base/Text.h"
+#include "replay/plan/Jobs.h"
 #include "replay/play/Workloads.h"
 
 namespace replay {
@@ -90,7 +91,7 @@ CLI::Option* repeatable(CLI::Option* option) {
 }
 
 void addInputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
-    app.add_option("--layer", line.layerPattern,
+    app.add_option("--layer", line.input.layerPattern,
                    "Replay the layer whose name matches; it is an error if several do or none does")
             ->type_name("REGEX");
     repeatable(app.add_option("--set", raw.assignments,
@@ -135,8 +136,11 @@ void addModelOptions(CLI::App& app, CommandLine& line, Raw& raw) {
             ->type_name("PERCENT")
             ->check(CLI::Range(0, kMaxEffectPercent))
             ->group(group);
-    app.add_option("--workload", line.workload, workloadHelp())->type_name("NAME")->group(group);
-    app.add_option("--frames", line.frames, "How many frames of the workload; 1800 unless given")
+    app.add_option("--workload", line.input.workload, workloadHelp())
+            ->type_name("NAME")
+            ->group(group);
+    app.add_option("--frames", line.input.frames,
+                   "How many frames of the workload; 1800 unless given")
             ->type_name("N")
             ->check(CLI::Range(1, kMaxFrames))
             ->group(group);
@@ -198,7 +202,7 @@ void parse(CLI::App& app, const std::vector<std::string>& arguments) {
 }
 
 void takeModel(CommandLine& line, const Raw& raw) {
-    const bool wanted = raw.model || !line.workload.empty();
+    const bool wanted = raw.model || !line.input.workload.empty();
     const bool tuned = !raw.work.empty() || raw.buffers != 0 || raw.effects.any();
     if (!wanted && tuned) {
         throw InputError(
@@ -215,11 +219,11 @@ void takeModel(CommandLine& line, const Raw& raw) {
 }
 
 void takeWorkload(CommandLine& line, const Raw& raw) {
-    if (line.workload.empty() && line.frames != 0) {
+    if (line.input.workload.empty() && line.input.frames != 0) {
         throw InputError("--frames belongs to --workload");
     }
-    if (line.frames == 0) line.frames = kDefaultFrames;
-    if (line.workload.empty()) return;
+    if (line.input.frames == 0) line.input.frames = kDefaultFrames;
+    if (line.input.workload.empty()) return;
     if (!line.captures.empty()) {
         throw InputError("--workload is played without a capture; leave " +
                          inQuotes(line.captures.front()) + " out");
@@ -258,6 +262,20 @@ void requireOne(const CommandLine& line) {
 }
 
 }  // namespace
+
+std::vector<InputChoice> CommandLine::inputs() const {
+    std::vector<InputChoice> list;
+    for (const std::string& capture : captures) {
+        list.push_back(input);
+        list.back().capture = capture;
+    }
+    if (list.empty()) list.push_back(input);
+    return list;
+}
+
+unsigned CommandLine::jobsAtATime() const {
+    return jobs.value_or(usableProcessors());
+}
 
 std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& arguments) {
     CommandLine line;

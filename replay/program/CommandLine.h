@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "replay/plan/Input.h"
 #include "replay/plan/Setup.h"
 
 namespace replay {
@@ -14,9 +15,7 @@ struct CommandLine {
 
     Task task = Task::kReplay;
     std::vector<std::string> captures;  // none: the modelled session, or the workload
-    std::string layerPattern;           // empty: the only layer there is
-    std::string workload;               // empty: no synthetic one
-    int frames = 0;                     // of the workload
+    InputChoice input;                  // but for the capture, the same for all
     Setup setup;
     std::vector<std::string> comparisons;
     bool compareWorks = false;  // --work all
@@ -29,6 +28,9 @@ struct CommandLine {
     std::string writeCapture;
     std::string expectation;  // empty: beside the capture
     std::optional<unsigned> jobs;
+
+    std::vector<InputChoice> inputs() const;
+    unsigned jobsAtATime() const;
 };
 
 // Nothing if the arguments asked for help or the version, which is then on standard output.
