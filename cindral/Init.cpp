@@ -46,7 +46,7 @@ void decideFeatures(PerfProxy& client) {
     if (!gGfarEnabled) decideSecondGeneration(client);
     const PropertyValue allowed = client.perfGetProp("ro.vendor.perf.zgpe", "true");
     if (std::strcmp(allowed.text, "true") != 0) gGfarEnabled = false;
-    // As an error, deliberately: the decision shows whatever the log level.
+    // As an error, so that the decision shows whatever the log level.
     CINDRAL_LOGE(kModuleTag, "[GFAR:%d][PHR:%d]", gGfarEnabled ? 1 : 0, gPhrEnabled ? 1 : 0);
 }
 
@@ -56,7 +56,8 @@ bool initialize() {
         clearConfigs();
         const sp<PerfProxy> client = new (std::nothrow) PerfProxy();
         replaceModuleClient(client);
-        // gActive keeps its value on this path, deliberately; a later call tries again.
+        // gActive keeps its value: layers that are tracked go on being served, and a later call tries
+        // again.
         if (client == nullptr) return false;
         decideFeatures(*client);
         gInitialized = true;

@@ -27,8 +27,8 @@ void ignoreLayer(const std::string& layerName) REQUIRES(gLayerLock) {
 
 // A third layer asks for a tracker while the oldest one is active.
 void refuseLayer(const std::string& layerName) REQUIRES(gLayerLock) {
-    // Until the limit nothing changes, and the layer asks again with its next buffer. The count
-    // stays beyond the limit, deliberately: every further layer is then ignored at once.
+    // Until the limit nothing changes, and the layer asks again with its next buffer. Beyond it the
+    // count stays where it is, so that every further layer is ignored at once.
     if (gMultiActiveCount <= kMaxMultiActiveRefusals) ++gMultiActiveCount;
     if (gMultiActiveCount <= kMaxMultiActiveRefusals) return;
     ignoreLayer(layerName);
@@ -58,7 +58,8 @@ void trackLayer(const std::string& layerName) REQUIRES(gLayerLock) {
     const sp<BufferLayerTracker> tracker = new (std::nothrow)
             BufferLayerTracker(layerName, gGfarEnabled, gPhrEnabled, gDebuggable);
     if (tracker == nullptr) {
-        // Deliberately, although on the way of a known game no checker is involved.
+        // A checker whose verdict this was can do no more for its layer, so the next one may start.
+        // On the way of a known game another checker may be running; the next may start all the same.
         gCheckerRunning = false;
         return;
     }

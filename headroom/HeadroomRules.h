@@ -23,8 +23,8 @@ struct HeadroomBounds {
 };
 
 // The smallest headroom as a share of the period: the configured rate, raised in proportion to
-// displays faster than 60 Hz, and capped. Every step is rounded to the precision written here,
-// deliberately: the bounds must come out the same everywhere.
+// displays faster than 60 Hz, and capped. Every step is rounded to the precision written here, so
+// that the bounds come out the same everywhere.
 inline float minHeadroomFactor(int32_t refreshRate, float minRate) {
     const float proportional = static_cast<float>(refreshRate) / 60.0F * minRate;
     const auto scaled = static_cast<float>(static_cast<double>(proportional) * 0.8);
@@ -42,8 +42,8 @@ inline int64_t toHeadroom(float nanoseconds) {
     return static_cast<int64_t>(std::min(nanoseconds, kMaxHeadroomMagnitudeNs));
 }
 
-// The lower bound in single and the upper in double precision, deliberately; at some periods the
-// lower one ends up 1 ns above the upper one.
+// The lower bound is computed in single and the upper one in double precision, so that at some
+// periods the lower one ends up 1 ns above the upper one.
 inline HeadroomBounds headroomBounds(int64_t vsyncPeriod, int32_t refreshRate, float minRate) {
     const float min = minHeadroomFactor(refreshRate, minRate) * static_cast<float>(vsyncPeriod);
     const double max = static_cast<double>(vsyncPeriod) * kMaxHeadroomShare;
@@ -56,8 +56,8 @@ inline bool needsFullHeadroom(int32_t refreshRate, bool frameRegulator) {
     return refreshRate >= 61 && !frameRegulator;
 }
 
-// One step up or down. Only equality with the bound stops a step, deliberately: a headroom beyond a
-// bound is stepped and then clamped.
+// One step up or down. Only equality with the bound stops a step, so that a headroom beyond a bound
+// is brought back to it.
 inline int64_t raisedHeadroom(int64_t headroom, int64_t max) {
     return headroom == max ? headroom : std::min(headroom + kHeadroomStepNs, max);
 }

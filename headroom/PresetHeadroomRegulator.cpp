@@ -18,7 +18,7 @@ constexpr char kMinRateProperty[] = "vendor.perf.phr.hr_min_rate";
 PresetHeadroomRegulator::PresetHeadroomRegulator(sp<PerfProxy>& perfProxy, bool gfarEnabled,
                                                  bool debuggable)
       : mGfarEnabled(gfarEnabled), mDebuggable(debuggable), mPerfProxy(perfProxy) {
-    // The thread comes first, deliberately: it touches nothing before its first vsync.
+    // The thread may start before the rate is read: it touches nothing before its first vsync.
     if (!tryStartThread(mThread, [this] { threadMain(); })) {
         CINDRAL_LOGE(kHeadroomTag, "HeadroomThread Creation Failed");
     } else if (mDebuggable) {
@@ -44,7 +44,7 @@ void PresetHeadroomRegulator::setVsyncInfo(long vsyncPeriod, int refreshRate) {
     if (vsyncPeriod == mVsyncPeriod) return;
     mVsyncPeriod = vsyncPeriod;
     mRefreshRate = refreshRate;
-    // For the rest of the object's life, deliberately: a later change back to 60 Hz keeps it.
+    // For the rest of the object's life: a later change back to 60 Hz keeps it.
     if (needsFullHeadroom(refreshRate, mGfarEnabled)) mMinRate = kMaxMinRate;
     const HeadroomBounds bounds = headroomBounds(vsyncPeriod, refreshRate, mMinRate);
     mMinHeadroom = bounds.min;

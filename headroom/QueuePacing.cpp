@@ -70,8 +70,7 @@ void PresetHeadroomRegulator::trackQueueBuffer() {
         CINDRAL_LOGW(mDebuggable, kHeadroomTag, "%s", "accumulation delay");
     }
     Mutex::Autolock lock(mQueueLock);
-    // Running out here does not set mWaitTimedOut, deliberately: the cycle's release was used
-    // before.
+    // Running out here does not set mWaitTimedOut: the cycle's release was used before.
     waitInQueue(mVsyncPeriod);
 }
 

@@ -49,8 +49,8 @@ CINDRAL_API void cindralTrackBufferIncrement(const char* layerName);
 
 /*
  * A buffer of the layer was consumed and `pending` others are still in its queue. Waits for
- * locks only: for the display just when two threads queue the same layer at once, which they should
- * not. Null and unknown layers are ignored.
+ * locks only. When two threads queue the same layer at once, which they should not, it may wait for
+ * the one that is held. Null and unknown layers are ignored.
  */
 CINDRAL_API void cindralTrackBufferDecrement(const char* layerName, int pending);
 

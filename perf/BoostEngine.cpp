@@ -24,7 +24,7 @@ void PerfProxy::startBoostThread() {
         CINDRAL_LOGE(kPerfProxyTag, "BoostThread Creation Failed");
         return;
     }
-    // Only while debugging: otherwise the thread keeps the name it inherited, deliberately.
+    // Only while debugging: otherwise the thread keeps the name it inherited.
     if (mDebuggable) nameThread(mBoostThread, "BP");
 }
 
@@ -45,8 +45,8 @@ void PerfProxy::boostHint(int checkpoint) {
 }
 
 void PerfProxy::tryBoostRelease() {
-    // Stored without the lock, deliberately: a boost thread that is inside a hint, and holds the
-    // lock, finds the release as soon as the service returns.
+    // Stored without the lock: a boost thread that is inside a hint, and holds the lock, finds the
+    // release as soon as the service returns.
     mBoostRequest = BOOST_REQUEST_RELEASE;
     if (mBoostCheckpoint != kCheckpoint3) return;
     boostRelease();
@@ -61,7 +61,7 @@ void PerfProxy::boostRelease() {
 void PerfProxy::resetStats() {
     mBoostCounter = 0;
     mBoostHintCounter = 0;
-    mBoostExpectationDegree = 0;  // with the counters, deliberately
+    mBoostExpectationDegree = 0;  // learned from the hints that are no longer counted
 }
 
 void PerfProxy::adjustBoostExpectation(bool up) {
@@ -78,7 +78,8 @@ void PerfProxy::threadMain() {
     enterRealtimeScheduling();
     Mutex::Autolock lock(mBoostLock);
     while (mRunning) {
-        // No predicate, deliberately: every return from the wait serves whatever request is stored.
+        // No predicate: a release may be stored without a signal, so every return from the wait serves
+        // whatever is there.
         mBoostCondition.wait(mBoostLock);
         serveRequest();
     }

@@ -19,7 +19,7 @@ struct Boost {
 };
 
 // Layers above this rate (Hz) have frames of less than 15 ms and get the shorter, milder first boost. The
-// tracker does not tell the rate, deliberately: it stays 60, and every layer gets the longer one.
+// tracker does not tell the rate: it stays 60, and every layer gets the longer one.
 inline constexpr int kMildBoostAboveFps = 66;
 
 // The boost for a checkpoint, or nothing for a number that is no checkpoint.

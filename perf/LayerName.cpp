@@ -63,8 +63,8 @@ struct PlainTraits {
 
 std::string packageNameOf(const std::string& layerName) {
     if (layerName.size() > kMaxRegexNameLength) return packageNameOfLongName(layerName);
-    // Built anew on every call, deliberately: tracked and ignored layers never come here, and the
-    // others too seldom for a state that outlives the call.
+    // Built anew on every call: tracked and ignored layers never come here, and the others too seldom
+    // for a state that outlives the call.
     const std::basic_regex<char, PlainTraits> pattern(kLayerNamePattern);
     std::smatch match;
     return std::regex_match(layerName, match, pattern) ? match[1].str() : std::string();

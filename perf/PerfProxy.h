@@ -58,8 +58,7 @@ class PerfProxy : public LightRefBase<PerfProxy> {
     int perfLockRel(int handle);
 
     // Hold off (true) or hand back (false) the service's PL or core-control feature, by a lock
-    // without an end. Handing back twice releases the same handle twice, as the handle is
-    // deliberately kept.
+    // without an end. The handle is kept: handing back twice releases it twice.
     void disablePl(bool disable);
     void disableCoreCtl(bool disable);
 
@@ -134,7 +133,7 @@ class PerfProxy : public LightRefBase<PerfProxy> {
     cindral::UnlockedField<bool> mDebuggable{false};
     cindral::UnlockedField<int32_t> mFps{60};
     cindral::UnlockedField<int32_t> mFrameIntervalMs{16};
-    // Keeps its last value after it was served, deliberately: every wake-up serves what is stored.
+    // Keeps its last value after it was served: every wake-up serves what is stored.
     cindral::UnlockedField<int32_t> mBoostRequest{BOOST_REQUEST_NONE};
     cindral::UnlockedField<int32_t> mBoostCheckpoint{-1};
     cindral::UnlockedField<int32_t> mBoostCounter{0};

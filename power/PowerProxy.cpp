@@ -58,8 +58,8 @@ void PowerProxy::negativeBoostAcq(int delta) {
     int32_t newCoe = movedCoefficient(mCoe, delta, mNegativeBoostThresh);
     const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
     if (now - mLastRefreshTime > kRefreshIntervalNs) {
-        // Keeps the service's hint alive. The delta of this one call is dropped, deliberately, and
-        // neither the cooldown nor the smallest step holds it back.
+        // Keeps the service's hint alive: it sends what is in force, so that the delta of this one call
+        // is dropped, and neither the cooldown nor the smallest step holds it back.
         mLastRefreshTime = now;
         newCoe = mCoe;
         apply(newCoe);

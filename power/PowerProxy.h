@@ -63,7 +63,7 @@ class PowerProxy : public LightRefBase<PowerProxy> {
     int32_t mCooldownCount GUARDED_BY(mLock) = 0;
     Mutex mLock;
     int32_t mCoe GUARDED_BY(mLock) = 0;
-    // Moved under mLock, but read without it when a frame is evaluated, deliberately.
+    // Moved under mLock. A frame is judged without it, as one frame by the old threshold does no harm.
     cindral::UnlockedField<int32_t> mThresh{cindral::kInitialThresh};
     // Set before any other thread uses the object.
     int32_t mNegativeBoostThresh = cindral::kInitialNegativeBoostThresh;

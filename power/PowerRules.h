@@ -78,7 +78,7 @@ inline int32_t droppedThresh(int32_t thresh) {
     return std::max(thresh - kThreshDrop, kMinThresh);
 }
 
-// The coefficient that means the same against a new threshold. Not clamped again, deliberately: the
+// The coefficient that means the same against a new threshold. Not clamped again, as the
 // next application does that.
 inline int32_t rescaledCoefficient(int32_t coe, int32_t oldThresh, int32_t newThresh) {
     return saturated(int64_t{coe} * oldThresh / newThresh);

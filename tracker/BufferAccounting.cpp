@@ -36,8 +36,8 @@ void BufferLayerTracker::changeVsyncPeriod(long period) {
     const int32_t displayClass = setVsyncMode(period);
     mVsyncMode = displayClass;
     if (displayClass == kUnexpectedDisplayClass) {
-        // As the period is not stored, the same value is logged again, deliberately. The text takes
-        // no argument.
+        // The period is not stored, so that the same one is logged again for as long as it is told.
+        // The text takes no argument.
         CINDRAL_LOGE(kTrackerTag, "unexpected vsync recevied: ld\n");
         return;
     }
@@ -83,7 +83,7 @@ void BufferLayerTracker::pace() {
     PresetHeadroomRegulator* regulator = activeRegulator();
     if (regulator == nullptr) return;
     PowerProxy* power = mPowerProxy.get();
-    // Late frames move the threshold first and early ones the headroom, deliberately.
+    // Late frames move the threshold first, early ones the headroom.
     switch (punctualityOf(mRenderTime, mVsyncPeriod)) {
         case FramePunctuality::kLate:
             if (power != nullptr) power->reduceThreshold();
@@ -116,7 +116,7 @@ void BufferLayerTracker::fpsTracker() {
             if (mFpsMode != mVsyncMode) {
                 onDifferentRate();
             } else if (!onMatchingRate()) {
-                return;  // without the environment the previous queue time stays, deliberately
+                return;  // without the environment the next interval begins where this one did
             }
         }
     }

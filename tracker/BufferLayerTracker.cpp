@@ -16,8 +16,8 @@ using namespace cindral;
 
 namespace {
 
-// The level at which every checkpoint is acted on. Power optimisation belongs to this level alone,
-// deliberately: at any other one it stays without effect.
+// The level at which every checkpoint is acted on. Power optimisation belongs to this level alone:
+// at any other one it stays without effect.
 constexpr int kFullBoostLevel = 1;
 
 // Above this display class (Hz), layers that are no games get neither regulator.
@@ -106,10 +106,10 @@ void BufferLayerTracker::startMonitorThread() {
     if (!tryStartThread(mMonitorThread, [this] { monitorThreadMain(); })) {
         CINDRAL_LOGE(kTrackerTag, "MonitorThread Creation Failed");
     } else if (mDebuggable) {
-        // Only while debugging: otherwise the thread keeps the name it inherited, deliberately.
+        // Only while debugging: otherwise the thread keeps the name it inherited.
         nameThread(mMonitorThread, "BLT");
     }
-    // Also without a monitor, deliberately.
+    // Also without a monitor: nobody asks it for a boost then, and it sleeps.
     mPerfProxy.get()->startBoostThread();
 }
 

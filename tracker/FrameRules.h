@@ -12,7 +12,8 @@ namespace android::cindral {
 inline constexpr int32_t kUnexpectedDisplayClass = 0;
 inline constexpr int32_t kNoFrameRateClass = -1;
 
-// The refresh class (Hz) of a vsync period. The gaps between the bands are deliberate.
+// The refresh class (Hz) of a vsync period. One in a gap between the bands belongs to no display that
+// the library knows.
 inline int32_t displayClassOf(int64_t vsyncPeriod) {
     struct Band {
         int64_t first, last;  // inclusive

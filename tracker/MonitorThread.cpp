@@ -61,8 +61,8 @@ void BufferLayerTracker::onLateFrame(nsecs_t watchedQueue) {
     raiseCheckpoint(kCheckpoint2, "CHECKPOINT2_NOT_QUEUED");
     if (!staysLateFor(checkpointSpacing(mVsyncPeriod, mVsyncMode), watchedQueue)) return;
     raiseCheckpoint(kCheckpoint3, "CHECKPOINT3_NOT_QUEUED");
-    // Here a new queue time alone does not count, deliberately: only a wake-up keeps the regulator
-    // on.
+    // Here only a wake-up keeps the regulator on: a buffer that is being queued just as the time runs
+    // out does not.
     if (waitRunsOut(kCheckpointFinalWaitNs)) giveUp();
 }
 
