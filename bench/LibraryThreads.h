@@ -1,46 +1,23 @@
 #pragma once
 
-// A hand on the threads that the library under measurement starts: which of them run at all, and
-// how long their timers last. A measured call then meets the same state every time, and the state
-// it needs is there in microseconds instead of a vsync period.
+// A hand on the threads that the library under measurement starts: which of them run at all. A
+// measured call then meets the same state every time, and the state it needs is there in
+// microseconds instead of a vsync period, as every timed wait of such a thread runs out at once.
 //
-// The program that links this defines pthread_create, the waits on conditions and the calls that ask
-// for real-time scheduling, which the measured calls never reach. Everything else is the C library's
-// own.
-
-#include <cstdint>
-#include <vector>
+// The program that links this defines pthread_create and the waits on conditions. Everything else
+// is the C library's own.
 
 namespace bench::threads {
 
-// Says of each of the next threads that the library starts whether it runs (true) or ends before
-// its first instruction. Those after them run.
-void letRun(std::vector<bool> decisions);
+inline constexpr int kEvery = -1;
 
-// Makes every timed wait of the library's threads run out at once.
-void skipTimers(bool skip);
+// Of the threads that the library starts from now on only the nth runs (counted from 1; 0: none, or
+// kEvery). The others end before their first instruction.
+void runOnly(int nth);
 
-// Library threads started and not ended.
-int running();
+int started();  // since then
 
-// The calling thread's number, in the order of their start since letRun; -1 of any other thread.
-int current();
-
-// How often a library thread has gone to sleep: without a deadline, and in all.
+// How often a library thread has gone to sleep without a deadline.
 int idleCount();
-int waitCount();
-
-// One return of a library thread from a wait, with the waiting mutex held again.
-struct Wait {
-    int thread;        // as current() tells
-    int64_t deadline;  // ns; 0 without one
-    int64_t returned;  // ns
-    bool timedOut;
-};
-// Told of every wait from now on, on the thread that waited; null ends it.
-void observeWaits(void (*observer)(const Wait& wait));
-
-// Lets the library's threads stay in the normal scheduling class.
-void denyRealtime(bool deny);
 
 }  // namespace bench::threads

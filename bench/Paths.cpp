@@ -4,6 +4,7 @@
 #include <thread>
 
 namespace bench {
+
 namespace {
 
 void release(Scene& scene) {
@@ -26,14 +27,8 @@ SceneOptions tracked(int trackers) {
     return options;
 }
 
-SceneOptions regulated(bool frameRegulator, bool headroom, bool power, LibraryThreads threads) {
-    SceneOptions options = tracked(1);
-    options.frameRegulator = frameRegulator;
-    options.headroom = headroom;
-    options.power = power;
-    options.environment = true;
-    options.threads = threads;
-    return options;
+SceneOptions regulated(bool frameRegulator, bool headroom, bool power, bool headroomThread) {
+    return {true, 1, frameRegulator, headroom, power, headroomThread};
 }
 
 SceneOptions inactive() {
@@ -42,16 +37,6 @@ SceneOptions inactive() {
     return options;
 }
 
-SceneOptions holding() {
-    SceneOptions options = regulated(true, true, false, LibraryThreads::kNone);
-    options.trackers = 2;
-    return options;
-}
-
-const char* const kGame = Scene::layer(0);
-const char* const kFirstIgnored = Scene::ignoredLayer(0);
-const char* const kLastIgnored = Scene::ignoredLayer(Scene::kIgnoredLayers - 1);
-
 template <typename Function, typename... Arguments>
 void repeat(int times, Function* function, Arguments... arguments) {
     for (int i = 0; i < times; ++i) function(arguments...);
@@ -59,7 +44,7 @@ void repeat(int times, Function* function, Arguments... arguments) {
 
 }  // namespace
 
-void callLibrary(Scene& scene, const Path& path, int times) {
+void callLibrary(const Scene& scene, const Path& path, int times) {
     const device::CindralLibrary& library = scene.library();
     switch (path.entry) {
         case EntryPoint::kIncrement:
@@ -73,79 +58,60 @@ void callLibrary(Scene& scene, const Path& path, int times) {
     }
 }
 
-void callFloor(floor::Floor floor, const Path& path, int times) {
-    repeat(times, floor, path.layer);
+void callFloor(const Path& path, bool named, int times) {
+    repeat(times, floor::floorOf(path.floor, named), path.layer);
 }
 
-std::vector<Stage> quietStages() {
-    using namespace floor;
-    using Threads = LibraryThreads;
-    using Entry = EntryPoint;
-    constexpr auto kIncrement = Entry::kIncrement;
-    constexpr auto kDecrement = Entry::kDecrement;
+std::vector<Stage> stages() {
+    using Floor = floor::Sequence;
+    constexpr auto kIncrement = EntryPoint::kIncrement;
+    constexpr auto kDecrement = EntryPoint::kDecrement;
+    constexpr auto kVsync = EntryPoint::kVsync;
+    constexpr auto kSetPeriod = EntryPoint::kSetPeriod;
+    const char* const game = Scene::layer(0);
+    const char* const first = Scene::ignoredLayer(0);
+    const char* const last = Scene::ignoredLayer(Scene::kIgnoredLayers - 1);
     return {
-            {inactive(),
-             {{"inactive_increment", kIncrement, kGame, nothing},
-              {"inactive_decrement", kDecrement, kGame, nothing},
-              {"inactive_vsync", Entry::kVsync, nullptr, nothing},
-              {"inactive_set_period", Entry::kSetPeriod, nullptr, nothing}}},
-            {tracked(0),
-             {{"increment_ignored_first", kIncrement, kFirstIgnored, layerLock, layerLockNamed},
-              {"increment_ignored_last", kIncrement, kLastIgnored, layerLock, layerLockNamed},
-              {"vsync_no_tracker", Entry::kVsync, nullptr, vsync},
-              {"set_period_no_tracker", Entry::kSetPeriod, nullptr, layerLock}}},
-            {tracked(1),
-             {{"increment_measuring", kIncrement, kGame, increment, incrementNamed},
-              {"decrement_measuring", kDecrement, kGame, decrement, decrementNamed},
-              {"vsync_one_tracker", Entry::kVsync, nullptr, vsync},
-              {"set_period_one_tracker", Entry::kSetPeriod, nullptr, layerLock}}},
-            {tracked(2),
-             {{"vsync_two_trackers", Entry::kVsync, nullptr, vsync},
-              {"set_period_two_trackers", Entry::kSetPeriod, nullptr, layerLock}}},
-            {regulated(true, false, false, Threads::kNone),
-             {{"increment_frame_regulator", kIncrement, kGame, incrementWatched,
-               incrementWatchedNamed},
-              {"decrement_frame_regulator", kDecrement, kGame, decrement, decrementNamed}}},
-            {regulated(false, true, false, Threads::kHeadroom),
-             {{"increment_headroom_released", kIncrement, kGame, increment, incrementNamed,
-               release}}},
-            {regulated(true, true, true, Threads::kHeadroom),
-             {{"increment_both_and_power", kIncrement, kGame, incrementPowered,
-               incrementPoweredNamed, release},
-              {"decrement_both_and_power", kDecrement, kGame, decrement, decrementNamed}}},
-            {regulated(true, true, false, Threads::kNone),
-             {{"vsync_active", Entry::kVsync, nullptr, vsyncActive}}},
-    };
-}
-
-std::vector<Stage> countedStages() {
-    std::vector<Stage> stages = quietStages();
-    stages.push_back(
-            {regulated(true, true, true, LibraryThreads::kHeadroom),
-             {{"increment_that_adjusts", EntryPoint::kIncrement, kGame, floor::incrementPowered,
-               floor::incrementPoweredNamed, releaseAfterLateFrame}}});
-    return stages;
-}
-
-std::vector<Stage> wakingStages() {
-    using namespace floor;
-    using Threads = LibraryThreads;
-    return {
-            {regulated(true, false, false, Threads::kAll),
-             {{"increment_wakes_monitor", EntryPoint::kIncrement, kGame, incrementWatched,
-               incrementWatchedNamed}}},
-            {regulated(false, true, false, Threads::kAll),
-             {{"vsync_wakes_headroom", EntryPoint::kVsync, nullptr, vsyncActive}}},
-    };
-}
-
-std::vector<Stage> contendedStages() {
-    using namespace floor;
-    return {
-            {holding(),
-             {{"", EntryPoint::kIncrement, Scene::layer(1), incrementWatched,
-               incrementWatchedNamed}}},
-            {tracked(2), {{"", EntryPoint::kIncrement, kGame, increment, incrementNamed}}},
+            {"inactive",
+             inactive(),
+             {{"inactive_increment", kIncrement, game, Floor::kNothing},
+              {"inactive_decrement", kDecrement, game, Floor::kNothing},
+              {"inactive_vsync", kVsync, nullptr, Floor::kNothing},
+              {"inactive_set_period", kSetPeriod, nullptr, Floor::kNothing}}},
+            {"initialised",
+             tracked(0),
+             {{"increment_ignored_first", kIncrement, first, Floor::kLayerLock},
+              {"increment_ignored_last", kIncrement, last, Floor::kLayerLock},
+              {"vsync_no_tracker", kVsync, nullptr, Floor::kVsync},
+              {"set_period_no_tracker", kSetPeriod, nullptr, Floor::kLayerLock}}},
+            {"one_measuring",
+             tracked(1),
+             {{"increment_measuring", kIncrement, game, Floor::kMeasure},
+              {"decrement_measuring", kDecrement, game, Floor::kDecrement},
+              {"vsync_one_tracker", kVsync, nullptr, Floor::kVsync},
+              {"set_period_one_tracker", kSetPeriod, nullptr, Floor::kLayerLock}}},
+            {"two_measuring",
+             tracked(2),
+             {{"vsync_two_trackers", kVsync, nullptr, Floor::kVsync},
+              {"set_period_two_trackers", kSetPeriod, nullptr, Floor::kLayerLock}}},
+            {"frame_regulator",
+             regulated(true, false, false, false),
+             {{"increment_frame_regulator", kIncrement, game, Floor::kWatch},
+              {"decrement_frame_regulator", kDecrement, game, Floor::kDecrement}}},
+            {"headroom_regulator",
+             regulated(false, true, false, true),
+             {{"increment_headroom_released", kIncrement, game, Floor::kMeasure, release}}},
+            {"both_and_power",
+             regulated(true, true, true, true),
+             {{"increment_both_and_power", kIncrement, game, Floor::kWatchAndPower, release},
+              {"decrement_both_and_power", kDecrement, game, Floor::kDecrement}}},
+            {"both_regulators",
+             regulated(true, true, false, false),
+             {{"vsync_active", kVsync, nullptr, Floor::kVsyncActive}}},
+            {"both_and_power_adjusting",
+             regulated(true, true, true, true),
+             {{"increment_that_adjusts", kIncrement, game, Floor::kWatchAndPower,
+               releaseAfterLateFrame, false}}},
     };
 }
 

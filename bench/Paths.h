@@ -1,6 +1,7 @@
 #pragma once
 
-// What is measured: the entry points, in the states that make them take different ways.
+// What is measured: the entry points, in the states that make them take different ways. No path
+// wakes a thread.
 
 #include <vector>
 
@@ -15,29 +16,23 @@ struct Path {
     const char* name;
     EntryPoint entry;
     const char* layer;  // the name that is passed; null where none is
-    floor::Floor floor;
-    floor::Floor namedFloor = nullptr;        // where a layer is looked up by that name
+    floor::Sequence floor;
     void (*prepare)(Scene& scene) = nullptr;  // before every single call
+    bool timed = true;  // false: it takes too long to prepare, and is only counted
+
+    bool looksUpLayer() const { return layer != nullptr && floor != floor::Sequence::kNothing; }
 };
 
-// Calls the library's entry point, or a floor, `times` in a row.
-void callLibrary(Scene& scene, const Path& path, int times);
-void callFloor(floor::Floor floor, const Path& path, int times);
-
 struct Stage {
+    const char* name;
     SceneOptions options;
     std::vector<Path> paths;
 };
 
-// Paths on which no thread is woken.
-std::vector<Stage> quietStages();
-// The same, and one that takes a late frame to prepare, too long for timing: what instructions are
-// counted on.
-std::vector<Stage> countedStages();
-// The ones that wake a thread.
-std::vector<Stage> wakingStages();
-// A path of the second layer while the first one's producer is held; and one of the first layer,
-// with the second tracked as well.
-std::vector<Stage> contendedStages();
+std::vector<Stage> stages();
+
+// Calls the library's entry point, or the path's floor, `times` in a row.
+void callLibrary(const Scene& scene, const Path& path, int times);
+void callFloor(const Path& path, bool named, int times);
 
 }  // namespace bench

@@ -2,40 +2,34 @@
 
 // The shipped library on the stand-in device, brought into the state in which a path is measured.
 
+#include <cstdint>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include "bench/Floor.h"
 #include "device/CindralLibrary.h"
+#include "device/Game.h"
 #include "device/StandInDevice.h"
 
 namespace bench {
 
 inline constexpr long kPeriodNs = 16'666'667;  // 60 Hz
 
-enum class LibraryThreads {
-    kNone,      // nobody is woken
-    kHeadroom,  // only the headroom regulator's, its timer run out at once
-    kAll,
-};
+// CLOCK_MONOTONIC, ns.
+int64_t nowNs();
 
 struct SceneOptions {
     bool initialised = true;
-    bool frameRegulator = true;
+    int trackers = 0;  // game layers that are tracked
+    // What is on. With any of them the one tracked layer's environment exists, which takes a second.
+    bool frameRegulator = false;
     bool headroom = false;
     bool power = false;
-    int trackers = 0;          // game layers that are tracked
-    bool environment = false;  // and whose environment exists; needs a second
-    LibraryThreads threads = LibraryThreads::kNone;
-    bool floorThread = true;    // with kAll: the floors wake a thread as well
-    bool ignoredLayers = true;  // the ignore list is full, as on a phone with its system layers
+    bool headroomThread = false;  // runs; otherwise nobody is woken
+
+    bool hasEnvironment() const { return frameRegulator || headroom || power; }
 };
 
-// Sets the stand-in device up for such a scene, and nothing else.
-void configureDevice(const SceneOptions& options);
-
-// One at a time. Constructed and destroyed by the thread that measures.
+// One at a time. Constructed and destroyed by the thread that measures. The ignore list is full, as
+// on a phone with its system layers.
 class Scene {
   public:
     // Throws std::runtime_error when the library does not get into that state.
@@ -44,32 +38,28 @@ class Scene {
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
 
-    device::CindralLibrary& library() { return *mLibrary; }
+    const device::CindralLibrary& library() const { return *mLibrary; }
 
     // Names as the platform gives them, short and long.
     static const char* layer(int tracker);
     static const char* ignoredLayer(int index);
     static constexpr int kIgnoredLayers = 4;
 
-    // To be called at least every 100 ms while increments of the last tracked layer come faster
-    // than frames: a measuring
+    // To be called at least every 100 ms while increments come faster than frames: a measuring
     // period that closes with such a rate would switch the regulators off. Costs a pause of 151 ms
     // every 700 ms.
     void keepMeasuring();
 
-    // A vsync, its headroom timer, and the release. Needs LibraryThreads::kHeadroom.
+    // A vsync, its headroom timer, and the release. Needs the headroom thread.
     void release();
 
   private:
-    void fillIgnoreList();
-    void trackLayers();
-    void buildEnvironments();
-    void activateHeadroom();
+    void configureDevice();
+    void buildEnvironment(const device::Game& game);
 
     const SceneOptions mOptions;
     device::ServiceLibraries mServices;
     std::unique_ptr<device::CindralLibrary> mLibrary;
-    std::unique_ptr<floor::Waiter> mWaiter;  // the floor's part of LibraryThreads::kAll
     int64_t mMeasuringSince = 0;
 };
 

@@ -171,6 +171,7 @@ int Primitives::wait(pthread_cond_t* conditionHandle, pthread_mutex_t* mutexHand
     } else {
         mEngine.perturb();
     }
+    ++mEngine.current().record.wakeUps;
     acquire(mutexHandle);
     mEngine.progress();
     return wake == Wake::kDeadline ? ETIMEDOUT : 0;

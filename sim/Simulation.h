@@ -74,6 +74,7 @@ struct ThreadRecord {
     int nice = 0;
     int policy = 0;  // SCHED_OTHER, SCHED_FIFO, ...
     int priority = 0;
+    int wakeUps = 0;  // from conditions it slept on
     bool ended = false;
 };
 

@@ -1,88 +1,98 @@
-// What no call of a steady state may do, on the library that ships with its real threads.
+// What a game costs once it plays, on every thread, in virtual time.
 
 #include <gtest/gtest.h>
-#include <sched.h>
 
-#include <chrono>
-#include <memory>
-#include <thread>
+#include <cstdlib>
 
-#include "bench/Paths.h"
-#include "tests/performance/Probes.h"
+#include "tests/library/Compositor.h"
+#include "tests/reliability/Memory.h"
+#include "tests/reliability/Violation.h"
+
+namespace reliability {
+
+void violate(const char* invariant, const std::string& text) {
+    std::fprintf(stderr, "%s: %s\n", invariant, text.c_str());
+    std::abort();
+}
+
+}  // namespace reliability
 
 namespace {
 
-using bench::Path;
-using bench::Scene;
-using bench::Stage;
-
-using Names = std::vector<std::string>;
-
-void callPrepared(Scene& scene, const Path& path) {
-    if (path.prepare != nullptr) path.prepare(scene);
-    callLibrary(scene, path, 1);
+void countAllocationsOf(const Compositor& game) {
+    const auto codeOf = [](auto* function) {
+        return reliability::codeAround(reinterpret_cast<const void*>(function));
+    };
+    reliability::Shortage memory;
+    memory.library = codeOf(game.library.init);
+    memory.program = codeOf(&countAllocationsOf);
+    memory.device = codeOf(&device::StandInDevice::instance);
+    reliability::setShortage(memory);
 }
 
-// A second and a half of a 60 Hz game: measuring periods close, power optimisation is evaluated,
-// producers are held and released, energy is scaled.
-void playInRealTime(Scene& scene, int trackers) {
-    constexpr int kFrames = 90;
-    const auto start = std::chrono::steady_clock::now();
-    for (int frame = 0; frame < kFrames; ++frame) {
-        std::this_thread::sleep_until(start + frame * std::chrono::nanoseconds(bench::kPeriodNs));
-        scene.library().trackVsyncSignal();
-        for (int i = 0; i < trackers; ++i) {
-            scene.library().trackBufferIncrement(Scene::layer(i));
-            scene.library().trackBufferDecrement(Scene::layer(i), frame % 2);
-        }
-    }
+using Counts = std::map<std::string, int>;  // of each thread, by its name
+
+// How often each thread of the library has woken from a condition.
+Counts wakeUps() {
+    Counts found;
+    for (const sim::ThreadRecord& thread : sim::threads())
+        if (thread.id != 0 && !thread.ended) found[thread.name] = thread.wakeUps;
+    return found;
+}
+
+// A vsync, and 1 ms later a buffer, which is held until the release.
+int64_t playFrame(Compositor& game, int64_t time) {
+    game.vsyncAt(time);
+    const int64_t back = game.queueAt(time + kMs);
+    game.consume(kGame);
+    return back;
+}
+
+// Plays a game with both regulators and power optimisation, past what only its beginning needs.
+template <typename Body>
+void playSteadily(Body body) {
+    constexpr int kFirstFrames = 200;
+    Scene scene;
+    scene.set("vendor.perf.pfar2.hgpe.enable", "1");
+    playGame(scene, [&](Compositor& game, int64_t last) {
+        game.consume(kGame);
+        game.startPacing();
+        for (int i = 1; i <= kFirstFrames; ++i) playFrame(game, last + i * kPeriod60);
+        body(game, last + (kFirstFrames + 1) * kPeriod60);
+    });
 }
 
 }  // namespace
 
-TEST(SteadyState, CallsOfTrackedAndIgnoredLayers_AllocateNothing) {
-    for (const Stage& stage : bench::quietStages()) {
-        Scene scene(stage.options);
-        for (const Path& path : stage.paths) {
-            callPrepared(scene, path);
-            probes::watchAllocations();
-            for (int i = 0; i < 100; ++i) callPrepared(scene, path);
-            EXPECT_EQ(probes::allocations(), Names()) << path.name;
+TEST(SteadyState, FrameInTime_WakesMonitorAndHeadroomThreadTwiceAndTheBoostThreadNever) {
+    playSteadily([](Compositor& game, int64_t next) {
+        constexpr int kFrames = 60;
+        game.waitUntil(next - kMs);
+        Counts before = wakeUps();
+        for (int i = 0; i < kFrames; ++i) {
+            const int64_t back = playFrame(game, next + i * kPeriod60);
+            EXPECT_GT(back, next + i * kPeriod60 + kMs) << "it was not held";
         }
-    }
+        game.waitUntil(next + kFrames * kPeriod60 - kMs);
+        Counts added = wakeUps();
+        for (auto& [thread, count] : added) count -= before[thread];
+        EXPECT_EQ(added, (Counts{{"BLT", 2 * kFrames}, {"BP", 0}, {"PHR", 2 * kFrames}}));
+    });
 }
 
-TEST(SteadyState, GameWithBothRegulatorsAndPower_AllocatesNothingOnAnyThread) {
-    bench::SceneOptions options;
-    options.headroom = options.power = options.environment = true;
-    options.trackers = 1;
-    options.threads = bench::LibraryThreads::kAll;
-    Scene scene(options);
-    probes::watchAllocations();
-    playInRealTime(scene, options.trackers);
-    EXPECT_EQ(probes::allocations(), Names());
-}
-
-// The same probe, where the library does allocate: a layer's classification copies its name.
-TEST(SteadyState, LayerSeenForTheFirstTime_AllocatesAndTheProbeSeesIt) {
-    Scene scene({});
-    probes::watchAllocations();
-    scene.library().trackBufferIncrement(
-            "a layer of no application, with a name beyond 15 letters");
-    EXPECT_NE(probes::allocations(), Names());
-}
-
-TEST(SteadyState, CallsThatWakeNobody_NeverEnterTheKernel) {
-    if (!probes::canWatchSystemCalls()) GTEST_SKIP() << "needs Linux 5.11 on x86";
-    EXPECT_EQ(probes::systemCalls([] { sched_yield(); }).size(), 1U) << "the probe sees nothing";
-    for (const Stage& stage : bench::quietStages()) {
-        const auto scene = std::make_unique<Scene>(stage.options);
-        for (const Path& path : stage.paths) {
-            for (int i = 0; i < 100; ++i) {
-                if (path.prepare != nullptr) path.prepare(*scene);
-                const auto calls = probes::systemCalls([&] { callLibrary(*scene, path, 1); });
-                EXPECT_EQ(calls, std::vector<int>()) << path.name;
-            }
+TEST(SteadyState, GameWithLateFrames_AllocatesNothingOnAnyThread) {
+    playSteadily([](Compositor& game, int64_t next) {
+        countAllocationsOf(game);
+        const size_t boostsBefore = boosts().size();
+        for (int i = 0; i < 300; ++i) {
+            playFrame(game, next);
+            next += i % 5 == 0 ? 3 * kPeriod60 / 2 : kPeriod60;
         }
-    }
+        EXPECT_GT(boosts().size(), boostsBefore + 50);
+        EXPECT_EQ(reliability::countedAllocations(), 0);
+        // The same probe, where the library does allocate: a classification copies the name.
+        game.queue("a layer of no application, with a name beyond 15 letters");
+        EXPECT_GT(reliability::countedAllocations(), 0);
+        reliability::setShortage({});
+    });
 }
