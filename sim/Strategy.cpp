@@ -4,6 +4,8 @@
 #include <functional>
 #include <iterator>
 
+#include "sim/SplitMix64.h"
+
 namespace sim {
 
 namespace {
@@ -85,13 +87,8 @@ bool Strategy::jumpsClock() {
                                                                              : chance(mJumpPpm);
 }
 
-// A Weyl sequence, mixed by two multiplications: neighbouring seeds give unrelated runs.
 uint64_t Strategy::draw() {
-    mState += 0x9e3779b97f4a7c15u;
-    uint64_t bits = mState;
-    bits = (bits ^ (bits >> 30)) * 0xbf58476d1ce4e5b9u;
-    bits = (bits ^ (bits >> 27)) * 0x94d049bb133111ebu;
-    return bits ^ (bits >> 31);
+    return splitMix64(mState);
 }
 
 size_t Strategy::below(size_t limit) {

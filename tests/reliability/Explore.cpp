@@ -1,6 +1,7 @@
 // explore: plays generated programs of entry-point calls to the library under many schedules, in
-// virtual time, and checks the invariants of Watch.h throughout. See usage().
+// virtual time, and checks the invariants of Watch.h throughout.
 
+#include <CLI/CLI.hpp>
 #include <time.h>
 
 #include <cstdlib>
@@ -8,29 +9,21 @@
 #include <memory>
 #include <stdexcept>
 
-#include "tests/reliability/Arguments.h"
 #include "tests/reliability/Player.h"
-#include "tests/reliability/Shrink.h"
 #include "tests/reliability/Workers.h"
 
 using namespace reliability;
 
 namespace {
 
-constexpr char kUsage[] =
-        "usage: explore [--schedules N] [--seconds S] [--seed S] [--jobs N] [--library PATH]\n"
-        "               [--shrink 0]  to leave a failing program as long as it is\n"
-        "       explore --program TEXT --schedule NUMBER   plays one, as a failure printed it\n";
-
 constexpr uint64_t kSchedulesPerProgram = 12;
 
 struct Campaign {
-    uint64_t schedules = 10'000;
-    int64_t seconds = 0;  // 0: until all schedules are done
+    uint64_t schedules = 0;  // 0: as many as the time allows
+    int64_t seconds = 0;     // 0: as long as the schedules take
     uint64_t seed = 1;
     uint64_t jobs = 1;
     std::string library = "libcindral.so";
-    bool shrinks = true;
 };
 
 uint64_t seedOf(const Campaign& campaign, uint64_t run) {
@@ -45,12 +38,12 @@ uint64_t scheduleOf(const Campaign& campaign, uint64_t run) {
 // Every `jobs`th program, from the `job`th on.
 void exploreShare(const Campaign& campaign, uint64_t job, Report& report) {
     const time_t start = time(nullptr);
-    Program program;
-    for (uint64_t run = 0; run < campaign.schedules; ++run) {
+    CallProgram program;
+    for (uint64_t run = 0; campaign.schedules == 0 || run < campaign.schedules; ++run) {
         if (run / kSchedulesPerProgram % campaign.jobs != job) continue;
         if (run % kSchedulesPerProgram == 0) {
             if (campaign.seconds != 0 && time(nullptr) - start >= campaign.seconds) return;
-            program = generate(choicesFrom(seedOf(campaign, run)));
+            program = generate(seedOf(campaign, run));
         }
         Worker::begins(report, run);
         const Reached reached = play(program, scheduleOf(campaign, run), campaign.library);
@@ -72,14 +65,9 @@ void showFinding(const Campaign& campaign, const Finding& finding, uint64_t done
     std::cout << "violated: " << finding.invariant << ", in schedule " << finding.at << " (after "
               << done << ")\n"
               << finding.text << std::endl;
-    if (!campaign.shrinks) return;
-    const Case first{generate(choicesFrom(seedOf(campaign, finding.at))),
-                     scheduleOf(campaign, finding.at)};
-    const Case small = shrink(first, finding.invariant, campaign.library);
-    std::cout << "shrunk from " << first.program.size() << " calls in "
-              << first.program.threads.size() << " threads to " << small.program.size() << " in "
-              << small.program.threads.size() << "; replay with\nexplore --program '"
-              << toText(small.program) << "' --schedule " << small.schedule << '\n';
+    std::cout << "replay with\nexplore --program '"
+              << toText(generate(seedOf(campaign, finding.at))) << "' --schedule "
+              << scheduleOf(campaign, finding.at) << '\n';
 }
 
 int explore(const Campaign& campaign) {
@@ -107,9 +95,13 @@ int explore(const Campaign& campaign) {
     return EXIT_FAILURE;
 }
 
-int playOne(const Case& one, const std::string& library) {
+int playOne(const CallProgram& program, uint64_t schedule, const std::string& library) {
+    Worker worker([&](Report& report) {
+        Worker::begins(report, schedule);
+        play(program, schedule, library);
+    });
     Finding finding;
-    if (!fails(one, 1, library, finding)) {
+    if (worker.wait(finding)) {
         std::cout << "all invariants held\n";
         return EXIT_SUCCESS;
     }
@@ -120,20 +112,21 @@ int playOne(const Case& one, const std::string& library) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    Campaign campaign;
+    std::string program;
+    uint64_t schedule = 0;
+    CLI::App app("plays generated programs of calls to the library under many schedules");
+    app.add_option("--schedules", campaign.schedules, "so many, 10000 if there is no --seconds");
+    app.add_option("--seconds", campaign.seconds, "so long")->check(CLI::NonNegativeNumber);
+    app.add_option("--seed", campaign.seed, "of programs and schedules");
+    app.add_option("--jobs", campaign.jobs, "at the same time")->check(CLI::PositiveNumber);
+    app.add_option("--library", campaign.library, "the library to play to");
+    app.add_option("--program", program, "plays this one, as a failure printed it");
+    app.add_option("--schedule", schedule, "under this schedule")->needs("--program");
+    CLI11_PARSE(app, argc, argv);
+    if (campaign.schedules == 0 && campaign.seconds == 0) campaign.schedules = 10'000;
     try {
-        Campaign campaign;
-        Arguments arguments(argc, argv, kUsage);
-        campaign.library = arguments.text("--library", campaign.library);
-        const std::string program = arguments.text("--program", "");
-        const uint64_t schedule = arguments.number("--schedule", 0);
-        campaign.seconds = static_cast<int64_t>(arguments.number("--seconds", 0));
-        campaign.schedules =
-                arguments.number("--schedules", campaign.seconds != 0 ? UINT64_MAX / 2 : 10'000);
-        campaign.seed = arguments.number("--seed", campaign.seed);
-        campaign.jobs = std::max<uint64_t>(1, arguments.number("--jobs", 1));
-        campaign.shrinks = arguments.number("--shrink", 1) != 0;
-        arguments.done();
-        if (!program.empty()) return playOne({parse(program), schedule}, campaign.library);
+        if (!program.empty()) return playOne(parse(program), schedule, campaign.library);
         return explore(campaign);
     } catch (const std::exception& error) {
         std::cerr << "explore: " << error.what() << '\n';

@@ -1,13 +1,13 @@
 // inject: plays a few programs again and again, and lets something else fail each time: every
 // allocation and every thread creation of the library in its turn, each entry point of the services
 // and each library, every property in every hostile way, slow answers, and clocks at the edge of
-// their range. What can fail is counted first, in a run without a fault. See kUsage.
+// their range. What can fail is counted first, in a run without a fault.
 
-#include <array>
+#include <CLI/CLI.hpp>
+
 #include <cstdio>
 #include <set>
 
-#include "tests/reliability/Arguments.h"
 #include "tests/reliability/Player.h"
 #include "tests/reliability/Violation.h"
 #include "tests/reliability/Workers.h"
@@ -17,10 +17,7 @@ using device::EntryPoint;
 
 namespace {
 
-constexpr char kUsage[] =
-        "usage: inject [--every N] [--library PATH]   N: only every Nth allocation\n";
-
-constexpr const char* kScenarios[] = {
+constexpr const char* kPrograms[] = {
         // Everything on: measured, boosted, held, saved.
         "gpdnt 1 71 32 0 20 0 | q0,0@16667 q0,0@16667 v0,0@0 q0,0@1000 q0,0@60000 c0,0@0 "
         "| v0,0@16667 v0,0@16667 c0,1@1000",
@@ -52,23 +49,24 @@ struct Fault {
     std::function<std::string(const Reached&)> complaint;  // empty if the fallback is in force
 };
 
-struct Scenario {
-    Program program;
+struct MeasuredProgram {
+    CallProgram program;
     Reached sound;  // of the run without a fault
     std::set<std::string> properties;
 };
 
 class Injector {
   public:
-    Injector(std::string library, int64_t every) : mLibrary(std::move(library)), mEvery(every) {}
+    explicit Injector(std::string library) : mLibrary(std::move(library)) {}
 
     int run() {
-        for (const char* text : kScenarios) mScenarios.push_back(measured(text));
-        inject("allocations, once", [this](const Scenario& s) { return allocations(s, false); });
+        for (const char* text : kPrograms) mPrograms.push_back(measure(text));
+        inject("allocations, once",
+               [this](const MeasuredProgram& s) { return allocations(s, false); });
         inject("allocations, from then on",
-               [this](const Scenario& s) { return allocations(s, true); });
-        inject("threads, once", [](const Scenario& s) { return threads(s, false); });
-        inject("threads, from then on", [](const Scenario& s) { return threads(s, true); });
+               [](const MeasuredProgram& s) { return allocations(s, true); });
+        inject("threads, once", [](const MeasuredProgram& s) { return threads(s, false); });
+        inject("threads, from then on", [](const MeasuredProgram& s) { return threads(s, true); });
         inject("missing libraries and entry points", missing);
         inject("hostile properties", hostile);
         inject("slow entry points", slow);
@@ -78,27 +76,27 @@ class Injector {
     }
 
   private:
-    Scenario measured(const char* text) {
-        Scenario scenario{parse(text), {}, {}};
+    MeasuredProgram measure(const char* text) {
+        MeasuredProgram measured{parse(text), {}, {}};
         Trouble counting;
         counting.memory = countedMemory();
         counting.observer = [&](const device::Event& event) {
             if (event.kind == device::EventKind::kServiceCall &&
                 event.entryPoint == EntryPoint::kPerfGetProp)
-                scenario.properties.insert(event.text);
+                measured.properties.insert(event.text);
         };
-        scenario.sound = play(scenario.program, kUndisturbed, mLibrary, &counting);
-        return scenario;
+        measured.sound = play(measured.program, kUndisturbed, mLibrary, &counting);
+        return measured;
     }
 
     template <typename Faults>
     void inject(const char* kind, Faults faultsOf) {
         size_t count = 0;
-        for (const Scenario& scenario : mScenarios) {
-            const std::vector<Fault> faults = faultsOf(scenario);
+        for (const MeasuredProgram& measured : mPrograms) {
+            const std::vector<Fault> faults = faultsOf(measured);
             count += faults.size();
             for (size_t next = 0; next < faults.size();)
-                next = playFrom(next, faults, scenario, kind);
+                next = playFrom(next, faults, measured, kind);
         }
         mAll += count;
         std::printf("%-36s %zu\n", kind, count);
@@ -106,12 +104,12 @@ class Injector {
     }
 
     // Returns the index after the first fault that does harm, or the number of faults.
-    size_t playFrom(size_t first, const std::vector<Fault>& faults, const Scenario& scenario,
+    size_t playFrom(size_t first, const std::vector<Fault>& faults, const MeasuredProgram& measured,
                     const char* kind) {
         Worker worker([&](Report& report) {
             for (size_t i = first; i < faults.size(); ++i) {
                 Worker::begins(report, i);
-                playWith(faults[i], scenario.program);
+                playWith(faults[i], measured.program);
             }
         });
         Finding finding;
@@ -120,11 +118,11 @@ class Injector {
         ++mHarmful;
         std::printf("%s, %s: violated: %s\n%s\nin: %s\n", kind, fault.what.c_str(),
                     finding.invariant.c_str(), finding.text.c_str(),
-                    toText(scenario.program).c_str());
+                    toText(measured.program).c_str());
         return finding.at + 1;
     }
 
-    void playWith(const Fault& fault, Program program) const {
+    void playWith(const Fault& fault, CallProgram program) const {
         program.failThread = fault.failThread;
         const Reached reached = play(program, kUndisturbed, mLibrary, &fault.trouble);
         if (!fault.complaint) return;
@@ -132,9 +130,9 @@ class Injector {
         if (!complaint.empty()) violate("fallback-in-force", complaint);
     }
 
-    std::vector<Fault> allocations(const Scenario& scenario, bool lasting) const {
+    static std::vector<Fault> allocations(const MeasuredProgram& measured, bool lasting) {
         std::vector<Fault> faults;
-        for (int64_t nth = 1; nth <= scenario.sound.allocations; nth += mEvery) {
+        for (int64_t nth = 1; nth <= measured.sound.allocations; ++nth) {
             Fault fault("allocation " + std::to_string(nth));
             fault.trouble.memory = countedMemory();
             fault.trouble.memory.nth = nth;
@@ -146,9 +144,9 @@ class Injector {
     }
 
     // Where the library lacks a thread, it says so.
-    static std::vector<Fault> threads(const Scenario& scenario, bool lasting) {
+    static std::vector<Fault> threads(const MeasuredProgram& measured, bool lasting) {
         std::vector<Fault> faults;
-        for (int nth = 1; nth <= scenario.sound.threads; ++nth) {
+        for (int nth = 1; nth <= measured.sound.threads; ++nth) {
             Fault fault("thread " + std::to_string(nth));
             fault.failThread = nth;
             fault.trouble.lastingThreads = lasting;
@@ -162,19 +160,19 @@ class Injector {
     }
 
     // Binding stops at the first that is missing: those behind it are never called.
-    static std::vector<Fault> missing(const Scenario& scenario) {
+    static std::vector<Fault> missing(const MeasuredProgram& measured) {
         std::vector<Fault> faults;
         for (const char* library : {"libskewknob_system.so", "libnuv-perfd-client_system.so"})
-            faults.push_back(without(library, 0, scenario));
+            faults.push_back(without(library, 0, measured));
         for (int i = 0; i < device::kEntryPointCount; ++i)
-            faults.push_back(without(toString(static_cast<EntryPoint>(i)), i, scenario));
+            faults.push_back(without(toString(static_cast<EntryPoint>(i)), i, measured));
         return faults;
     }
 
-    static Fault without(const char* name, int index, const Scenario& scenario) {
+    static Fault without(const char* name, int index, const MeasuredProgram& measured) {
         Fault fault(std::string("without ") + name);
         fault.trouble.without = {name};
-        const Reached& sound = scenario.sound;
+        const Reached& sound = measured.sound;
         fault.complaint = [index, sound](const Reached& reached) -> std::string {
             if ((reached.calledEntryPoints >> index) != 0) return "one behind it was called";
             const bool active = index >= kFirstNeededForActivity;
@@ -186,13 +184,13 @@ class Injector {
         return fault;
     }
 
-    static std::vector<Fault> hostile(const Scenario& scenario) {
+    static std::vector<Fault> hostile(const MeasuredProgram& measured) {
         const std::string values[] = {
                 "",     " 1",   "+1",    "-1",  "2147483647",          "-2147483648",
                 "text", "nan",  "-inf",  "0x1", std::string(91, '9'),  std::string(91, 'x'),
                 "\n",   "%s%n", "1e308", "1.5", "99999999999999999999"};
         std::vector<Fault> faults;
-        for (const std::string& property : scenario.properties) {
+        for (const std::string& property : measured.properties) {
             for (const std::string& value : values) {
                 Fault fault(property + " = \"" + value + '"');
                 fault.trouble.device = [property, value](device::StandInDevice& device) {
@@ -204,7 +202,7 @@ class Injector {
         return faults;
     }
 
-    static std::vector<Fault> slow(const Scenario&) {
+    static std::vector<Fault> slow(const MeasuredProgram&) {
         std::vector<Fault> faults;
         for (int entryPoint = 0; entryPoint < device::kEntryPointCount; ++entryPoint) {
             for (const int64_t seconds : {1, 5}) {
@@ -219,7 +217,7 @@ class Injector {
         return faults;
     }
 
-    static std::vector<Fault> clocks(const Scenario&) {
+    static std::vector<Fault> clocks(const MeasuredProgram&) {
         constexpr int64_t kHour = 3600 * kSecond;
         std::vector<Fault> faults;
         for (const int64_t start : {int64_t{1}, kSecond - 1, (int64_t{1} << 31) * kSecond,
@@ -233,8 +231,7 @@ class Injector {
     }
 
     const std::string mLibrary;
-    const int64_t mEvery;
-    std::vector<Scenario> mScenarios;
+    std::vector<MeasuredProgram> mPrograms;
     size_t mAll = 0;
     int mHarmful = 0;
 };
@@ -242,13 +239,12 @@ class Injector {
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::string library = "libcindral.so";
+    CLI::App app("plays a few programs to the library and lets something else fail each time");
+    app.add_option("--library", library, "the library to play to");
+    CLI11_PARSE(app, argc, argv);
     try {
-        Arguments arguments(argc, argv, kUsage);
-        const std::string library = arguments.text("--library", "libcindral.so");
-        const auto every = static_cast<int64_t>(arguments.number("--every", 1));
-        arguments.done();
-        if (every < 1) throw std::runtime_error("--every wants at least 1");
-        return Injector(library, every).run();
+        return Injector(library).run();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "inject: %s\n", error.what());
         return 2;

@@ -34,11 +34,11 @@ constexpr int64_t kLongRestNs = 900 * kSecond;
 
 const Trouble kNoTrouble;
 
-class Session {
+class ProgramRun {
   public:
     // Without a watch in real time.
-    Session(const Program& program, Watch* watch, const std::string& library,
-            const Trouble& trouble)
+    ProgramRun(const CallProgram& program, Watch* watch, const std::string& library,
+               const Trouble& trouble)
           : mProgram(program),
             mWatch(watch),
             mTrouble(trouble),
@@ -272,7 +272,7 @@ class Session {
         if (!holds) violate("works-afterwards", "expected: " + what);
     }
 
-    const Program& mProgram;
+    const CallProgram& mProgram;
     Watch* const mWatch;
     const Trouble& mTrouble;
     Shortage mMemory;
@@ -282,7 +282,7 @@ class Session {
     int64_t mAllocations = 0;
 };
 
-sim::Options optionsOf(const Program& program, uint64_t schedule, const Trouble& trouble) {
+sim::Options optionsOf(const CallProgram& program, uint64_t schedule, const Trouble& trouble) {
     sim::Options options = scheduleOf(schedule);
     options.failThreadCreation = program.failThread;
     options.failLaterThreadCreations = trouble.lastingThreads;
@@ -308,7 +308,7 @@ void add(sim::Digest& record, const device::Event& event) {
         record.add(text);
 }
 
-Reached playOnce(const Program& program, uint64_t schedule, const std::string& library,
+Reached playOnce(const CallProgram& program, uint64_t schedule, const std::string& library,
                  const Trouble* trouble) {
     const Trouble& wrong = trouble != nullptr ? *trouble : kNoTrouble;
     const sim::Options options = optionsOf(program, schedule, wrong);
@@ -328,10 +328,10 @@ Reached playOnce(const Program& program, uint64_t schedule, const std::string& l
     Reached reached;
     const sim::Outcome outcome = sim::run(options, [&] {
         const sim::Unseen unseen;
-        Session session(program, &watch, library, wrong);
-        session.run(library);
+        ProgramRun run(program, &watch, library, wrong);
+        run.run(library);
         reached = watch.reached();
-        reached.allocations = session.allocations();
+        reached.allocations = run.allocations();
         reached.threads = static_cast<int64_t>(sim::threads().size()) - 1;
     });
     StandInDevice::instance().setEventSink({});
@@ -382,19 +382,19 @@ Shortage countedMemory() {
     return memory;
 }
 
-Reached play(const Program& program, uint64_t schedule, const std::string& library,
+Reached play(const CallProgram& program, uint64_t schedule, const std::string& library,
              const Trouble* trouble) {
     // An observer may keep what it likes.
     const bool counted = trouble != nullptr && trouble->memory.program.end != 0;
     return withoutLeak(counted, [&] { return playOnce(program, schedule, library, trouble); });
 }
 
-void playInRealTime(const Program& program, const std::string& library) {
+void playInRealTime(const CallProgram& program, const std::string& library) {
     withoutLeak(false, [&] {
         const sim::Unseen unseen;
         configure(program);
         openServices({});
-        Session(program, nullptr, library, kNoTrouble).run(library);
+        ProgramRun(program, nullptr, library, kNoTrouble).run(library);
         StandInDevice::instance().reset();
         return true;
     });

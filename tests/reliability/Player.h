@@ -6,8 +6,8 @@
 
 #include "device/StandInDevice.h"
 #include "sim/Simulation.h"
+#include "tests/reliability/CallProgram.h"
 #include "tests/reliability/Memory.h"
-#include "tests/reliability/Program.h"
 #include "tests/reliability/Watch.h"
 
 namespace reliability {
@@ -24,7 +24,7 @@ struct Trouble {
     Shortage memory;
     int slowEntryPoint = -1;  // whose calls take
     int64_t slowNs = 0;
-    bool lastingThreads = false;  // no threads from Program::failThread on
+    bool lastingThreads = false;  // no threads from CallProgram::failThread on
     int64_t startTimeNs = 0;      // of the clock; 0 for the usual one
     std::function<void(const device::Event&)> observer;
 };
@@ -37,10 +37,10 @@ Shortage countedMemory();
 
 // Plays the program to the library, in this process, and unloads it. Does not return if an
 // invariant is violated.
-Reached play(const Program& program, uint64_t schedule, const std::string& library,
+Reached play(const CallProgram& program, uint64_t schedule, const std::string& library,
              const Trouble* trouble = nullptr);
 
 // The same with real threads in real time, which only has to end, and to leave no memory behind.
-void playInRealTime(const Program& program, const std::string& library);
+void playInRealTime(const CallProgram& program, const std::string& library);
 
 }  // namespace reliability

@@ -1,10 +1,11 @@
-// soak: uses the library for long and looks whether anything grows. See kUsage.
+// soak: uses the library for long and looks whether anything grows.
 //
 // A day of play in virtual time is four games of half an hour, on displays of different rates, with
 // late frames, stalls and pauses; the rest of the day nothing happens. In real time, generated programs
 // and the library's own threads compete with others for the processors, and the library is loaded and
 // unloaded again and again.
 
+#include <CLI/CLI.hpp>
 #include <malloc.h>
 
 #include <atomic>
@@ -17,17 +18,12 @@
 #include "device/Process.h"
 #include "sim/Simulation.h"
 #include "sim/Unseen.h"
-#include "tests/reliability/Arguments.h"
 #include "tests/reliability/Player.h"
 
 using namespace reliability;
 using device::StandInDevice;
 
 namespace {
-
-constexpr char kUsage[] =
-        "usage: soak --days N      days of play in virtual time\n"
-        "       soak --seconds N   of real time, with real threads under load\n";
 
 constexpr int kPackages = 5;
 constexpr int kGamesPerDay = 4;
@@ -75,7 +71,7 @@ std::string layerOf(int64_t number) {
 
 class Month {
   public:
-    explicit Month(int64_t days) : mDays(days), mChoices(choicesFrom(mDays)) {}
+    explicit Month(int64_t days) : mDays(days), mDice(static_cast<uint64_t>(days)) {}
 
     bool play() {
         configureDevice();
@@ -132,11 +128,11 @@ class Month {
         setPeriod(0);
         const int64_t end = sim::now() + kGameNs;
         while (sim::now() < end) {
-            const uint32_t happens = mChoices(20'000);
-            if (happens == 0) sim::sleepFor(static_cast<int64_t>(1 + mChoices(30)) * kSecond);
-            if (happens == 1) setPeriod(static_cast<int>(mChoices(kGoodPeriods)));
+            const uint32_t happens = mDice.below(20'000);
+            if (happens == 0) sim::sleepFor(static_cast<int64_t>(1 + mDice.below(30)) * kSecond);
+            if (happens == 1) setPeriod(static_cast<int>(mDice.below(kGoodPeriods)));
             if (happens >= 2 && happens < 60)  // late by up to three periods
-                sim::sleepFor(mPeriodNs * static_cast<int64_t>(mChoices(300)) / 100);
+                sim::sleepFor(mPeriodNs * static_cast<int64_t>(mDice.below(300)) / 100);
             frame(happens % 16 != 0);
         }
     }
@@ -156,7 +152,7 @@ class Month {
     }
 
     const int64_t mDays;
-    Choices mChoices;
+    Dice mDice;
     device::CindralLibrary* mLibrary = nullptr;
     std::string mLayer;
     int64_t mNextLayer = 0;
@@ -208,7 +204,7 @@ bool useInRealTime(int64_t seconds) {
     bool flat = true;
     uint64_t round = 0;
     for (; round <= kWarmRounds || std::chrono::steady_clock::now() < end; ++round) {
-        playInRealTime(generate(choicesFrom(round)), "libcindral.so");
+        playInRealTime(generate(round), "libcindral.so");
         if (round < kWarmRounds) warm = Use();
         flat = flat && Use().isFlatSince(warm);
     }
@@ -223,12 +219,15 @@ bool useInRealTime(int64_t seconds) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    int64_t days = 0;
+    int64_t seconds = 0;
+    CLI::App app("uses the library for long and looks whether anything grows");
+    app.add_option("--days", days, "of play in virtual time")->check(CLI::PositiveNumber);
+    app.add_option("--seconds", seconds, "of real time, with real threads under load")
+            ->check(CLI::PositiveNumber);
+    app.require_option();
+    CLI11_PARSE(app, argc, argv);
     try {
-        Arguments arguments(argc, argv, kUsage);
-        const auto days = static_cast<int64_t>(arguments.number("--days", 0));
-        const auto seconds = static_cast<int64_t>(arguments.number("--seconds", 0));
-        arguments.done();
-        if (days == 0 && seconds == 0) throw std::runtime_error(kUsage);
         const bool flat =
                 (days == 0 || Month(days).play()) && (seconds == 0 || useInRealTime(seconds));
         return flat ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -32,7 +32,7 @@ void setMood(int mood) {
     device.setHalVersion((mood & 2) == 0 ? 2.3 : 2.2);
 }
 
-void configure(const Program& program) {
+void configure(const CallProgram& program) {
     StandInDevice& device = StandInDevice::instance();
     std::map<std::string, std::string> properties;
     const auto letItSwitchOn = [&](char feature, const char* property) {

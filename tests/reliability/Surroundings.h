@@ -3,12 +3,12 @@
 #include <string>
 #include <vector>
 
-#include "tests/reliability/Program.h"
+#include "tests/reliability/CallProgram.h"
 
 namespace reliability {
 
 // The device as a program wants it.
-void configure(const Program& program);
+void configure(const CallProgram& program);
 // What it answers from now on.
 void setMood(int mood);
 // Opens the services without these libraries and entry points.

@@ -80,7 +80,7 @@ const std::array<const char*, Reached::kCount>& Reached::names() {
     return kNames;
 }
 
-Watch::Watch(const Program& program, bool exactTimes, bool spuriousWakes, bool unexpecting)
+Watch::Watch(const CallProgram& program, bool exactTimes, bool spuriousWakes, bool unexpecting)
       : mProgram(program),
         mExactTimes(exactTimes),
         mSpuriousWakes(spuriousWakes),

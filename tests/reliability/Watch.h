@@ -26,7 +26,7 @@
 
 #include "device/StandInDevice.h"
 #include "sim/Simulation.h"
-#include "tests/reliability/Program.h"
+#include "tests/reliability/CallProgram.h"
 
 namespace reliability {
 
@@ -60,7 +60,7 @@ struct Reached {
 class Watch {
   public:
     // `unexpecting`: the device is in such a state that nothing but safety can be expected.
-    Watch(const Program& program, bool exactTimes, bool spuriousWakes, bool unexpecting);
+    Watch(const CallProgram& program, bool exactTimes, bool spuriousWakes, bool unexpecting);
 
     void see(const device::Event& event);
 
@@ -97,7 +97,7 @@ class Watch {
     int64_t servedWithin(int64_t startNs, int64_t endNs) const;
     void checkTrackerThreads() const;
 
-    const Program& mProgram;
+    const CallProgram& mProgram;
     const bool mExactTimes;
     const bool mSpuriousWakes;
     const bool mUnexpecting;

@@ -48,8 +48,6 @@ class Worker {
     // of all models.
     static void begins(Report& report, uint64_t what);
 
-    pid_t pid() const { return mPid; }
-
   private:
     Report* mReport;
     pid_t mPid = -1;

@@ -1,12 +1,11 @@
-#include "tests/reliability/Program.h"
+#include "tests/reliability/CallProgram.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <sstream>
 #include <stdexcept>
 
-#include "device/StandInDevice.h"
+#include "sim/SplitMix64.h"
 
 namespace reliability {
 
@@ -30,9 +29,9 @@ constexpr int kMostThreads = 4;
 
 class Generator {
   public:
-    explicit Generator(const Choices& choices) : mChoices(choices) {}
+    explicit Generator(uint64_t seed) : mDice(seed) {}
 
-    Program program() {
+    CallProgram program() {
         drawDevice();
         drawBeginning();
         const uint32_t threads = 1 + below(kMostThreads);
@@ -47,7 +46,7 @@ class Generator {
     }
 
   private:
-    uint32_t below(uint32_t limit) { return mChoices(limit); }
+    uint32_t below(uint32_t limit) { return mDice.below(limit); }
     bool oneIn(uint32_t n) { return below(n) == 0; }
     template <typename T, size_t N>
     T pick(const T (&values)[N]) {
@@ -145,8 +144,8 @@ class Generator {
         return op;
     }
 
-    const Choices& mChoices;
-    Program mProgram;
+    Dice mDice;
+    CallProgram mProgram;
     int mGames = 1;
 };
 
@@ -171,23 +170,14 @@ Op parseOp(const std::string& word) {
 
 }  // namespace
 
+Dice::Dice(uint64_t seed) : mState(seed * 0x9e3779b97f4a7c15u) {}
+
+uint32_t Dice::below(uint32_t limit) {
+    return static_cast<uint32_t>(((sim::splitMix64(mState) >> 32) * limit) >> 32);
+}
+
 int framesToClose(int period) {
     return kBursts * kBurst[period] + 1;
-}
-
-Choices choicesFrom(uint64_t seed) {
-    return [state = seed * 0x9e3779b97f4a7c15u](uint32_t limit) mutable {
-        state += 0x9e3779b97f4a7c15u;
-        uint64_t bits = (state ^ (state >> 30)) * 0xbf58476d1ce4e5b9u;
-        bits = (bits ^ (bits >> 27)) * 0x94d049bb133111ebu;
-        return static_cast<uint32_t>((((bits ^ (bits >> 31)) >> 32) * limit) >> 32);
-    };
-}
-
-Choices choicesFrom(const uint8_t* data, size_t size) {
-    return [data, end = data + size](uint32_t limit) mutable -> uint32_t {
-        return data == end || limit == 0 ? 0 : *data++ % limit;
-    };
 }
 
 const char* layerName(int layer) {
@@ -198,13 +188,13 @@ int64_t periodNs(int index) {
     return kPeriodsNs[index];
 }
 
-bool Program::uses(Act act) const {
+bool CallProgram::uses(Act act) const {
     return std::any_of(threads.begin(), threads.end(), [act](const auto& ops) {
         return std::any_of(ops.begin(), ops.end(), [act](const Op& op) { return op.act == act; });
     });
 }
 
-bool Program::isSolo() const {
+bool CallProgram::isSolo() const {
     const auto isOther = [](const Op& op) {
         return (op.act == Act::kQueue || op.act == Act::kConsume) && op.a != 0;
     };
@@ -213,17 +203,11 @@ bool Program::isSolo() const {
            });
 }
 
-size_t Program::size() const {
-    size_t sum = 0;
-    for (const auto& ops : threads) sum += ops.size();
-    return sum;
+CallProgram generate(uint64_t seed) {
+    return Generator(seed).program();
 }
 
-Program generate(const Choices& choices) {
-    return Generator(choices).program();
-}
-
-std::string toText(const Program& program) {
+std::string toText(const CallProgram& program) {
     std::ostringstream text;
     text << program.features << ' ' << program.games << ' ' << program.frames << ' '
          << program.pending << ' ' << program.period << ' ' << program.unloadAfterMs << ' '
@@ -237,9 +221,9 @@ std::string toText(const Program& program) {
     return text.str();
 }
 
-Program parse(const std::string& text) {
+CallProgram parse(const std::string& text) {
     std::istringstream words(text);
-    Program program;
+    CallProgram program;
     words >> program.features >> program.games >> program.frames >> program.pending >>
             program.period >> program.unloadAfterMs >> program.failThread;
     if (!words || program.games < 1 || program.games > kGames || program.period < 0 ||

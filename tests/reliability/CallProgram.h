@@ -3,7 +3,6 @@
 // Generated programs of entry-point calls.
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,11 +11,15 @@ namespace reliability {
 inline constexpr int64_t kMs = 1'000'000;
 inline constexpr int64_t kSecond = 1'000'000'000;
 
-// Where a generator's decisions come from: a number below `limit`, 0 for a limit of 0.
-using Choices = std::function<uint32_t(uint32_t limit)>;
-Choices choicesFrom(uint64_t seed);
-// For fuzzing; 0 when the bytes are used up.
-Choices choicesFrom(const uint8_t* data, size_t size);
+// Draws the same numbers from the same seed, everywhere.
+class Dice {
+  public:
+    explicit Dice(uint64_t seed);
+    uint32_t below(uint32_t limit);
+
+  private:
+    uint64_t mState;
+};
 
 // What one thread does next. The letters are those of a program's text.
 enum class Act : char {
@@ -56,7 +59,7 @@ inline constexpr int kBursts = 10;
 inline constexpr int64_t kBurstIntervalNs = 120 * kMs;
 int framesToClose(int period);
 
-struct Program {
+struct CallProgram {
     // The device: g frame regulator, p headroom regulator, d debug switch, n negative boosts,
     // t trace tags, f fickle answers. And s: in the end everything has to work as ever;
     // u: the last thing before the unload is a new layer.
@@ -73,12 +76,11 @@ struct Program {
     bool uses(Act act) const;
     // Whether any of its calls names a layer other than the first.
     bool isSolo() const;
-    size_t size() const;  // ops
 };
 
-Program generate(const Choices& choices);
+CallProgram generate(uint64_t seed);
 // One line that parse() reads back. parse() throws std::runtime_error with what is wrong.
-std::string toText(const Program& program);
-Program parse(const std::string& text);
+std::string toText(const CallProgram& program);
+CallProgram parse(const std::string& text);
 
 }  // namespace reliability
