@@ -2,53 +2,33 @@
 
 #include <dlfcn.h>
 
-#include <string>
-
-// The service libraries as a client sees them: bare file names, plain symbols.
-
-inline constexpr char kKnobLibrary[] = "libskewknob_system.so";
-inline constexpr char kPerfLibrary[] = "libnuv-perfd-client_system.so";
-
-class OpenedLibrary {
-  public:
-    explicit OpenedLibrary(const char* bareName) : mHandle(dlopen(bareName, RTLD_NOW)) {}
-    ~OpenedLibrary() {
-        if (mHandle) dlclose(mHandle);
-    }
-    OpenedLibrary(const OpenedLibrary&) = delete;
-    OpenedLibrary& operator=(const OpenedLibrary&) = delete;
-
-    bool isOpen() const { return mHandle != nullptr; }
-
-    // Null if the library or the symbol is missing.
-    template <typename Function>
-    Function* find(const char* symbol) const {
-        return mHandle ? reinterpret_cast<Function*>(dlsym(mHandle, symbol)) : nullptr;
-    }
-
-  private:
-    void* const mHandle;
-};
-
-struct PropertyRecord {
-    char value[92];
-};
-
+// The service libraries as a client sees them: bare file names, plain symbols. They have to be open.
 struct ServiceClient {
-    OpenedLibrary knobLibrary{kKnobLibrary};
-    OpenedLibrary perfLibrary{kPerfLibrary};
+    struct PropertyRecord {
+        char value[92];
+    };
 
-    int (*isFeatureEnabled)(int) = knobLibrary.find<int(int)>("IsFeatureEnabled");
+    template <typename Function>
+    static Function* find(const char* library, const char* symbol) {
+        void* const handle = dlopen(library, RTLD_NOW);
+        auto* const found = reinterpret_cast<Function*>(dlsym(handle, symbol));
+        dlclose(handle);
+        return found;
+    }
+    template <typename Function>
+    static Function* inClient(const char* symbol) {
+        return find<Function>("libnuv-perfd-client_system.so", symbol);
+    }
+
+    int (*isFeatureEnabled)(int) = find<int(int)>("libskewknob_system.so", "IsFeatureEnabled");
     PropertyRecord (*getProp)(const char*, const char*) =
-            perfLibrary.find<PropertyRecord(const char*, const char*)>("perf_get_prop");
-    int (*getFeedback)(int,
-                       const char*) = perfLibrary.find<int(int, const char*)>("perf_get_feedback");
+            inClient<PropertyRecord(const char*, const char*)>("perf_get_prop");
+    int (*getFeedback)(int, const char*) = inClient<int(int, const char*)>("perf_get_feedback");
     int (*getFeedbackExtn)(int, const char*, int, int*) =
-            perfLibrary.find<int(int, const char*, int, int*)>("perf_get_feedback_extn");
+            inClient<int(int, const char*, int, int*)>("perf_get_feedback_extn");
     int (*hint)(int, const char*, int,
-                int) = perfLibrary.find<int(int, const char*, int, int)>("perf_hint");
-    int (*lockAcq)(int, int, int*,
-                   int) = perfLibrary.find<int(int, int, int*, int)>("perf_lock_acq");
-    int (*lockRel)(int) = perfLibrary.find<int(int)>("perf_lock_rel");
-    double (*getHalVersion)() = perfLibrary.find<double()>("get_perf_hal_ver");
+                int) = inClient<int(int, const char*, int, int)>("perf_hint");
+    int (*lockAcq)(int, int, int*, int) = inClient<int(int, int, int*, int)>("perf_lock_acq");
+    int (*lockRel)(int) = inClient<int(int)>("perf_lock_rel");
+    double (*getHalVersion)() = inClient<double()>("get_perf_hal_ver");
 };

@@ -1,11 +1,12 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <time.h>
 
 #include <functional>
-#include <set>
 #include <sstream>
-#include <thread>
+#include <stdexcept>
 
+#include "device/Process.h"
 #include "device/StandInDevice.h"
 #include "tests/device/ServiceClient.h"
 
@@ -120,28 +121,32 @@ TEST_F(ServiceCalls, Delay_IsSleptAfterTheRecordAndWithoutTheLock) {
     EXPECT_EQ(recordedAtSleep, 2u);
 }
 
-TEST_F(ServiceCalls, ConcurrentCalls_AreAllRecordedInOrderOfTheirTimes) {
-    constexpr int kThreads = 4;
-    constexpr int kCallsPerThread = 500;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([this] {
-            for (int call = 0; call < kCallsPerThread; ++call) client.hint(4166, nullptr, 8, call);
-        });
+// A library loaded by this program binds the platform's log among the symbols that the program exports.
+TEST_F(ServiceCalls, LogText_IsKeptWhateverItsLength) {
+    auto* const log = reinterpret_cast<int (*)(int, const char*, const char*, ...)>(
+            dlsym(RTLD_DEFAULT, "__android_log_print"));
+    for (const size_t length : {0u, 1u, 1023u, 1024u, 100'000u}) {
+        device.clearEvents();
+        const std::string text(length, 'x');
+        log(6, nullptr, "%s", text.c_str());
+        EXPECT_EQ(describe(device.events().at(0)), "E (null): " + text);
     }
-    for (std::thread& thread : threads) thread.join();
+}
 
-    std::set<int> labels;
-    std::set<std::string> handles;
-    int64_t latestNs = 0;
-    for (const Event& event : device.events()) {
-        labels.insert(event.thread);
-        handles.insert(event.result);
-        EXPECT_GE(event.timeNs, latestNs);
-        latestNs = event.timeNs;
+TEST(ServiceLibraries, ImpossibleWish_IsRefusedWithItsNameAndLeavesNothingOpen) {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+            {{"perf_hnit"}, "\"perf_hnit\""},
+            {{"perf_hint", "perf_lock_acq"}, "libnuv-perfd-client_system.so"},
+    };
+    for (const auto& [without, inMessage] : cases) {
+        try {
+            const device::ServiceLibraries libraries(without);
+            ADD_FAILURE() << "not refused: " << without[0];
+        } catch (const std::runtime_error& error) {
+            EXPECT_NE(std::string(error.what()).find(inMessage), std::string::npos) << error.what();
+        }
+        EXPECT_FALSE(device::isMapped("libskewknob_system.so"));
     }
-    EXPECT_EQ(labels.size(), size_t{kThreads});
-    EXPECT_EQ(handles.size(), size_t{kThreads * kCallsPerThread});
 }
 
 }  // namespace
