@@ -54,21 +54,4 @@ std::vector<int64_t> continueVsyncs(const std::vector<int64_t>& timesNs, int64_t
     return result;
 }
 
-int displayRateClass(int64_t periodNs) {
-    struct Class {
-        int64_t minNs;
-        int64_t maxNs;
-        int rate;
-    };
-    static constexpr Class kClasses[] = {
-            {15'000'001, 17'999'999, 60}, {12'500'001, 14'899'999, 75},
-            {10'500'001, 11'699'999, 90}, {8'000'001, 8'999'999, 120},
-            {6'800'001, 7'699'999, 144},
-    };
-    for (const Class& candidate : kClasses) {
-        if (periodNs >= candidate.minNs && periodNs <= candidate.maxNs) return candidate.rate;
-    }
-    return 0;
-}
-
 }  // namespace replay

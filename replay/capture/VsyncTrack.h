@@ -25,8 +25,4 @@ std::optional<int64_t> measurePeriodNs(const std::vector<int64_t>& timesNs);
 std::vector<int64_t> continueVsyncs(const std::vector<int64_t>& timesNs, int64_t periodNs,
                                     int64_t startNs, int64_t endNs);
 
-// Which rate class the library puts the period in (60, 75, 90, 120, 144); 0 if it serves no such
-// display.
-int displayRateClass(int64_t periodNs);
-
 }  // namespace replay

@@ -4,6 +4,7 @@
 #include "replay/findings/FrameFindings.h"
 #include "replay/findings/Narrator.h"
 #include "replay/findings/ServiceFindings.h"
+#include "tracker/FrameRules.h"
 
 namespace replay {
 
@@ -30,7 +31,7 @@ void addInput(Findings& findings, const Capture& capture, const LayerEvents& lay
     findings.capturedIntervalsNs = differences(layer.queueTimesNs);
     findings.periodNs = vsyncs.periodNs;
     findings.refreshSource = vsyncs.source;
-    findings.displayClass = displayRateClass(vsyncs.periodNs);
+    findings.displayClass = android::cindral::displayClassOf(vsyncs.periodNs);
     findings.continuedVsyncs = vsyncs.continued;
 }
 

@@ -165,7 +165,7 @@ void addOutputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
             ->type_name("FILE.html")
             ->group(group);
     app.add_option("--trace", line.trace, "Write the run for a trace viewer")
-            ->type_name("FILE.json|FILE.pftrace")
+            ->type_name("FILE.pftrace")
             ->group(group);
     app.add_option("--jobs", raw.jobs, "Runs at a time; as many as there are processors")
             ->type_name("N")

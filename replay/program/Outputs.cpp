@@ -28,7 +28,7 @@ void writeTrace(const std::string& path, const std::vector<WholeRun>& runs) {
     for (const WholeRun& run : runs) {
         shown.push_back({run.label, &run.played.run, &run.played.findings});
     }
-    writeFile(path, [&](std::ostream& out) { writeTrace(out, path, shown); });
+    writeFile(path, [&](std::ostream& out) { writeTrace(out, shown); });
 }
 
 }  // namespace

@@ -37,10 +37,10 @@ std::vector<Setup> setupsOf(const CommandLine& line) {
     return setups;
 }
 
-// Only names that say what the file is for are taken.
+// Only a name that says what the file is for is taken.
 void requireTraceName(const std::string& path) {
-    if (path.empty() || endsWith(path, ".json") || endsWith(path, ".pftrace")) return;
-    throw InputError("--trace " + inQuotes(path) + ": give a name ending in .json or .pftrace");
+    if (path.empty() || endsWith(path, ".pftrace")) return;
+    throw InputError("--trace " + inQuotes(path) + ": give a name ending in .pftrace");
 }
 
 // In this process, one after the other: for what is made of more than a run's figures.

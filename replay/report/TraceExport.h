@@ -20,10 +20,6 @@ struct TraceRun {
 };
 
 // Each run is a process of the trace.
-void writeTraceJson(std::ostream& out, const std::vector<TraceRun>& runs);      // trace events
-void writePerfettoTrace(std::ostream& out, const std::vector<TraceRun>& runs);  // protobuf
-
-// By the ending of the file's name: ".json" is JSON, anything else protobuf.
-void writeTrace(std::ostream& out, const std::string& path, const std::vector<TraceRun>& runs);
+void writeTrace(std::ostream& out, const std::vector<TraceRun>& runs);
 
 }  // namespace replay

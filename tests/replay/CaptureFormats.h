@@ -1,7 +1,7 @@
 #pragma once
 
 // Writes counters in every form in which captures travel, as devices and their tools do. For tests
-// and for the fuzzers' first inputs; deliberately shares no code with the readers.
+// and for the fuzzers' first inputs. It shares no code with the readers, or both could be wrong alike.
 
 #include <string>
 #include <utility>

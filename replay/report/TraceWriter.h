@@ -1,15 +1,20 @@
 #pragma once
 
-// What both kinds of trace show of a run, in the order of time.
+// The trace viewer's format: protobuf, one packet after the other.
 
 #include <cstdint>
+#include <memory>
+#include <ostream>
 #include <string>
 #include <variant>
 #include <vector>
 
-#include "replay/report/TraceExport.h"
-
 namespace replay {
+
+namespace trackevents {
+class Trace;
+class TracePacket;
+}  // namespace trackevents
 
 struct TraceArgument {
     const char* name;
@@ -38,16 +43,24 @@ struct TraceTrack {
     std::string name;
 };
 
-// Writes one format. Every track is announced before its first event. On each track the events come
-// in the order of time, and begins and ends are balanced.
+// Every track is announced before its first event. On each track the events come in the order of
+// time, and begins and ends are balanced.
 class TraceWriter {
   public:
-    virtual ~TraceWriter() = default;
-    virtual void process(int process, const std::string& name) = 0;
-    virtual void track(const TraceTrack& track) = 0;
-    virtual void event(const TraceEvent& event) = 0;
-};
+    // `out` must outlive this.
+    explicit TraceWriter(std::ostream& out);
+    ~TraceWriter();
 
-void walkRuns(const std::vector<TraceRun>& runs, TraceWriter& writer);
+    void process(int process, const std::string& name);
+    void track(const TraceTrack& track);
+    void event(const TraceEvent& event);
+
+  private:
+    trackevents::TracePacket& start();
+    void write();
+
+    std::ostream& mOut;
+    const std::unique_ptr<trackevents::Trace> mTrace;  // holds one packet at a time
+};
 
 }  // namespace replay

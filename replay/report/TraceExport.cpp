@@ -1,9 +1,10 @@
-#include "replay/report/TraceEvents.h"
+#include "replay/report/TraceExport.h"
 
 #include <algorithm>
 #include <map>
 
 #include "replay/base/Text.h"
+#include "replay/report/TraceWriter.h"
 
 namespace replay {
 
@@ -287,7 +288,8 @@ class RunWalk {
 
 }  // namespace
 
-void walkRuns(const std::vector<TraceRun>& runs, TraceWriter& writer) {
+void writeTrace(std::ostream& out, const std::vector<TraceRun>& runs) {
+    TraceWriter writer(out);
     int process = 0;
     int track = 1;
     for (const TraceRun& run : runs) track = RunWalk(run, ++process, track, writer).walk();
