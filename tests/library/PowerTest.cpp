@@ -214,10 +214,11 @@ TEST(PowerOptimisation, MissedPeriods_AreCountedAcrossEvaluations) {
 }
 
 TEST(PowerOptimisation, RateOfAnotherClass_HandsTheLocksBackAndForgetsTheSamples) {
-    for (const bool monitor : {true, false}) {
+    // The second scene lacks the monitor, so that nobody else can hand them back; and loses frames.
+    for (const bool loses : {false, true}) {
         Scene scene = Scene().frameRegulatorOnly();
-        if (!monitor) scene.schedule.failThreadCreation = 2;  // nobody else to hand them back
-        playGame(scene, [](Compositor& compositor, int64_t) {
+        if (loses) scene.schedule.failThreadCreation = 2;
+        playGame(scene, [&](Compositor& compositor, int64_t) {
             playPeriods(compositor, kPeriod60, 1);  // two samples
             playPeriods(compositor, 40 * kMs, 1);
             playPeriods(compositor, kPeriod60, 2);
@@ -225,10 +226,15 @@ TEST(PowerOptimisation, RateOfAnotherClass_HandsTheLocksBackAndForgetsTheSamples
             playPeriods(compositor, kPeriod60, 1);
             EXPECT_EQ(lockCalls().size(), 2U);
             EXPECT_LT(record().find("enable power opt."), record().find("perf_lock_acq"));
+            playPeriods(compositor, kPeriod60, 2);  // two samples of the verification
             playPeriods(compositor, 40 * kMs, 1);
             ASSERT_EQ(lockCalls().size(), 4U);
             EXPECT_EQ(serviceCalls(EntryPoint::kPerfLockRel)[0].time,
                       timesOf("disable FrameRegulator").back());
+            playPeriods(compositor, kPeriod60, 3);
+            playPeriods(compositor, loses ? kSlightlySlow : kPeriod60, 3);
+            EXPECT_EQ(countOf("pingpong occurs!"), loses ? 1 : 0);
+            EXPECT_EQ(countOf("no pingpong for poweropt."), loses ? 0 : 1);
         });
     }
 }
