@@ -31,7 +31,7 @@ template <typename Filter, typename Text>
 std::vector<Sight> sights(Filter filter, Text text) {
     std::vector<Sight> found;
     for (const Event& event : StandInDevice::instance().events()) {
-        if (filter(event)) found.push_back({event.timeNs - kStart, text(event), event.thread});
+        if (filter(event)) found.push_back({event.timeNs - kStart, text(event)});
     }
     return found;
 }

@@ -51,7 +51,6 @@ struct Scene {
 struct Sight {
     int64_t time;
     std::string what;
-    int thread = 0;
 
     bool operator==(const Sight& other) const { return time == other.time && what == other.what; }
 };

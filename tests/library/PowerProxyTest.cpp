@@ -105,10 +105,13 @@ TEST(PowerProxy, Cooldown_BeginsWithEveryMissAndHoldsBackAStepButNotARefresh) {
             EXPECT_EQ(seen().size(), sent) << inForce;
             power.scaleEnergyIfNeed(8'000'000);
             EXPECT_EQ(seen().size(), sent + 1) << inForce;
+            power.scaleEnergyIfNeed(12'000'000);  // in time, but beyond 70 %: no cooldown
+            power.scaleEnergyIfNeed(8'000'000);
+            EXPECT_EQ(seen().size(), sent + 3) << inForce;
             power.updateStatusAndRel(true);
             sim::sleepFor(kRefresh + 1);
             power.negativeBoostAcq(-30);
-            EXPECT_EQ(seen().size(), sent + 3) << inForce;
+            EXPECT_EQ(seen().size(), sent + 5) << inForce;
         });
     }
 }
