@@ -5,22 +5,13 @@
 
 #include "replay/base/Error.h"
 #include "replay/capture/Capture.h"
+#include "tests/ErrorOf.h"
 
 namespace replay {
 namespace {
 
 using Times = std::vector<int64_t>;
 constexpr char kOldCounter[] = "SurfaceView - a.b/c.D#0";
-
-template <typename Function>
-std::string errorOf(Function&& function) {
-    try {
-        function();
-    } catch (const InputError& error) {
-        return error.what();
-    }
-    return "no error";
-}
 
 TEST(LayerName, Counters_BecomeTheCompositorsPresentName) {
     const std::pair<const char*, const char*> kNames[] = {

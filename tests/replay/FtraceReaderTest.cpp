@@ -5,6 +5,7 @@
 
 #include "replay/base/Error.h"
 #include "replay/capture/FtraceReader.h"
+#include "tests/ErrorOf.h"
 
 namespace replay {
 namespace {
@@ -73,13 +74,8 @@ std::vector<std::string> payloadsOf(const std::string& text, std::string* lost =
     return payloads;
 }
 
-std::string errorOf(const std::string& text) {
-    try {
-        payloadsOf(text);
-    } catch (const InputError& error) {
-        return error.what();
-    }
-    return "no error";
+std::string complaintAbout(const std::string& text) {
+    return errorOf([&] { payloadsOf(text); });
 }
 
 TEST(FtraceReader, Text_YieldsTheMarkersAndSkipsWhatSurroundsThem) {
@@ -108,10 +104,12 @@ TEST(FtraceReader, BadLines_AreSkippedUntilTheyAreTheMost) {
     EXPECT_EQ(payloadsOf("# c\n" + event + "garbage\x01\n" + event, &lost).size(), 2u);
     EXPECT_EQ(lost.find("1 damaged line skipped: file:3: not an ftrace event"), 0u) << lost;
     EXPECT_NE(lost.find("\"garbage\\x01\""), std::string::npos) << lost;
-    EXPECT_EQ(errorOf(event + "CPU:2 [LOST many EVENTS]\nx\n").find("file:2: not an ftrace"), 0u);
-    EXPECT_NE(errorOf(event + "x\ny\n").find("and 1 more bad line, with only 1 good"),
+    EXPECT_EQ(complaintAbout(event + "CPU:2 [LOST many EVENTS]\nx\n").find("file:2: not an ftrace"),
+              0u);
+    EXPECT_NE(complaintAbout(event + "x\ny\n").find("and 1 more bad line, with only 1 good"),
               std::string::npos);
-    EXPECT_EQ(errorOf(event + std::string(1'000'000, 'x') + "\nx\n").find("file:2: line too long"),
+    EXPECT_EQ(complaintAbout(event + std::string(1'000'000, 'x') + "\nx\n")
+                      .find("file:2: line too long"),
               0u);
 }
 

@@ -11,6 +11,7 @@
 #include "replay/base/Error.h"
 #include "replay/capture/Progress.h"
 #include "replay/capture/ReadCapture.h"
+#include "tests/ErrorOf.h"
 #include "tests/replay/CaptureFormats.h"
 
 namespace replay {
@@ -22,16 +23,11 @@ Capture read(const std::string& bytes) {
 }
 
 // Also checks that what a user would see is one clear line.
-std::string errorOf(const std::string& bytes) {
-    try {
-        read(bytes);
-    } catch (const InputError& error) {
-        const std::string text = error.what();
-        EXPECT_EQ(text.rfind("file", 0), 0u) << text;
-        EXPECT_EQ(text.find('\n'), std::string::npos) << text;
-        return text;
-    }
-    return "no error";
+std::string complaintAbout(const std::string& bytes) {
+    const std::string text = errorOf([&] { read(bytes); });
+    EXPECT_EQ(text.rfind("file", 0), 0u) << text;
+    EXPECT_EQ(text.find('\n'), std::string::npos) << text;
+    return text;
 }
 
 void expectSame(const Capture& read, const Capture& made) {
@@ -237,8 +233,8 @@ TEST(ReadCapture, WhatIsNoCapture_IsRefusedInOneLine) {
             {endless, "200 times its size"},
     };
     for (const auto& [bytes, expected] : kCases) {
-        EXPECT_NE(errorOf(bytes).find(expected), std::string::npos) << expected << "\n"
-                                                                    << errorOf(bytes);
+        EXPECT_NE(complaintAbout(bytes).find(expected), std::string::npos) << expected << "\n"
+                                                                           << complaintAbout(bytes);
     }
 }
 

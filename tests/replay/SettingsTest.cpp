@@ -9,19 +9,10 @@
 #include "replay/base/Error.h"
 #include "replay/base/Statistics.h"
 #include "replay/play/Settings.h"
+#include "tests/ErrorOf.h"
 
 namespace replay {
 namespace {
-
-template <typename Function>
-std::string errorOf(Function&& function) {
-    try {
-        function();
-    } catch (const InputError& error) {
-        return error.what();
-    }
-    return "no error";
-}
 
 TEST(Settings, Assignments_AreCheckedAgainstTypeAndRange) {
     Settings settings;
