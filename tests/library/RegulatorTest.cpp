@@ -181,6 +181,30 @@ TEST(Regulator, SwitchedOnTwice_SaysItOnceAndHasLeftTheVsyncBeforeAlone) {
     });
 }
 
+TEST(Regulator, ReleaseInTheMomentABufferIsQueued_HoldsItNoLonger) {
+    for (uint64_t seed = 1; seed <= 200; ++seed) {
+        sim::Options options;
+        options.schedule = sim::Schedule::kFewPreemptions;
+        options.seed = seed;
+        options.expectedSteps = 40;
+        options.clockJumps = false;
+        sim::run(options, [&] {
+            sp<PerfProxy> client = new PerfProxy();
+            const sp<PresetHeadroomRegulator> regulator =
+                    new PresetHeadroomRegulator(client, true, false);
+            regulator->setVsyncInfo(16'666'667, 60);
+            regulator->setActiveStatus(true);
+            sim::sleepFor(kMs);
+            const int64_t release = sim::now() + 16'666'667 - 8'333'333;
+            regulator->onVsync(sim::now());
+            sim::sleepUntil(release);
+            regulator->trackQueueBuffer();
+            EXPECT_EQ(sim::now(), release) << seed;
+            regulator->forceStop();
+        });
+    }
+}
+
 TEST(Tracker, End_WaitsForTheIncrementUnderWay) {
     const sim::Outcome outcome = sim::run({}, [] {
         sp<BufferLayerTracker> tracker = new BufferLayerTracker("layer", true, true, false);
