@@ -11,7 +11,7 @@ namespace replay {
 
 namespace {
 
-struct Line {
+struct TimedLine {
     int64_t timeNs;
     int thread;
     std::string text;
@@ -36,7 +36,8 @@ std::string describeFed(const FedEvent& event) {
     return text;
 }
 
-void addFed(std::vector<Line>& begins, std::vector<Line>& ends, const std::vector<FedEvent>& fed) {
+void addFed(std::vector<TimedLine>& begins, std::vector<TimedLine>& ends,
+            const std::vector<FedEvent>& fed) {
     for (const FedEvent& event : fed) {
         begins.push_back({event.deliveredNs, event.thread, describeFed(event)});
         if (event.heldNs() == 0) continue;
@@ -53,7 +54,7 @@ bool isInstant(const device::Event& begin, const device::Event& end) {
            begin.timeNs == end.timeNs;
 }
 
-void addSeen(std::vector<Line>& lines, const EventLog& events) {
+void addSeen(std::vector<TimedLine>& lines, const EventLog& events) {
     for (size_t i = 0; i < events.size(); ++i) {
         const device::Event event = events[i];
         if (i + 1 < events.size() && isInstant(event, events[i + 1])) {
@@ -72,14 +73,14 @@ void addSeen(std::vector<Line>& lines, const EventLog& events) {
 
 void writeTimeline(std::ostream& out, const Run& run) {
     // At one time a call into the library comes before what it causes, and its return last.
-    std::vector<Line> lines;
-    std::vector<Line> returns;
+    std::vector<TimedLine> lines;
+    std::vector<TimedLine> returns;
     addFed(lines, returns, run.fed);
     addSeen(lines, run.seen);
     lines.insert(lines.end(), returns.begin(), returns.end());
     std::stable_sort(lines.begin(), lines.end(),
-                     [](const Line& a, const Line& b) { return a.timeNs < b.timeNs; });
-    for (const Line& line : lines) {
+                     [](const TimedLine& a, const TimedLine& b) { return a.timeNs < b.timeNs; });
+    for (const TimedLine& line : lines) {
         char thread[32];
         std::snprintf(thread, sizeof(thread), "  %-15s  ", run.threadName(line.thread).c_str());
         out << alignedSeconds(line.timeNs) << thread << line.text << '\n';

@@ -12,13 +12,13 @@ namespace {
 constexpr int kMaxEffectPercent = 1000;
 
 // Features by the names people have for them, and the properties that switch them.
-struct Feature {
+struct SwitchedFeature {
     const char* name;
     std::vector<const char*> properties;
 };
 
-const std::vector<Feature>& features() {
-    static const std::vector<Feature> all = {
+const std::vector<SwitchedFeature>& features() {
+    static const std::vector<SwitchedFeature> all = {
             {"gfar", {"vendor.perf.pfar.enable", "vendor.perf.pfar2.enable"}},
             {"phr", {"vendor.perf.phr.enable"}},
             {"negative-boost", {"vendor.perf.pfar2.hgpe.enable"}},
@@ -58,7 +58,7 @@ double rate(const std::string& change, const std::string& value) {
 
 bool switchFeature(Setup& setup, const std::string& change, const std::string& name,
                    const std::string& value) {
-    for (const Feature& feature : features()) {
+    for (const SwitchedFeature& feature : features()) {
         if (name != feature.name) continue;
         if (value != "on" && value != "off") refuse(change, "give on or off");
         for (const char* property : feature.properties) {
