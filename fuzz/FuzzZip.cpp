@@ -5,7 +5,8 @@
 namespace {
 
 void read(replay::ByteSource& bytes, replay::ReadContext& context, const replay::MarkerSink& sink) {
-    replay::readFtrace(*replay::openZip(bytes, context), context, sink);
+    replay::PeekedSource zip(bytes);
+    replay::readFtrace(*replay::openZip(zip, context), context, sink);
 }
 
 }  // namespace

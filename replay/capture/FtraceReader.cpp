@@ -35,6 +35,15 @@ bool isLossReport(std::string_view line, Losses& losses) {
     return true;
 }
 
+bool isText(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const std::string_view line = bytes.substr(0, bytes.find('\n'));
+        if (startsWith(line, "# tracer:") || parseFtraceLine(line)) return true;
+        bytes.remove_prefix(std::min(bytes.size(), line.size() + 1));
+    }
+    return false;
+}
+
 class Reading {
   public:
     Reading(ByteSource& text, ReadContext& context, const MarkerSink& sink)
@@ -97,6 +106,8 @@ class Reading {
 };
 
 }  // namespace
+
+constexpr Format kFtraceFormat = {isText, nullptr, readFtrace};
 
 void readFtrace(ByteSource& text, ReadContext& context, const MarkerSink& sink) {
     Reading(text, context, sink).run();

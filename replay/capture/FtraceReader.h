@@ -1,6 +1,7 @@
 #pragma once
 
 #include "replay/capture/ByteSource.h"
+#include "replay/capture/Format.h"
 #include "replay/capture/FtraceLine.h"
 #include "replay/capture/Losses.h"
 #include "replay/capture/Marker.h"
@@ -12,5 +13,7 @@ namespace replay {
 // length of the text. A line that does not parse is skipped and noted as a loss; throws InputError,
 // "name:line: ...", if that happens to most of them.
 void readFtrace(ByteSource& text, ReadContext& context, const MarkerSink& sink);
+
+extern const Format kFtraceFormat;
 
 }  // namespace replay

@@ -5,6 +5,7 @@
 
 #include "replay/base/Error.h"
 #include "replay/base/Text.h"
+#include "replay/capture/FtraceReader.h"
 
 namespace replay {
 
@@ -43,6 +44,16 @@ char openingQuote(std::string_view before) {
     }
     const bool isQuote = !before.empty() && (before.back() == '"' || before.back() == '\'');
     return isQuote ? before.back() : '\0';
+}
+
+bool isPage(std::string_view bytes) {
+    const size_t start = bytes.find_first_not_of(" \t\r\n");
+    if (start == std::string_view::npos) return false;
+    // Just any "<" would not do: ftrace text may begin with "<idle>-0".
+    for (const char* opening : {"<!doctype", "<html", "<!--", "<head", "<script"}) {
+        if (startsWithIgnoringCase(bytes.substr(start), opening)) return true;
+    }
+    return false;
 }
 
 class TraceOfPage : public ByteSource {
@@ -230,8 +241,12 @@ class TraceOfPage : public ByteSource {
 
 }  // namespace
 
-std::unique_ptr<ByteSource> openPage(ByteSource& page, ReadContext& context) {
-    return std::make_unique<TraceOfPage>(page, context);
+constexpr Format kPageFormat = {isPage, nullptr, readPage};
+
+void readPage(ByteSource& page, ReadContext& context, const MarkerSink& sink) {
+    TraceOfPage text(page, context);
+    context.name += " (trace text)";  // whose lines have numbers of their own
+    readFtrace(text, context, sink);
 }
 
 }  // namespace replay

@@ -4,11 +4,20 @@
 #include <zstd.h>
 
 #include <new>
+#include <string_view>
+#include <utility>
 #include <vector>
+
+#include "replay/base/Error.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 
 namespace {
+
+constexpr std::string_view kAtraceHeading = "TRACE:\n";
+// atrace prints at most one line of its own before it.
+constexpr size_t kMaxAtracePreambleBytes = 256;
 
 constexpr size_t kPieceBytes = 64 * 1024;
 // A stream may ask for a window of up to 2 GiB, which is memory; devices use far smaller ones.
@@ -109,7 +118,71 @@ class ZstdSource : public InflateSource {
     bool mEnded = false;
 };
 
+// Notes where a stream breaks off, and refuses one of which nothing comes out.
+class Inflated : public ByteSource {
+  public:
+    Inflated(std::unique_ptr<InflateSource> inner, ReadContext& context)
+          : mInner(std::move(inner)), mContext(context) {}
+
+    size_t read(char* buffer, size_t size) override {
+        const size_t count = mInner->read(buffer, size);
+        mIsEmpty = mIsEmpty && count == 0;
+        if (count > 0 || mInner->error().empty()) return count;
+        if (mIsEmpty) throw InputError(mContext.name + ": cannot be unpacked: " + mInner->error());
+        mContext.losses.noteCutOff("unpacking ended early, " + mInner->error());
+        return 0;
+    }
+
+  private:
+    std::unique_ptr<InflateSource> mInner;
+    ReadContext& mContext;
+    bool mIsEmpty = true;
+};
+
+std::unique_ptr<ByteSource> unpackZlib(PeekedSource& packed, ReadContext& context) {
+    return std::make_unique<Inflated>(openZlib(packed, context.budget), context);
+}
+
+std::unique_ptr<ByteSource> unpackZstd(PeekedSource& packed, ReadContext& context) {
+    return std::make_unique<Inflated>(openZstd(packed, context.budget), context);
+}
+
+bool isGzip(std::string_view firstBytes) {
+    return startsWith(firstBytes, "\x1f\x8b");
+}
+
+bool isZstd(std::string_view firstBytes) {
+    return startsWith(firstBytes, "\x28\xb5\x2f\xfd");
+}
+
+// Where the zlib stream begins; npos if it is none.
+size_t packedAtraceStart(std::string_view firstBytes) {
+    const size_t heading = firstBytes.substr(0, kMaxAtracePreambleBytes).find(kAtraceHeading);
+    if (heading == std::string_view::npos) return std::string_view::npos;
+    const std::string_view rest = firstBytes.substr(heading + kAtraceHeading.size());
+    // The first two bytes of a zlib stream: the method, and a check of both.
+    const bool isZlib =
+            rest.size() >= 2 && rest[0] == '\x78' &&
+            (static_cast<unsigned char>(rest[0]) * 256 + static_cast<unsigned char>(rest[1])) %
+                            31 ==
+                    0;
+    return isZlib ? heading + kAtraceHeading.size() : std::string_view::npos;
+}
+
+bool isPackedAtrace(std::string_view firstBytes) {
+    return packedAtraceStart(firstBytes) != std::string_view::npos;
+}
+
+std::unique_ptr<ByteSource> unpackAtrace(PeekedSource& packed, ReadContext& context) {
+    packed.skip(packedAtraceStart(packed.peek(kFirstBytes)));
+    return unpackZlib(packed, context);
+}
+
 }  // namespace
+
+constexpr Format kGzipFormat = {isGzip, unpackZlib};
+constexpr Format kZstdFormat = {isZstd, unpackZstd};
+constexpr Format kPackedAtraceFormat = {isPackedAtrace, unpackAtrace};
 
 std::unique_ptr<InflateSource> openZlib(ByteSource& packed, UnpackBudget& budget) {
     return std::make_unique<ZlibSource>(packed, budget);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "replay/capture/ByteSource.h"
+#include "replay/capture/Format.h"
 
 namespace replay {
 
@@ -28,5 +29,9 @@ class InflateSource : public ByteSource {
 // openZlib takes gzip too, also several streams of it in a row.
 std::unique_ptr<InflateSource> openZlib(ByteSource& packed, UnpackBudget& budget);
 std::unique_ptr<InflateSource> openZstd(ByteSource& packed, UnpackBudget& budget);
+
+extern const Format kGzipFormat;
+extern const Format kZstdFormat;
+extern const Format kPackedAtraceFormat;  // "atrace -z": a line "TRACE:", then a zlib stream
 
 }  // namespace replay

@@ -4,6 +4,8 @@
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/wire_format_lite.h>
 
+#include <algorithm>
+#include <cctype>
 #include <climits>
 #include <memory>
 #include <string>
@@ -30,6 +32,18 @@ constexpr uint32_t kMaxPacketBytes = 32 * 1024 * 1024;
 constexpr int kPieceBytes = 256 * 1024;
 // Far more than any device is up, and far from overflow.
 constexpr uint64_t kMaxTimestampNs = 1'000'000'000'000'000'000;
+
+// Every packet begins with this: field 1, length-delimited.
+constexpr char kFirstByte = static_cast<char>(kPacketTag);
+
+// The tag is also a line break, with which a text may begin; but text has no control characters.
+bool isPerfetto(std::string_view bytes) {
+    if (bytes.empty() || bytes.front() != kFirstByte) return false;
+    return std::any_of(bytes.begin(), bytes.end(), [](char c) {
+        return std::iscntrl(static_cast<unsigned char>(c)) &&
+               std::string_view("\t\n\r\x1b").find(c) == std::string_view::npos;
+    });
+}
 
 class SourceStream : public google::protobuf::io::CopyingInputStream {
   public:
@@ -185,6 +199,8 @@ class Reading {
 };
 
 }  // namespace
+
+constexpr Format kPerfettoFormat = {isPerfetto, nullptr, readPerfetto, true};
 
 void readPerfetto(ByteSource& trace, ReadContext& context, const MarkerSink& sink) {
     Reading(context, sink).run(trace);

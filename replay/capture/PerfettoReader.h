@@ -1,6 +1,7 @@
 #pragma once
 
 #include "replay/capture/ByteSource.h"
+#include "replay/capture/Format.h"
 #include "replay/capture/Losses.h"
 #include "replay/capture/Marker.h"
 
@@ -12,5 +13,7 @@ namespace replay {
 // what follows a place where packets cannot be told apart is lost. Throws InputError if most are
 // damaged.
 void readPerfetto(ByteSource& trace, ReadContext& context, const MarkerSink& sink);
+
+extern const Format kPerfettoFormat;
 
 }  // namespace replay

@@ -4,13 +4,9 @@
 #include <vector>
 
 #include "replay/base/Error.h"
-#include "replay/capture/FileKind.h"
 #include "replay/capture/FileSource.h"
+#include "replay/capture/Format.h"
 #include "replay/capture/FtraceReader.h"
-#include "replay/capture/HtmlReader.h"
-#include "replay/capture/Inflate.h"
-#include "replay/capture/PerfettoReader.h"
-#include "replay/capture/ZipReader.h"
 
 namespace replay {
 
@@ -36,75 +32,28 @@ class PackedBytes : public ByteSource {
     UnpackBudget& mBudget;
 };
 
-bool isPacked(FileKind kind) {
-    return kind == FileKind::kGzip || kind == FileKind::kZstd || kind == FileKind::kZip ||
-           kind == FileKind::kPackedAtrace;
-}
-
 // From the file's bytes to the trace in it, one stage behind the other.
 class Pipeline {
   public:
     Pipeline(ByteSource& file, ReadContext& context)
           : mContext(context), mFile(file, context.budget) {
         look(mFile);
-        while (isPacked(mKind)) unpackOnce();
+        while (mFormat->unpack != nullptr) unpackOnce();
     }
 
     void readInto(CaptureBuilder& builder) {
-        const auto sink = [&](const Marker& marker) { builder.addMarker(marker); };
-        if (mKind == FileKind::kPerfetto) {
-            builder.expectCpusInTurn();
-            readPerfetto(*mBytes, mContext, sink);
-        } else if (mKind == FileKind::kPage) {
-            const std::unique_ptr<ByteSource> text = openPage(*mBytes, mContext);
-            mContext.name += " (trace text)";  // whose lines have numbers of their own
-            readFtrace(*text, mContext, sink);
-        } else {
-            // Of a file that looks like nothing, the first line is the best thing to complain of.
-            readFtrace(*mBytes, mContext, sink);
-        }
+        if (mFormat->hasCpusInTurn) builder.expectCpusInTurn();
+        mFormat->read(*mBytes, mContext, [&](const Marker& marker) { builder.addMarker(marker); });
     }
 
   private:
-    // Notes where a stream breaks off, and refuses one of which nothing comes out.
-    class Inflated : public ByteSource {
-      public:
-        Inflated(std::unique_ptr<InflateSource> inner, ReadContext& context)
-              : mInner(std::move(inner)), mContext(context) {}
-
-        size_t read(char* buffer, size_t size) override {
-            const size_t count = mInner->read(buffer, size);
-            mIsEmpty = mIsEmpty && count == 0;
-            if (count > 0 || mInner->error().empty()) return count;
-            if (mIsEmpty)
-                throw InputError(mContext.name + ": cannot be unpacked: " + mInner->error());
-            mContext.losses.noteCutOff("unpacking ended early, " + mInner->error());
-            return 0;
-        }
-
-      private:
-        std::unique_ptr<InflateSource> mInner;
-        ReadContext& mContext;
-        bool mIsEmpty = true;
-    };
-
     void unpackOnce() {
         if (mStages.size() >= kMaxPackings) {
             throw InputError(mContext.name + ": packed more than " + std::to_string(kMaxPackings) +
                              " times over; unpack it by hand");
         }
-        if (mKind == FileKind::kPackedAtrace)
-            mBytes->skip(packedAtraceStart(mBytes->peek(kFileKindBytes)));
-        mStages.push_back(unpacked());
+        mStages.push_back(mFormat->unpack(*mBytes, mContext));
         look(*mStages.back());
-    }
-
-    std::unique_ptr<ByteSource> unpacked() {
-        if (mKind == FileKind::kZip) return openZip(*mBytes, mContext);
-        return std::make_unique<Inflated>(mKind == FileKind::kZstd
-                                                  ? openZstd(*mBytes, mContext.budget)
-                                                  : openZlib(*mBytes, mContext.budget),
-                                          mContext);
     }
 
     void look(ByteSource& bytes) {
@@ -112,7 +61,9 @@ class Pipeline {
         mBytes = mPeeked.back().get();
         if (mBytes->peek(kByteOrderMark.size()) == kByteOrderMark)
             mBytes->skip(kByteOrderMark.size());
-        mKind = fileKindOf(mBytes->peek(kFileKindBytes));
+        const Format* const format = formatOf(mBytes->peek(kFirstBytes));
+        // Of a file that looks like nothing, the first line is the best thing to complain of.
+        mFormat = format != nullptr ? format : &kFtraceFormat;
     }
 
     ReadContext& mContext;
@@ -120,7 +71,7 @@ class Pipeline {
     std::vector<std::unique_ptr<ByteSource>> mStages;
     std::vector<std::unique_ptr<PeekedSource>> mPeeked;  // one behind the file and each stage
     PeekedSource* mBytes = nullptr;                      // the last of them
-    FileKind mKind = FileKind::kOther;
+    const Format* mFormat = nullptr;
 };
 
 // Of two explanations the user needs both: no counters were found, and half of the file is missing.

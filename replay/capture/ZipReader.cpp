@@ -13,7 +13,6 @@
 
 #include "replay/base/Error.h"
 #include "replay/base/Text.h"
-#include "replay/capture/FileKind.h"
 
 namespace replay {
 
@@ -22,6 +21,10 @@ namespace {
 constexpr size_t kPieceBytes = 64 * 1024;
 constexpr size_t kMaxNamedFiles = 4;
 constexpr size_t kMaxMessageChars = 120;
+
+bool isZip(std::string_view firstBytes) {
+    return startsWith(firstBytes, "PK\x03\x04");
+}
 
 // Some of libarchive's messages have several lines, and some repeat bytes of the file.
 std::string oneLine(const char* text) {
@@ -156,7 +159,7 @@ class FileInZip : public ByteSource {
 
   private:
     bool looksLikeCapture() {
-        mHead.resize(kFileKindBytes);
+        mHead.resize(kFirstBytes);
         size_t have = 0;
         while (have < mHead.size()) {
             const size_t count = mArchive.read(mHead.data() + have, mHead.size() - have);
@@ -164,7 +167,7 @@ class FileInZip : public ByteSource {
             have += count;
         }
         mHead.resize(have);
-        return fileKindOf(mHead) != FileKind::kOther;
+        return formatOf(mHead) != nullptr;
     }
 
     void finish() {
@@ -185,7 +188,9 @@ class FileInZip : public ByteSource {
 
 }  // namespace
 
-std::unique_ptr<ByteSource> openZip(ByteSource& zip, ReadContext& context) {
+constexpr Format kZipFormat = {isZip, openZip};
+
+std::unique_ptr<ByteSource> openZip(PeekedSource& zip, ReadContext& context) {
     return std::make_unique<FileInZip>(zip, context);
 }
 
