@@ -48,8 +48,8 @@ class CheckerDrain {
         }
         // Bounded, as a checker that ended long ago may have left its number to another thread.
         for (int i = 0; i < kMostPolls && isAlive(gCheckerThread); ++i) {
-            // unreachable: by a test, which cannot stop a checker between its last act and its end
-            std::this_thread::sleep_for(kPollInterval);
+            // Not reached by a test, which cannot stop a checker between its last act and its end.
+            std::this_thread::sleep_for(kPollInterval);  // GCOVR_EXCL_LINE
         }
     }
 
