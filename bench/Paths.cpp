@@ -21,20 +21,16 @@ void releaseAfterLateFrame(Scene& scene) {
     scene.release();
 }
 
-SceneOptions tracked(int trackers) {
-    SceneOptions options;
-    options.trackers = trackers;
-    return options;
+// Not initialised, so many layers tracked, or one with these: frame regulator, headroom, power, and
+// whether the headroom thread runs.
+constexpr SceneOptions kInactive{false};
+
+constexpr SceneOptions tracked(int trackers) {
+    return {true, trackers};
 }
 
-SceneOptions regulated(bool frameRegulator, bool headroom, bool power, bool headroomThread) {
-    return {true, 1, frameRegulator, headroom, power, headroomThread};
-}
-
-SceneOptions inactive() {
-    SceneOptions options;
-    options.initialised = false;
-    return options;
+constexpr SceneOptions regulated(bool frame, bool headroom, bool power, bool headroomThread) {
+    return {true, 1, frame, headroom, power, headroomThread};
 }
 
 template <typename Function, typename... Arguments>
@@ -73,7 +69,7 @@ std::vector<Stage> stages() {
     const char* const last = Scene::ignoredLayer(Scene::kIgnoredLayers - 1);
     return {
             {"inactive",
-             inactive(),
+             kInactive,
              {{"inactive_increment", kIncrement, game, Floor::kNothing},
               {"inactive_decrement", kDecrement, game, Floor::kNothing},
               {"inactive_vsync", kVsync, nullptr, Floor::kNothing},
