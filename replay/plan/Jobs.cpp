@@ -35,7 +35,7 @@ void writeAll(int descriptor, const std::string& text) {
 
 // Ends without clean-up: after a failed run nothing of it may be touched, and buffered output
 // belongs to the parent.
-[[noreturn]] void runChild(const std::function<std::string()>& job, int pipe) {
+[[noreturn]] void runChild(const Job& job, int pipe) {
     ChildStatus status = kChildDone;
     std::string text;
     try {
@@ -51,7 +51,7 @@ void writeAll(int descriptor, const std::string& text) {
     _exit(status);
 }
 
-Child start(const std::function<std::string()>& job, size_t index) {
+Child start(const Job& job, size_t index) {
     int ends[2];
     if (pipe(ends) != 0) throw ReplayError(std::string("no pipe: ") + std::strerror(errno));
     Child child;
@@ -79,7 +79,8 @@ JobResult finish(Child& child) {
         result.error = std::move(child.received);
         result.badInput = WEXITSTATUS(status) == kChildBadInput;
     } else {
-        result.error = "the run ended by signal " + std::to_string(WTERMSIG(status));
+        result.signal = WTERMSIG(status);
+        result.error = "the run ended by signal " + std::to_string(result.signal);
     }
     return result;
 }
@@ -103,23 +104,32 @@ void waitForAny(const std::vector<Child>& children, std::vector<pollfd>& ready) 
 
 }  // namespace
 
-std::vector<JobResult> runJobs(const std::vector<std::function<std::string()>>& jobs,
-                               unsigned limit) {
-    std::vector<JobResult> results(jobs.size());
+void runJobs(const std::function<Job()>& next,
+             const std::function<void(size_t job, const JobResult& result)>& done, unsigned limit) {
     std::vector<Child> children;
     std::vector<pollfd> ready;
-    size_t next = 0;
-    while (next < jobs.size() || !children.empty()) {
-        for (; next < jobs.size() && children.size() < std::max(1U, limit); ++next) {
-            children.push_back(start(jobs[next], next));
+    size_t count = 0;
+    Job job = next();
+    while (job || !children.empty()) {
+        for (; job && children.size() < std::max(1U, limit); job = next()) {
+            children.push_back(start(job, count++));
         }
         waitForAny(children, ready);
         for (size_t i = children.size(); i-- > 0;) {
             if (ready[i].revents == 0 || receive(children[i])) continue;
-            results[children[i].job] = finish(children[i]);
+            const size_t number = children[i].job;
+            const JobResult result = finish(children[i]);
             children.erase(children.begin() + static_cast<ptrdiff_t>(i));
+            done(number, result);
         }
     }
+}
+
+std::vector<JobResult> runJobs(const std::vector<Job>& jobs, unsigned limit) {
+    std::vector<JobResult> results(jobs.size());
+    auto job = jobs.begin();
+    runJobs([&] { return job == jobs.end() ? Job() : *job++; },
+            [&](size_t number, const JobResult& result) { results[number] = result; }, limit);
     return results;
 }
 

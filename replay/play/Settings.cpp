@@ -141,6 +141,11 @@ void Settings::set(const std::string& assignment) {
     mProperties[property.name] = value;
 }
 
+bool takesWholeNumbers(const std::string& property) {
+    const Kind kind = propertyNamed(property).kind;
+    return kind == Kind::kSwitch || kind == Kind::kWholeNumber;
+}
+
 std::string describeProperties() {
     std::string text;
     for (const Property& property : kProperties) {

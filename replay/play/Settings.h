@@ -23,6 +23,9 @@ class Settings {
     std::map<std::string, std::string> mProperties;
 };
 
+// Throws InputError for a property that the library does not read.
+bool takesWholeNumbers(const std::string& property);
+
 // A line for each property: its name, the values it takes and what it does.
 std::string describeProperties();
 

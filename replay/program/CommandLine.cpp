@@ -19,6 +19,8 @@ constexpr int kDefaultFrames = 1800;
 constexpr int kMaxFrames = 1'000'000;
 constexpr int kMaxEffectPercent = 1000;
 constexpr unsigned kMaxJobs = 1024;
+constexpr unsigned kDefaultBudget = 200;
+constexpr unsigned kMaxBudget = 100'000;
 constexpr char kAllWorks[] = "all";
 
 constexpr char kPurpose[] =
@@ -45,6 +47,10 @@ constexpr char kExamples[] = R"(Examples:
                                             a page to look at
   cindral-replay record game.ftrace         writes game.ftrace.expect: what was sent when
   cindral-replay check game.ftrace          fails with the differences if that has changed
+  cindral-replay sweep CAPTURES --rows ROWS --compare phr=off
+  cindral-replay gather ROWS --table fleet.sqlite
+  cindral-replay tune CAPTURES --rows ROWS --over vendor.perf.phr.hr_min_rate=0.3..0.8
+                                            whole folders of captures (docs/fleet.md)
   cindral-replay --write-capture model.ftrace
                                             the modelled session as ftrace text
 
@@ -75,6 +81,7 @@ struct Raw {
     bool listLayers = false;
     HintEffects effects;
     unsigned jobs = 0;
+    std::string shard = "1/1";
 };
 
 std::string workloadHelp() {
@@ -146,14 +153,25 @@ void addModelOptions(CLI::App& app, CommandLine& line, Raw& raw) {
             ->group(group);
 }
 
-void addOutputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
-    const std::string group = "Output";
-    app.add_flag("--log", line.log, "Show every decision beside its cause")->group(group);
-    app.add_flag("--timeline", line.timeline, "Show every event after the summary")->group(group);
+void addCompare(CLI::App& app, CommandLine& line, const std::string& group) {
     repeatable(app.add_option("--compare", line.comparisons,
                               "Play the same input under another setting too; may be repeated"))
             ->type_name("CHANGES")
             ->group(group);
+}
+
+void addJobs(CLI::App& app, Raw& raw, const std::string& group) {
+    app.add_option("--jobs", raw.jobs, "Runs at a time; as many as there are processors")
+            ->type_name("N")
+            ->check(CLI::Range(1U, kMaxJobs))
+            ->group(group);
+}
+
+void addOutputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
+    const std::string group = "Output";
+    app.add_flag("--log", line.log, "Show every decision beside its cause")->group(group);
+    app.add_flag("--timeline", line.timeline, "Show every event after the summary")->group(group);
+    addCompare(app, line, group);
     app.add_option("--json", line.json,
                    "Write one JSON object a line for each run; - is standard output, and then "
                    "nothing else is written there (docs/json.md)")
@@ -167,10 +185,7 @@ void addOutputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
     app.add_option("--trace", line.trace, "Write the run for a trace viewer")
             ->type_name("FILE.pftrace")
             ->group(group);
-    app.add_option("--jobs", raw.jobs, "Runs at a time; as many as there are processors")
-            ->type_name("N")
-            ->check(CLI::Range(1U, kMaxJobs))
-            ->group(group);
+    addJobs(app, raw, group);
     app.add_flag("--list-layers", raw.listLayers, "List the layers of the capture and stop")
             ->group(group);
     app.add_option("--write-capture", line.writeCapture,
@@ -189,6 +204,80 @@ CLI::App* addCommand(CLI::App& app, CommandLine& line, const char* name, const c
     return command;
 }
 
+// What both play captures into a folder of rows.
+CLI::App* addFleetCommand(CLI::App& app, CommandLine& line, Raw& raw, const char* name,
+                          const char* description) {
+    CLI::App* const command = app.add_subcommand(name, description);
+    command->add_option("CAPTURE", line.captures,
+                        "Captures, folders of them, or lists of them (docs/fleet.md)")
+            ->required();
+    command->add_option("--rows", line.fleet.rows, "The folder of rows; what is there is not run")
+            ->type_name("FOLDER")
+            ->required();
+    addInputOptions(*command, line, raw);
+    addModelOptions(*command, line, raw);
+    addJobs(*command, raw, "");
+    return command;
+}
+
+void addSweep(CLI::App& app, CommandLine& line, Raw& raw) {
+    CLI::App* const sweep =
+            addFleetCommand(app, line, raw, "sweep", "Make a row for each capture and setting");
+    addCompare(*sweep, line, "");
+    sweep->add_option("--shard", raw.shard, "Only the Ith of N parts of the captures")
+            ->type_name("I/N");
+    sweep->callback([&] { line.task = CommandLine::Task::kSweep; });
+}
+
+void addGather(CLI::App& app, CommandLine& line) {
+    CLI::App* const gather = app.add_subcommand("gather", "Make one table of folders of rows");
+    gather->add_option("ROWS", line.captures, "The folders")->required();
+    gather->add_option("--table", line.fleet.table, "Write them as a SQLite file")
+            ->type_name("FILE")
+            ->required();
+    gather->add_option("--csv", line.fleet.csv, "Write them as CSV, too")->type_name("FILE");
+    gather->add_option("--report", line.report, "Write a page to look at")->type_name("FILE.html");
+    gather->add_option("--base", line.fleet.base, "The setting that the page compares with")
+            ->type_name("LABEL")
+            ->default_val(Setup().label);
+    gather->callback([&] { line.task = CommandLine::Task::kGather; });
+}
+
+void addTune(CLI::App& app, CommandLine& line, Raw& raw) {
+    CLI::App* const tune =
+            addFleetCommand(app, line, raw, "tune", "Look for a better setting and check it");
+    FleetOptions& fleet = line.fleet;
+    repeatable(tune->add_option("--over", fleet.over, "A property to choose; may be repeated"))
+            ->type_name("PROPERTY=LEAST..MOST|VALUE,VALUE")
+            ->required();
+    repeatable(tune->add_option("--objective", fleet.objective,
+                                "What to make better, the most important first"))
+            ->type_name("FIGURE|FIGURE*WEIGHT,FIGURE*WEIGHT");
+    repeatable(tune->add_option("--limit", fleet.limits,
+                                "No capture may get worse than now by more; may be repeated"))
+            ->type_name("FIGURE=PERCENT");
+    tune->add_option("--budget", fleet.budget, "Runs of a capture at most")
+            ->type_name("N")
+            ->check(CLI::Range(2U, kMaxBudget))
+            ->default_val(kDefaultBudget);
+    tune->add_option("--properties", fleet.properties, "Write the setting for a device's build")
+            ->type_name("FILE");
+    tune->add_option("--report", line.report, "Write a page to look at")->type_name("FILE.html");
+    tune->callback([&] { line.task = CommandLine::Task::kTune; });
+}
+
+// "I/N".
+void takeShard(CommandLine& line, const std::string& text) {
+    const std::string_view shard = text;
+    const size_t slash = std::min(shard.find('/'), shard.size() - 1);
+    FleetOptions& fleet = line.fleet;
+    if (!toNumber(shard.substr(0, slash), fleet.shard) ||
+        !toNumber(shard.substr(slash + 1), fleet.shards) || fleet.shard < 1 ||
+        fleet.shard > fleet.shards) {
+        throw InputError("--shard " + inQuotes(text) + ": give I/N, with I from 1 to N");
+    }
+}
+
 void parse(CLI::App& app, const std::vector<std::string>& arguments) {
     // The parser takes them from the back.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
@@ -202,7 +291,8 @@ void parse(CLI::App& app, const std::vector<std::string>& arguments) {
 }
 
 void takeModel(CommandLine& line, const Raw& raw) {
-    const bool wanted = raw.model || !line.input.workload.empty();
+    const bool isTune = line.task == CommandLine::Task::kTune;
+    const bool wanted = raw.model || !line.input.workload.empty() || isTune;
     const bool tuned = !raw.work.empty() || raw.buffers != 0 || raw.effects.any();
     if (!wanted && tuned) {
         throw InputError(
@@ -237,7 +327,7 @@ void takeTask(CommandLine& line, const Raw& raw, const CLI::App& record, const C
                 : check.parsed()             ? Task::kCheck
                 : raw.listLayers             ? Task::kListLayers
                 : !line.writeCapture.empty() ? Task::kWriteCapture
-                                             : Task::kReplay;
+                                             : line.task;
     if (line.task == Task::kWriteCapture && !line.captures.empty()) {
         throw InputError("--write-capture writes the modelled session; leave " +
                          inQuotes(line.captures.front()) + " out");
@@ -250,7 +340,9 @@ void takeTask(CommandLine& line, const Raw& raw, const CLI::App& record, const C
 // What shows one run, or the runs of one capture.
 void requireOne(const CommandLine& line) {
     const bool severalCaptures = line.captures.size() > 1;
-    const bool ofOneCapture = !line.report.empty() || !line.trace.empty() ||
+    const bool isFleet =
+            line.task == CommandLine::Task::kGather || line.task == CommandLine::Task::kTune;
+    const bool ofOneCapture = (!line.report.empty() && !isFleet) || !line.trace.empty() ||
                               line.task == CommandLine::Task::kListLayers;
     if (severalCaptures && ofOneCapture) {
         throw InputError("--report, --trace and --list-layers are for one capture");
@@ -292,6 +384,9 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& argu
             addCommand(app, line, "record", "Write what is sent when beside each capture");
     const CLI::App* const check = addCommand(
             app, line, "check", "Compare with what was recorded, under the recorded settings");
+    addSweep(app, line, raw);
+    addGather(app, line);
+    addTune(app, line, raw);
     app.require_subcommand(0, 1);
     try {
         parse(app, arguments);
@@ -302,6 +397,7 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& argu
     for (const std::string& assignment : raw.assignments) line.setup.settings.set(assignment);
     line.setup.withLibrary = !raw.noLibrary;
     if (raw.jobs != 0) line.jobs = raw.jobs;
+    takeShard(line, raw.shard);
     takeWorkload(line, raw);
     takeModel(line, raw);
     takeTask(line, raw, *record, *check);

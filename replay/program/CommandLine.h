@@ -10,8 +10,32 @@
 
 namespace replay {
 
+// Of sweep, gather and tune.
+struct FleetOptions {
+    std::string rows;  // folder
+    unsigned shard = 1;
+    unsigned shards = 1;
+    std::string table;
+    std::string csv;
+    std::string base;  // label of the setting that the others are compared with
+    std::vector<std::string> over;
+    std::vector<std::string> objective;
+    std::vector<std::string> limits;
+    unsigned budget = 0;
+    std::string properties;
+};
+
 struct CommandLine {
-    enum class Task { kReplay, kListLayers, kWriteCapture, kRecord, kCheck };
+    enum class Task {
+        kReplay,
+        kListLayers,
+        kWriteCapture,
+        kRecord,
+        kCheck,
+        kSweep,
+        kGather,
+        kTune
+    };
 
     Task task = Task::kReplay;
     std::vector<std::string> captures;  // none: the modelled session, or the workload
@@ -28,6 +52,7 @@ struct CommandLine {
     std::string writeCapture;
     std::string expectation;  // empty: beside the capture
     std::optional<unsigned> jobs;
+    FleetOptions fleet;
 
     std::vector<InputChoice> inputs() const;
     unsigned jobsAtATime() const;

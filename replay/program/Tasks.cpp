@@ -12,6 +12,7 @@
 #include "replay/plan/Plan.h"
 #include "replay/play/WorkloadCapture.h"
 #include "replay/program/Checks.h"
+#include "replay/program/FleetTasks.h"
 #include "replay/program/Outputs.h"
 
 namespace replay {
@@ -133,6 +134,15 @@ ExitStatus execute(const CommandLine& line) {
             break;
         case CommandLine::Task::kCheck:
             status = checkExpectations(line);
+            break;
+        case CommandLine::Task::kSweep:
+            status = sweepCaptures(line);
+            break;
+        case CommandLine::Task::kGather:
+            status = gatherTable(line);
+            break;
+        case CommandLine::Task::kTune:
+            status = tuneSetting(line);
             break;
         case CommandLine::Task::kReplay:
             status = replayInputs(line);

@@ -1,8 +1,13 @@
-# Makes one C++ source of the report's page: its parts, the charts' library, and nothing that has to be
-# fetched. cmake -DPAGE_DIR=... -DCHART_LIBRARY=... -DCHART_STYLE=... -DOUTPUT=... -P EmbedPage.cmake
+# Makes one C++ source of a page: its parts, the charts' library, and nothing that has to be fetched.
+# cmake -DPAGE=report|fleet -DPAGE_DIR=... -DCHART_LIBRARY=... -DCHART_STYLE=... -DOUTPUT=... -P EmbedPage.cmake
 
 # In the order in which they use each other.
-set(modules data text view thinning style ticks panels panel lanes overview gestures log tables legend app)
+set(report_modules data text view thinning style ticks panels panel lanes overview gestures log tables legend app)
+set(fleet_modules text style fleet)
+set(report_html page)
+set(fleet_html fleet)
+set(report_symbol kReportPage)
+set(fleet_symbol kFleetPage)
 
 # The references to source maps would make a browser's tools look for files.
 function(read_without_map file result)
@@ -37,7 +42,7 @@ endfunction()
 
 read_without_map(${CHART_LIBRARY} script)
 string(APPEND script "\n(function() {\n'use strict';\n")
-foreach(module ${modules})
+foreach(module ${${PAGE}_modules})
     file(READ ${PAGE_DIR}/${module}.js content)
     string(APPEND script "\n${content}")
 endforeach()
@@ -52,7 +57,7 @@ base64_of_hex(${digest} digest)
 read_without_map(${CHART_STYLE} chart_style)
 file(READ ${PAGE_DIR}/page.css style)
 file(READ ${PAGE_DIR}/chart-licence.txt licence)
-file(READ ${PAGE_DIR}/page.html page)
+file(READ ${PAGE_DIR}/${${PAGE}_html}.html page)
 string(REPLACE "@STYLE@" "${chart_style}\n${style}" page "${page}")
 string(REPLACE "@CHART_LICENCE@" "${licence}" page "${page}")
 string(REPLACE "@SCRIPT_HASH@" "sha256-${digest}" page "${page}")
@@ -63,7 +68,7 @@ file(WRITE ${OUTPUT} "// Generated.
 
 namespace replay {
 
-const char kReportPage[] = R\"page~(${page})page~\";
+const char ${${PAGE}_symbol}[] = R\"page~(${page})page~\";
 
 }  // namespace replay
 ")

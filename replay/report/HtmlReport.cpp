@@ -11,8 +11,7 @@ namespace replay {
 
 namespace {
 
-// Writes the page up to the marker and leaves what follows it. What was put into the page is never
-// searched for markers again.
+// Writes the page up to the marker and leaves what follows it.
 std::string_view writeUpTo(std::ostream& out, std::string_view page, std::string_view marker) {
     const size_t at = page.find(marker);
     out << page.substr(0, at);
@@ -21,15 +20,23 @@ std::string_view writeUpTo(std::ostream& out, std::string_view page, std::string
 
 }  // namespace
 
-void writeHtmlReport(std::ostream& out, const std::vector<ReportRun>& runs) {
-    std::string_view page = kReportPage;
+void writePage(std::ostream& out, std::string_view page, const std::string& title,
+               const WritePart& summary, const WritePart& data) {
     page = writeUpTo(out, page, "{{title}}");
-    out << escapeHtml("Replay of " + (runs.empty() ? "nothing" : runs.front().findings->layer));
+    out << escapeHtml(title);
     page = writeUpTo(out, page, "{{summary}}");
-    writeReportSummary(out, runs);
+    summary(out);
     page = writeUpTo(out, page, "{{data}}");
-    writeReportData(out, runs);
+    data(out);
     out << page;
+}
+
+void writeHtmlReport(std::ostream& out, const std::vector<ReportRun>& runs) {
+    const std::string title =
+            "Replay of " + (runs.empty() ? "nothing" : runs.front().findings->layer);
+    writePage(
+            out, kReportPage, title, [&](std::ostream& to) { writeReportSummary(to, runs); },
+            [&](std::ostream& to) { writeReportData(to, runs); });
 }
 
 }  // namespace replay

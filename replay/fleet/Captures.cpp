@@ -1,0 +1,175 @@
+#include "replay/fleet/Captures.h"
+
+#include <sha2.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <utility>
+
+#include "replay/base/Error.h"
+#include "replay/base/Text.h"
+
+namespace replay {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kManifestName[] = "captures.csv";
+constexpr char kPathColumn[] = "path";
+
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw InputError(path + ": cannot be opened: " + std::strerror(errno));
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Fields in quotes may hold commas, line breaks and doubled quotes, as spreadsheets write them.
+class CsvReader {
+  public:
+    explicit CsvReader(std::string text) : mText(std::move(text)) {
+        if (mText.rfind("\xef\xbb\xbf", 0) == 0) mAt = 3;  // a byte order mark
+    }
+
+    // False at the end. Empty lines are left out.
+    bool readLine(std::vector<std::string>& fields) {
+        while (mAt < mText.size() && (mText[mAt] == '\n' || mText[mAt] == '\r')) ++mAt;
+        if (mAt == mText.size()) return false;
+        fields.assign(1, readField());
+        while (mAt < mText.size() && mText[mAt] == ',') {
+            ++mAt;
+            fields.push_back(readField());
+        }
+        return true;
+    }
+
+  private:
+    std::string readField() {
+        if (mAt < mText.size() && mText[mAt] == '"') return readQuoted();
+        const size_t end = std::min(mText.find_first_of(",\r\n", mAt), mText.size());
+        return mText.substr(std::exchange(mAt, end), end - mAt);
+    }
+
+    std::string readQuoted() {
+        std::string field;
+        for (++mAt; mAt < mText.size(); ++mAt) {
+            if (mText[mAt] != '"') {
+                field += mText[mAt];
+            } else if (mText.compare(mAt, 2, "\"\"") == 0) {
+                field += mText[mAt++];
+            } else {
+                ++mAt;
+                break;
+            }
+        }
+        return field;
+    }
+
+    std::string mText;
+    size_t mAt = 0;
+};
+
+void requireHeader(const std::string& path, const std::vector<std::string>& header) {
+    if (std::count(header.begin(), header.end(), kPathColumn) != 1) {
+        throw InputError(path + ": give it a first line that names its columns, one of them path");
+    }
+    std::set<std::string> taken{"", "capture", "name", "other_names"};
+    for (const std::string& name : header) {
+        if (taken.insert(name).second) continue;
+        throw InputError(path + ": call no column " + inQuotes(name) + ", and no two the same");
+    }
+}
+
+void addManifest(std::vector<FleetCapture>& captures, const std::string& path) {
+    CsvReader reader(contentOf(path));
+    std::vector<std::string> header;
+    reader.readLine(header);
+    requireHeader(path, header);
+    std::vector<std::string> fields;
+    for (size_t line = 2; reader.readLine(fields); ++line) {
+        if (fields.size() != header.size()) {
+            throw InputError(format("%s: row %zu has %zu fields, the header %zu", path.c_str(),
+                                    line, fields.size(), header.size()));
+        }
+        FleetCapture capture;
+        for (size_t i = 0; i < fields.size(); ++i) capture.columns[header[i]] = fields[i];
+        capture.name = capture.columns.extract(kPathColumn).mapped();
+        capture.path = (fs::path(path).parent_path() / capture.name).string();
+        captures.push_back(capture);
+    }
+}
+
+void addFolder(std::vector<FleetCapture>& captures, const std::string& folder) {
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        const std::string path = entry.path().string();
+        if (!entry.is_regular_file() || endsWith(path, ".expect")) continue;
+        captures.push_back({entry.path().lexically_relative(folder).string(), path, {}, ""});
+    }
+}
+
+void addArgument(std::vector<FleetCapture>& captures, const std::string& argument) {
+    const fs::path manifest = fs::path(argument) / kManifestName;
+    if (endsWith(argument, ".csv")) {
+        addManifest(captures, argument);
+    } else if (fs::exists(manifest)) {
+        addManifest(captures, manifest.string());
+    } else if (fs::is_directory(argument)) {
+        addFolder(captures, argument);
+    } else {
+        captures.push_back({argument, argument, {}, ""});
+    }
+}
+
+}  // namespace
+
+std::vector<FleetCapture> listCaptures(const std::vector<std::string>& arguments) {
+    std::vector<FleetCapture> captures;
+    try {
+        for (const std::string& argument : arguments) addArgument(captures, argument);
+    } catch (const fs::filesystem_error& error) {
+        throw InputError(error.path1().string() + ": " + error.code().message());
+    }
+    std::stable_sort(captures.begin(), captures.end(),
+                     [](const auto& a, const auto& b) { return a.name < b.name; });
+    for (size_t i = 1; i < captures.size(); ++i) {
+        if (captures[i].name != captures[i - 1].name) continue;
+        throw InputError(captures[i].name + ": listed twice; leave one out");
+    }
+    if (captures.empty()) throw InputError(arguments.front() + ": has no captures");
+    return captures;
+}
+
+std::vector<FleetCapture> shardOf(const std::vector<FleetCapture>& captures, unsigned index,
+                                  unsigned count) {
+    std::vector<FleetCapture> shard;
+    for (size_t i = index - 1; i < captures.size(); i += count) shard.push_back(captures[i]);
+    return shard;
+}
+
+std::string hashOfFile(const std::string& path) {
+    char digest[SHA256_DIGEST_STRING_LENGTH];
+    if (fs::is_directory(path) || SHA256File(path.c_str(), digest) == nullptr) {
+        throw InputError(path + ": cannot be read: " + std::strerror(errno));
+    }
+    return digest;
+}
+
+std::string hashOfText(const std::string& text) {
+    char digest[SHA256_DIGEST_STRING_LENGTH];
+    SHA256Data(reinterpret_cast<const uint8_t*>(text.data()), text.size(), digest);
+    return digest;
+}
+
+std::string csvField(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+    std::string field = "\"";
+    for (const char c : text) field += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return field + "\"";
+}
+
+}  // namespace replay

@@ -1,0 +1,82 @@
+#pragma once
+
+// One setting for a fleet: searched on a part of the captures, checked by the others.
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "replay/fleet/Captures.h"
+#include "replay/plan/Setup.h"
+
+namespace replay {
+
+struct TuneOptions {
+    std::vector<FleetCapture> captures;
+    Setup base;  // played by the model, whether it asks for it or not
+    std::string layerPattern;
+    std::string rows;                    // folder
+    std::vector<std::string> over;       // see parseDimension
+    std::vector<std::string> objective;  // levels, see Objective; empty: the default
+    std::vector<std::string> limits;
+    size_t budget = 200;  // runs of each capture that is chosen by
+    unsigned jobs = 1;
+};
+
+// What a setting does to the objective (see Objective), with the bootstrap's interval of 95 %.
+struct Effect {
+    size_t captures = 0;
+    double change = 0;
+    double least = 0;
+    double most = 0;
+};
+
+struct TriedSetting {
+    Setup setup;
+    double change = 0;          // of the objective, on the captures to choose by
+    std::vector<double> means;  // of the objective's figures
+};
+
+struct HarmedCapture {
+    std::string name;
+    double change = 0;
+};
+
+// From some worth of a boost on another setting would win.
+struct Turn {
+    int boostSpeedupPercent = 0;
+    std::string setting;
+    double change = 0;      // against the base, there
+    double bestChange = 0;  // of the setting that is best as assumed
+};
+
+struct Tuned {
+    std::string objective;
+    std::vector<std::string> figures;   // the objective's
+    std::vector<TriedSetting> tried;    // best first, the base among them
+    size_t base = 0;                    // in `tried`
+    bool keepsBase = true;              // nothing is better, or not on captures it has not seen
+    std::string library;                // hash of its file
+    size_t choosing = 0;                // captures to choose by
+    size_t left = 0;                    // captures that cannot be read or played
+    Effect unseen;                      // of the best, on the captures to check by
+    std::vector<HarmedCapture> harmed;  // by the best, of all captures, the worst first
+    std::vector<Turn> turns;            // at most one below the assumed worth and one above
+    std::vector<int> worths;            // of a boost, that were looked at beside the assumed one
+
+    const TriedSetting& best() const { return tried.front(); }
+    const TriedSetting& recommended() const { return keepsBase ? tried[base] : best(); }
+};
+
+// Throws InputError and OutputError.
+Tuned tune(const TuneOptions& options);
+
+// The answer, line by line, for people.
+std::vector<std::string> answerOf(const Tuned& tuned);
+void writeTuned(std::ostream& out, const Tuned& tuned);
+// PROPERTY=VALUE lines, as a device's build takes them.
+std::string propertiesText(const Tuned& tuned);
+// Throws OutputError.
+void writeTunedPage(const std::string& path, const std::string& rows, const Tuned& tuned);
+
+}  // namespace replay

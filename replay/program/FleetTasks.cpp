@@ -1,0 +1,67 @@
+#include "replay/program/FleetTasks.h"
+
+#include <iostream>
+
+#include "replay/base/Output.h"
+#include "replay/base/Text.h"
+#include "replay/fleet/FleetPage.h"
+#include "replay/fleet/Gather.h"
+#include "replay/fleet/Sweep.h"
+#include "replay/fleet/Tune.h"
+#include "replay/fleet/WholeFile.h"
+
+namespace replay {
+
+ExitStatus sweepCaptures(const CommandLine& line) {
+    Sweep sweep;
+    sweep.captures = shardOf(listCaptures(line.captures), line.fleet.shard, line.fleet.shards);
+    sweep.setups.push_back(line.setup);
+    for (const std::string& comparison : line.comparisons) {
+        sweep.setups.push_back(changedSetup(line.setup, comparison));
+    }
+    sweep.layerPattern = line.input.layerPattern;
+    sweep.library = buildOf(line.setup.library);
+    sweep.folder = line.fleet.rows;
+    sweep.jobs = line.jobsAtATime();
+    sweep.title = "sweep";
+    const SweepResult result = makeRows(sweep);
+    std::cout << format("%zu rows made, %zu of them of failed runs; %zu were there\n", result.made,
+                        result.failed, result.present);
+    return result.lost == 0 ? kDone : kReplayFailed;
+}
+
+ExitStatus gatherTable(const CommandLine& line) {
+    const FleetOptions& fleet = line.fleet;
+    const GatherResult result = gatherRows(line.captures, fleet.table);
+    if (!fleet.csv.empty()) writeCsv(fleet.table, fleet.csv);
+    if (!line.report.empty()) {
+        FleetPage page;
+        page.base = fleet.base;
+        writeFleetPage(line.report, fleet.table, page);
+    }
+    std::cout << format("%zu rows of %zu captures, %zu of them of failed runs\n", result.rows,
+                        result.captures, result.failed);
+    return result.unreadable == 0 ? kDone : kBadInput;
+}
+
+ExitStatus tuneSetting(const CommandLine& line) {
+    TuneOptions options;
+    options.captures = listCaptures(line.captures);
+    options.base = line.setup;
+    options.layerPattern = line.input.layerPattern;
+    options.rows = line.fleet.rows;
+    options.over = line.fleet.over;
+    options.objective = line.fleet.objective;
+    options.limits = line.fleet.limits;
+    options.budget = line.fleet.budget;
+    options.jobs = line.jobsAtATime();
+    const Tuned tuned = tune(options);
+    writeTuned(std::cout, tuned);
+    if (!line.fleet.properties.empty()) {
+        writeWhole(line.fleet.properties, propertiesText(tuned));
+    }
+    if (!line.report.empty()) writeTunedPage(line.report, options.rows, tuned);
+    return tuned.left == 0 ? kDone : kBadInput;
+}
+
+}  // namespace replay
