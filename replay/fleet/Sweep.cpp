@@ -29,8 +29,9 @@ bool isOwnFault(int signal) {
 
 // The same on every machine, wherever its captures are.
 std::string reasonOf(const std::string& error, const FleetCapture& capture) {
-    const std::string prefix = capture.path + ": ";
-    return error.substr(startsWith(error, prefix) ? prefix.size() : 0, kMaxReasonChars);
+    const std::string prefix = capture.path + ":";
+    const std::string reason = error.substr(startsWith(error, prefix) ? prefix.size() : 0);
+    return reason.substr(reason.find_first_not_of(' '), kMaxReasonChars);
 }
 
 Row played(const RowKey& key, const FleetCapture& capture, const Input& input, const Setup& setup) {
