@@ -28,7 +28,7 @@ UnlockedField<bool> gActive{false};
 int32_t gMultiActiveCount = 0;
 UnlockedField<bool> gCheckerRunning{false};
 UnlockedField<pid_t> gCheckerThread{kNoThread};
-std::atomic<int> gCheckers{0};
+cindral::UnlockedCount gCheckers;
 std::vector<sp<PerfProxy>> gCheckerClients;
 
 namespace {

@@ -5,7 +5,6 @@
 #include <utils/StrongPointer.h>
 #include <utils/Timers.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -70,7 +69,7 @@ extern cindral::UnlockedField<bool> gCheckerRunning;
 extern cindral::UnlockedField<pid_t> gCheckerThread;
 
 // The checkers that have not ended. More than one only when the registry cleared gCheckerRunning.
-extern std::atomic<int> gCheckers;
+extern cindral::UnlockedCount gCheckers;
 
 // Strong references to the clients whose last user may be a checker: the one it asks, until it has its
 // answer or, if cindralInit replaced that client meanwhile, beyond; and the one of a tracker that its

@@ -11,6 +11,7 @@ if(NOT CMAKE_BUILD_TYPE)
 endif()
 
 set(CINDRAL_LIBRARY_FLAGS "" CACHE STRING "More compiler flags for the library alone, for instance --coverage")
+option(CINDRAL_EXPLORE "Make every access of what threads share without a lock a call of the simulation (sim/SharedCell.h)")
 set(CINDRAL_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, for instance address,undefined")
 
 # For builds that compile cindral-replay and the harness of the campaigns only to have them tested: -O0 and a few
@@ -46,6 +47,9 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
 else()
     target_compile_options(cindral_flags_shipping INTERFACE
         -fsanitize-undefined-trap-on-error -fno-gnu-unique)
+endif()
+if(CINDRAL_EXPLORE)
+    target_compile_definitions(cindral_flags_shipping INTERFACE CINDRAL_EXPLORE)
 endif()
 if(CINDRAL_SANITIZE STREQUAL "thread")
     # It looks at the library alone; sim/Unseen.h says why. The platform's reference counts have a fence, of

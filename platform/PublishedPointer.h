@@ -2,6 +2,8 @@
 
 #include <utils/StrongPointer.h>
 
+#include "platform/SharedCell.h"
+
 namespace android::cindral {
 
 // A strong pointer that its owner sets once, while other threads may already be asking whether it
@@ -12,21 +14,21 @@ class PublishedPointer {
   public:
     void publish(T* object) {
         mOwned = object;
-        __atomic_store_n(&mVisible, object, __ATOMIC_RELEASE);
+        mVisible.template store<__ATOMIC_RELEASE>(object);
     }
     void clear() {
-        __atomic_store_n(&mVisible, nullptr, __ATOMIC_RELEASE);
+        mVisible.template store<__ATOMIC_RELEASE>(nullptr);
         mOwned.clear();
     }
 
-    T* get() const { return __atomic_load_n(&mVisible, __ATOMIC_ACQUIRE); }
+    T* get() const { return mVisible.template load<__ATOMIC_ACQUIRE>(); }
 
     // For the owner alone.
     sp<T>& owned() { return mOwned; }
 
   private:
     sp<T> mOwned;
-    T* mVisible = nullptr;
+    SharedCell<T*> mVisible{nullptr};
 };
 
 }  // namespace android::cindral

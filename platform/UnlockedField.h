@@ -2,6 +2,8 @@
 
 #include <type_traits>
 
+#include "platform/SharedCell.h"
+
 namespace android::cindral {
 
 // A field that threads share without a lock, by design: every access is one relaxed load or store
@@ -14,16 +16,12 @@ class UnlockedField {
     static_assert(std::is_trivially_copyable_v<T> && sizeof(T) <= sizeof(void*));
 
   public:
-    constexpr UnlockedField(T value) : mValue(value) {}  // NOLINT(google-explicit-constructor)
+    constexpr UnlockedField(T value) : mCell(value) {}  // NOLINT(google-explicit-constructor)
     UnlockedField(const UnlockedField&) = delete;
     UnlockedField& operator=(const UnlockedField&) = delete;
 
-    T load() const {
-        T value;
-        __atomic_load(&mValue, &value, __ATOMIC_RELAXED);
-        return value;
-    }
-    void store(T value) { __atomic_store(&mValue, &value, __ATOMIC_RELAXED); }
+    T load() const { return mCell.template load<__ATOMIC_RELAXED>(); }
+    void store(T value) { mCell.template store<__ATOMIC_RELAXED>(value); }
 
     operator T() const { return load(); }  // NOLINT(google-explicit-constructor)
     UnlockedField& operator=(T value) {
@@ -32,7 +30,22 @@ class UnlockedField {
     }
 
   private:
-    T mValue;
+    SharedCell<T> mCell;
+};
+
+// A count that threads change without a lock, each change whole and in one order with all others.
+class UnlockedCount {
+  public:
+    constexpr UnlockedCount() : mCell(0) {}
+
+    operator int() const {  // NOLINT(google-explicit-constructor)
+        return mCell.load<__ATOMIC_SEQ_CST>();
+    }
+    int operator++() { return mCell.add<__ATOMIC_SEQ_CST>(1); }
+    int operator--() { return mCell.add<__ATOMIC_SEQ_CST>(-1); }
+
+  private:
+    SharedCell<int> mCell;
 };
 
 }  // namespace android::cindral

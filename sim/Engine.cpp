@@ -58,9 +58,9 @@ void Engine::note(int what, const Thread& thread) {
 }
 
 void Engine::perturb() {
-    if (!mStrategy.isRandom()) return;
+    if (!mStrategy.disturbs()) return;
     mStrategy.beginStep();
-    if (mStrategy.jumpsClock() && !mTimers.empty()) moveClockToDeadline();
+    if (mStrategy.jumpsClock(!mTimers.empty())) moveClockToDeadline();
     if (mStrategy.wakesSpuriously()) wakeSomeWaiter();
     if (mReady.empty()) return;
     const size_t choice = mStrategy.choose(mReady, mCurrent);

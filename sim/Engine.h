@@ -50,6 +50,8 @@ class Engine {
     // The second half of step(): for calls that can be interrupted in their middle as well.
     void perturb();
     void progress();
+    // How many stores a load goes back, of so many that it may return.
+    size_t chooseAge(size_t ages) { return mStrategy.chooseAge(ages); }
     Wake block(const Wait& wait);
     void wake(Thread& thread, Wake how);
     void yield();

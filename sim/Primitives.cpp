@@ -130,12 +130,14 @@ void Primitives::take(Mutex& mutex, const void* address) {
     mutex.depth = 1;
     mutex.owner->heldMutexes.push_back(mutex.number);
     mutex.owner->heldAddresses.push_back(address);
+    learn(mutex.owner->view, mutex.view);
     if (isUnderThreadSanitizer()) __tsan_acquire(const_cast<void*>(address));
     if (mEngine.options().onLock) mEngine.options().onLock(address);
 }
 
 void Primitives::release(Mutex& mutex, const void* address) {
     if (isUnderThreadSanitizer()) __tsan_release(const_cast<void*>(address));
+    mutex.view = mutex.owner->view;
     removeOne(mutex.owner->heldMutexes, mutex.number);
     removeOne(mutex.owner->heldAddresses, address);
     mutex.owner = nullptr;

@@ -107,6 +107,7 @@ class Primitives {
         Thread* owner = nullptr;
         int depth = 0;  // above 1 only for recursive ones
         WaitQueue waiters;
+        View view;  // of the thread that unlocked it last
 
         bool idle() const { return !owner && waiters.empty(); }
     };

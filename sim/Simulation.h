@@ -34,7 +34,11 @@ enum class Schedule {
     // switches away from it.
     kPriorityChanges,
     kFewPreemptions,
+    // One of all there are up to Options::preemptions and staleLoads: the one Options::choices is at.
+    kAll,
 };
+
+class Choices;
 
 struct Options {
     Schedule schedule = Schedule::kFirstCome;
@@ -45,11 +49,17 @@ struct Options {
     int64_t timeBudgetNs = INT64_MAX;  // virtual time before the run counts as livelocked
     int failThreadCreation = 0;        // the nth pthread_create fails with EAGAIN; 0: none does
     bool failLaterThreadCreations = false;  // and so do all after the nth
-    // Random schedules only. Without jumps no thread that can run is ever overtaken by the clock,
+    // Not of first come. Without jumps no thread that can run is ever overtaken by the clock,
     // so that bounds on waiting times hold exactly.
     bool clockJumps = true;
     // About how many steps the run takes: the few switches are spread over so many.
     uint64_t expectedSteps = 2'000;
+    // Of a build that explores: for how long a load of a shared cell may return an older value; 0 is
+    // the memory as the machine has it.
+    int64_t staleForNs = 0;
+    Choices* choices = nullptr;  // kAll: not null
+    int preemptions = 0;         // kAll: at most so many in a run
+    int staleLoads = 0;          // kAll: likewise
     // Called by the thread that has just taken a mutex. Must not call anything that is modelled.
     std::function<void(const void* mutex)> onLock;
     bool checkLockOrder = false;  // locks taken in both orders are a failure, deadlock or not

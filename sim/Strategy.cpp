@@ -20,6 +20,7 @@ constexpr size_t kChangeHalvings = 8;
 // Of the schedules of few switches.
 constexpr size_t kMostSwitches = 4;
 constexpr size_t kMostJumps = 3;
+constexpr size_t kMostStaleLoads = 3;
 
 std::string percent(uint32_t ppm) {
     std::string hundredths = std::to_string(ppm / 100 % 100);
@@ -29,7 +30,13 @@ std::string percent(uint32_t ppm) {
 }  // namespace
 
 Strategy::Strategy(const Options& options)
-      : mState(options.seed), mSeed(options.seed), mExpectedSteps(options.expectedSteps) {
+      : mState(options.seed),
+        mSeed(options.seed),
+        mExpectedSteps(options.expectedSteps),
+        mChoices(options.choices),
+        mClockJumps(options.clockJumps),
+        mPreemptionsLeft(options.preemptions),
+        mStaleLoadsLeft(options.staleLoads) {
     switch (options.schedule) {
         case Schedule::kFirstCome:
             return;
@@ -44,7 +51,11 @@ Strategy::Strategy(const Options& options)
             mKind = Kind::kFewPreemptions;
             drawFewSwitches();
             break;
+        case Schedule::kAll:
+            mKind = Kind::kAll;
+            return;
     }
+    if (options.staleForNs != 0) drawStaleLoads();
     if (options.clockJumps) return;
     mJumpPpm = 0;
     mJumps.clear();
@@ -64,6 +75,14 @@ void Strategy::drawFewSwitches() {
     mJumps = drawSteps(kMostJumps);
 }
 
+// As if nothing had been drawn: a library without shared cells is not to be disturbed otherwise.
+void Strategy::drawStaleLoads() {
+    const uint64_t state = mState;
+    mStalePpm = kChangeMaxPpm >> below(kChangeHalvings);
+    mStaleLoads = drawSteps(kMostStaleLoads);
+    mState = state;
+}
+
 // Up to so many steps of the run, the first one last.
 std::vector<uint64_t> Strategy::drawSteps(size_t most) {
     std::vector<uint64_t> steps(below(most + 1));
@@ -74,6 +93,7 @@ std::vector<uint64_t> Strategy::drawSteps(size_t most) {
 
 void Strategy::beginStep() {
     ++mStep;
+    mJumped = false;
 }
 
 bool Strategy::isDue(std::vector<uint64_t>& steps) {
@@ -82,9 +102,19 @@ bool Strategy::isDue(std::vector<uint64_t>& steps) {
     return true;
 }
 
-bool Strategy::jumpsClock() {
-    return mKind == Kind::kPriorityChanges || mKind == Kind::kFewPreemptions ? isDue(mJumps)
-                                                                             : chance(mJumpPpm);
+bool Strategy::jumpsClock(bool hasDeadline) {
+    switch (mKind) {
+        case Kind::kAll:
+            mJumped =
+                    hasDeadline && mClockJumps && mPreemptionsLeft > 0 && mChoices->choose(2) == 1;
+            if (mJumped) --mPreemptionsLeft;
+            return mJumped;
+        case Kind::kPriorityChanges:
+        case Kind::kFewPreemptions:
+            return isDue(mJumps) && hasDeadline;
+        default:
+            return chance(mJumpPpm) && hasDeadline;
+    }
 }
 
 uint64_t Strategy::draw() {
@@ -116,6 +146,38 @@ size_t Strategy::choose(const std::vector<Thread*>& ready, const Thread* current
         case Kind::kFewPreemptions:
             if (current && !isDue(mSwitches)) return ready.size();
             return below(ready.size());
+        case Kind::kAll:
+            return chooseNext(ready.size(), current != nullptr);
+    }
+    return 0;
+}
+
+size_t Strategy::chooseNext(size_t ready, bool mayStay) {
+    if (!mayStay) return mChoices->choose(ready);
+    if (!mJumped && mPreemptionsLeft == 0) return ready;
+    const size_t choice = mChoices->choose(ready + 1);
+    if (choice == 0) return ready;
+    if (!mJumped) --mPreemptionsLeft;
+    return choice - 1;
+}
+
+size_t Strategy::chooseAge(size_t ages) {
+    if (ages < 2 || mCalm) return 0;
+    switch (mKind) {
+        case Kind::kFirstCome:
+            return 0;
+        case Kind::kUniform:
+        case Kind::kSticky:
+        case Kind::kPriorities:
+            return chance(mStalePpm) ? below(ages) : 0;
+        case Kind::kPriorityChanges:
+        case Kind::kFewPreemptions:
+            return isDue(mStaleLoads) ? 1 + below(ages - 1) : 0;
+        case Kind::kAll: {
+            const size_t age = mStaleLoadsLeft > 0 ? mChoices->choose(ages) : 0;
+            if (age != 0) --mStaleLoadsLeft;
+            return age;
+        }
     }
     return 0;
 }
@@ -150,6 +212,7 @@ size_t Strategy::highest(const std::vector<Thread*>& ready, const Thread* curren
 
 std::string Strategy::describe() const {
     if (mKind == Kind::kFirstCome) return "first-come schedule, the same for every seed";
+    if (mKind == Kind::kAll) return "one of all schedules";
     std::string text = "replay with seed " + std::to_string(mSeed) + ", ";
     if (mKind == Kind::kPriorityChanges) return text + "schedule of few priority changes";
     if (mKind == Kind::kFewPreemptions) return text + "schedule of few preemptions";

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/Choices.h"
 #include "sim/Simulation.h"
 #include "sim/Thread.h"
 
@@ -21,15 +22,20 @@ namespace sim {
 // The schedules of few switches draw beforehand at which steps of the run they happen: most faults
 // need two or three switches at the right places, and then their places are found sooner than among
 // the many switches of a random schedule.
+//
+// The systematic schedule asks for every choice in turn; its first answers are those of first come.
+// Taking the turn away from a thread that could go on costs one of the preemptions allowed, and so
+// does a move of the clock while threads could run, after which any of them may be the next. Who
+// comes next after a thread that waits is free. Conditions never wake without a signal.
 class Strategy {
   public:
     explicit Strategy(const Options& options);
 
-    bool isRandom() const { return mKind != Kind::kFirstCome && !mCalm; }
+    bool disturbs() const { return mKind != Kind::kFirstCome && !mCalm; }
     void setCalm(bool calm) { mCalm = calm; }
     // Before the questions about one step.
     void beginStep();
-    bool jumpsClock();
+    bool jumpsClock(bool hasDeadline);
     bool wakesSpuriously() { return chance(mSpuriousPpm); }
     size_t below(size_t limit);
 
@@ -38,6 +44,9 @@ class Strategy {
     // An index into `ready`, or ready.size() for `current` to go on. `current` is null if it
     // cannot.
     size_t choose(const std::vector<Thread*>& ready, const Thread* current);
+
+    // In [0, ages): how many stores a load goes back.
+    size_t chooseAge(size_t ages);
 
     std::string describe() const;
 
@@ -48,7 +57,8 @@ class Strategy {
         kSticky,
         kPriorities,
         kPriorityChanges,
-        kFewPreemptions
+        kFewPreemptions,
+        kAll
     };
 
     uint64_t draw();
@@ -56,8 +66,10 @@ class Strategy {
     size_t chooseSticky(const std::vector<Thread*>& ready, const Thread* current);
     void drawRandom();
     void drawFewSwitches();
+    void drawStaleLoads();
     std::vector<uint64_t> drawSteps(size_t most);
     bool isDue(std::vector<uint64_t>& steps);
+    size_t chooseNext(size_t ready, bool mayStay);
     size_t chooseByPriority(const std::vector<Thread*>& ready, const Thread* current, bool demotes);
     size_t highest(const std::vector<Thread*>& ready, const Thread* current) const;
 
@@ -68,12 +80,19 @@ class Strategy {
     uint32_t mChangePpm = 0;  // kSticky: of leaving the running thread; kPriorities: of a demotion
     uint32_t mJumpPpm = 0;
     uint32_t mSpuriousPpm = 0;
+    uint32_t mStalePpm = 0;
     uint64_t mExpectedSteps;
     uint64_t mStep = 0;
-    std::vector<uint64_t> mSwitches;   // steps that are left, the next one last
-    std::vector<uint64_t> mJumps;      // likewise
-    std::vector<int64_t> mPriorities;  // by thread id, the greater the sooner
-    int64_t mLowestPriority = -1;      // below all that were drawn; every demotion goes lower
+    std::vector<uint64_t> mSwitches;    // steps that are left, the next one last
+    std::vector<uint64_t> mJumps;       // likewise
+    std::vector<uint64_t> mStaleLoads;  // likewise
+    std::vector<int64_t> mPriorities;   // by thread id, the greater the sooner
+    int64_t mLowestPriority = -1;       // below all that were drawn; every demotion goes lower
+    Choices* mChoices;                  // kAll
+    bool mJumped = false;               // in this step, which has paid for a switch
+    bool mClockJumps;
+    int mPreemptionsLeft;
+    int mStaleLoadsLeft;
 };
 
 }  // namespace sim

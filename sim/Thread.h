@@ -28,10 +28,15 @@ enum class Call {
     kAttribute,
     kYield,
     kClock,
-    kSleep
+    kSleep,
+    kCell
 };
 enum class WaitKind { kNothing, kMutex, kCondition, kJoin, kSleep, kYield };
 enum class Wake { kSignal, kDeadline, kSpurious };
+
+// For every shared cell, by its id, the number of the oldest store that may still be read.
+using View = std::vector<uint32_t>;
+void learn(View& view, const View& other);
 
 struct Thread;
 using WaitQueue = std::vector<Thread*>;  // the longest waiting one first
@@ -59,6 +64,7 @@ struct Thread {
     std::vector<int> heldMutexes;  // their numbers
     std::vector<const void*> heldAddresses;
     WaitQueue joiners;
+    View view;
     bool detached = false;
     bool ended = false;
     bool joined = false;  // or detached, for real: its handle may be another's

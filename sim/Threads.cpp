@@ -97,6 +97,7 @@ int Threads::create(pthread_t* handle, const pthread_attr_t* attributes, void* (
     created.argument = argument;
     created.record = mEngine.current().record;  // as the kernel does
     created.record.name.clear();                // but in a report a name shall belong to one thread
+    created.view = mEngine.current().view;
     const int error = launch(std::move(thread), attributes);
     if (error != 0) return error;
     *handle = created.handle;
@@ -154,6 +155,7 @@ int Threads::detach(pthread_t handle) {
 int Threads::joinForReal(Thread& thread, void** result) {
     mByHandle.erase(thread.handle);
     thread.joined = true;
+    learn(mEngine.current().view, thread.view);
     return real::join(thread.handle, result);
 }
 

@@ -26,6 +26,8 @@ namespace {
 constexpr uint64_t kMostSteps = 1'000'000;
 constexpr int64_t kMostTimeNs = 24 * 3600 * kSecond;
 constexpr uint64_t kTypicalSteps = 600;
+// Many times what a store takes in a processor, and far less than any deadline.
+constexpr int64_t kStaleForNs = 1'000;
 constexpr int kTracked = 2;  // of several games
 // The last boost is over, and the monitor has given up.
 constexpr int64_t kRestNs = 3 * kSecond;
@@ -371,6 +373,7 @@ sim::Options scheduleOf(uint64_t number) {
     }
     options.schedule = kKinds[number % 3];
     options.clockJumps = number / 3 % 2 == 0;
+    options.staleForNs = number / 6 % 2 == 0 ? 0 : kStaleForNs;
     options.seed = number;
     return options;
 }

@@ -12,7 +12,8 @@
 
 namespace reliability {
 
-// A schedule is a number: it says the kind, whether the clock may overtake threads, and the seed.
+// A schedule is a number: it says the kind, whether the clock may overtake threads, whether loads may
+// be late where the library is built for it (CINDRAL_EXPLORE), and the seed.
 sim::Options scheduleOf(uint64_t number);
 
 // What is wrong with the device or the system during a run.

@@ -1,0 +1,146 @@
+#include "sim/WeakMemory.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "sim/Run.h"
+#include "sim/SharedCell.h"
+#include "sim/Unseen.h"
+
+namespace sim {
+
+namespace {
+
+constexpr size_t kStoresKept = 7;
+
+uint64_t read(const void* address, int bytes) {
+    uint64_t value = 0;
+    std::memcpy(&value, address, static_cast<size_t>(bytes));
+    return value;
+}
+
+void write(void* address, int bytes, uint64_t value) {
+    std::memcpy(address, &value, static_cast<size_t>(bytes));
+}
+
+bool acquires(int order) {
+    return order != __ATOMIC_RELAXED && order != __ATOMIC_RELEASE;
+}
+
+bool releases(int order) {
+    return order != __ATOMIC_RELAXED && order != __ATOMIC_ACQUIRE && order != __ATOMIC_CONSUME;
+}
+
+uint32_t& entry(View& view, size_t cell) {
+    if (view.size() <= cell) view.resize(cell + 1);
+    return view[cell];
+}
+
+}  // namespace
+
+void learn(View& view, const View& other) {
+    if (view.size() < other.size()) view.resize(other.size());
+    for (size_t i = 0; i < other.size(); ++i) view[i] = std::max(view[i], other[i]);
+}
+
+uint64_t WeakMemory::load(const void* address, int bytes, int order) {
+    mEngine.step(Call::kCell);
+    const uint64_t value = read(address, bytes);
+    if (mEngine.options().staleForNs == 0) return value;
+    const Cell& cell = cellAt(address, value);
+    View& view = mEngine.current().view;
+    uint32_t& known = entry(view, cell.id);
+    known = std::max(known, oldestVisible(cell));
+    const size_t age = order == __ATOMIC_SEQ_CST ? 0 : mEngine.chooseAge(cell.newest() - known + 1);
+    known = cell.newest() - static_cast<uint32_t>(age);
+    const Store& store = cell.stores[known - cell.first];
+    if (acquires(order)) learn(view, store.released);
+    return store.value;
+}
+
+void WeakMemory::store(void* address, int bytes, uint64_t value, int order) {
+    mEngine.step(Call::kCell);
+    const uint64_t before = read(address, bytes);
+    write(address, bytes, value);
+    mEngine.progress();
+    if (mEngine.options().staleForNs == 0) return;
+    Cell& cell = cellAt(address, before);
+    View& view = mEngine.current().view;
+    entry(view, cell.id) = cell.newest() + 1;
+    append(cell, value, releases(order) ? view : View{});
+}
+
+uint64_t WeakMemory::add(void* address, int bytes, uint64_t summand, int order) {
+    mEngine.step(Call::kCell);
+    const uint64_t before = read(address, bytes);
+    write(address, bytes, before + summand);
+    mEngine.progress();
+    if (mEngine.options().staleForNs == 0) return before + summand;
+    Cell& cell = cellAt(address, before);
+    View& view = mEngine.current().view;
+    // Whoever acquires the sum also learns what the number added to was released with.
+    View released = cell.stores.back().released;
+    if (acquires(order)) learn(view, released);
+    entry(view, cell.id) = cell.newest() + 1;
+    if (releases(order)) learn(released, view);
+    append(cell, before + summand, std::move(released));
+    return before + summand;
+}
+
+// A value that came into memory in another way is the first of a new cell.
+WeakMemory::Cell& WeakMemory::cellAt(const void* address, uint64_t value) {
+    Cell& cell = mCells[address];
+    if (!cell.stores.empty() && cell.stores.back().value == value) return cell;
+    cell = Cell{};
+    cell.id = mCellsEver++;
+    cell.stores.push_back({value, mEngine.now(), {}});
+    return cell;
+}
+
+// By all threads: the stores before it have had a successor for long enough.
+uint32_t WeakMemory::oldestVisible(const Cell& cell) const {
+    uint32_t oldest = cell.newest();
+    for (auto store = cell.stores.rbegin(); oldest > cell.first; ++store, --oldest) {
+        if (mEngine.now() - store->timeNs >= mEngine.options().staleForNs) break;
+    }
+    return oldest;
+}
+
+void WeakMemory::append(Cell& cell, uint64_t value, View released) {
+    cell.stores.push_back({value, mEngine.now(), std::move(released)});
+    if (cell.stores.size() <= kStoresKept) return;
+    cell.stores.pop_front();
+    ++cell.first;
+}
+
+}  // namespace sim
+
+using sim::tSelf;
+
+uint64_t simLoadCell(const void* cell, int bytes, int order) {
+    if (!tSelf) return sim::read(cell, bytes);
+    const sim::Unseen unseen;
+    return tSelf->run->memory.load(cell, bytes, order);
+}
+
+void simStoreCell(void* cell, int bytes, uint64_t value, int order) {
+    if (!tSelf) return sim::write(cell, bytes, value);
+    const sim::Unseen unseen;
+    tSelf->run->memory.store(cell, bytes, value, order);
+}
+
+uint64_t simAddToCell(void* cell, int bytes, uint64_t summand, int order) {
+    if (tSelf) {
+        const sim::Unseen unseen;
+        return tSelf->run->memory.add(cell, bytes, summand, order);
+    }
+    sim::write(cell, bytes, sim::read(cell, bytes) + summand);
+    return sim::read(cell, bytes);
+}
+
+void simForgetCell(const void* cell) {
+    if (!tSelf) return;
+    const sim::Unseen unseen;
+    tSelf->run->memory.forget(cell);
+}
