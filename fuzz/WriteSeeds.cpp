@@ -1,4 +1,4 @@
-// write_seeds FOLDER: writes what the fuzzers begin with, half a second of the modelled session in
+// write_seeds FOLDER: writes what the fuzzers begin with, half a second of a game in
 // every format and cut in several places, into the folder of each target; beside it, in
 // TARGET.list, their names for -seed_inputs, with which a fuzzer takes them without adding to them.
 
@@ -8,7 +8,6 @@
 #include <map>
 #include <string>
 
-#include "replay/capture/ModelledSession.h"
 #include "tests/replay/CaptureFormats.h"
 
 namespace {
@@ -41,10 +40,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: write_seeds FOLDER\n");
         return 2;
     }
-    replay::Samples samples = replay::modelledSession();
-    samples.resize(90);
     Lists lists;
-    for (const replay::NamedCapture& file : replay::inEveryFormat(samples)) {
+    for (const replay::NamedCapture& file : replay::inEveryFormat(replay::gameSamples(30))) {
         for (const size_t quarters : {1, 3, 4}) {
             const std::string name = std::string(file.name) + "." + std::to_string(quarters);
             const std::string part = file.bytes.substr(0, file.bytes.size() * quarters / 4);

@@ -9,7 +9,6 @@
 
 #include "replay/base/Error.h"
 #include "replay/base/Text.h"
-#include "replay/capture/ModelledSession.h"
 #include "replay/capture/Progress.h"
 #include "replay/capture/ReadCapture.h"
 #include "replay/play/Workloads.h"
@@ -75,8 +74,7 @@ Capture workloadCapture(const InputChoice& choice) {
 }
 
 Capture open(const InputChoice& choice, const ReadOptions& options) {
-    if (!choice.workload.empty()) return workloadCapture(choice);
-    return choice.capture.empty() ? modelledCapture() : readCapture(choice.capture, options);
+    return choice.capture.empty() ? workloadCapture(choice) : readCapture(choice.capture, options);
 }
 
 Input withLayer(Capture capture, const InputChoice& choice) {
@@ -92,8 +90,7 @@ Input withLayer(Capture capture, const InputChoice& choice) {
 }  // namespace
 
 std::string InputChoice::name() const {
-    if (!workload.empty()) return "workload " + workload;
-    return capture.empty() ? kModelledSessionName : capture;
+    return capture.empty() ? "workload " + workload : capture;
 }
 
 bool InputChoice::operator==(const InputChoice& other) const {

@@ -14,7 +14,7 @@ struct InputChoice {
     std::string capture;       // a path, or "-" for standard input; empty: no capture
     std::string layerPattern;  // a regular expression; empty will do if there is only one layer
     std::string layer;         // its exact name, instead of a pattern; may be empty
-    std::string workload;      // a game by rule; empty, too: the modelled session
+    std::string workload;      // a game by rule, if there is no capture
     int frames = 0;            // of the workload
 
     std::string name() const;  // for people

@@ -7,26 +7,47 @@ namespace replay {
 
 namespace {
 
-// All work is in percent of the vsync period, so that one workload means the same at every rate.
-struct Shape {
-    Workload workload;
+// A while of one kind. All work is in percent of the vsync period, so that one workload means the
+// same at every rate.
+struct Stretch {
     int percent;  // the usual frame
     int jitter;   // by how much it varies, up or down
     int every;    // every so many frames come `longFrames` long ones; 0: never
     int longFrames;
     int longPercent;  // what a long one takes
+    int frames;       // its length; 0: to the end
 };
 
-constexpr Shape kShapes[] = {
-        {{"light", "a third of the period: room to save power"}, 33, 3, 0, 0, 0},
-        {{"steady", "60 % of the period, hardly any jitter"}, 60, 4, 0, 0, 0},
-        {{"tight", "92 % of the period, now and then too late"}, 92, 9, 0, 0, 0},
-        {{"heavy", "115 % of the period: never in time"}, 115, 5, 0, 0, 0},
-        {{"hitches", "60 %, and every 90th frame takes two and a half periods"}, 60, 4, 90, 1, 250},
-        {{"bursts", "60 %, and every 240 frames twelve that take 150 %"}, 60, 4, 240, 12, 150},
-        {{"stall", "60 %, and every 480th frame takes a hundred periods"}, 60, 4, 480, 1, 10'000},
-        {{"alternating", "40 % and 140 % in turn"}, 40, 2, 2, 1, 140},
+struct Game {
+    Workload workload;
+    std::vector<Stretch> stretches;  // one after the other, and again
 };
+
+const std::vector<Game>& games() {
+    static const std::vector<Game> all = {
+            {{kDefaultWorkload,
+              "half a minute at 60 Hz with what goes wrong in real games, one after the other"},
+             {{54, 5, 0, 0, 0, 240},        // the loading screen is done
+              {57, 7, 47, 1, 160, 240},     // single late frames
+              {72, 12, 97, 1, 275, 480},    // later ones
+              {150, 18, 0, 0, 0, 30},       // a scene that is too much
+              {66, 9, 0, 0, 0, 330},        // it has caught up
+              {12'000, 0, 0, 0, 0, 1},      // one frame takes two seconds
+              {30, 4, 131, 1, 125, 479}}},  // a light scene
+            {{"light", "a third of the period: room to save power"}, {{33, 3, 0, 0, 0, 0}}},
+            {{"steady", "60 % of the period, hardly any jitter"}, {{60, 4, 0, 0, 0, 0}}},
+            {{"tight", "92 % of the period, now and then too late"}, {{92, 9, 0, 0, 0, 0}}},
+            {{"heavy", "115 % of the period: never in time"}, {{115, 5, 0, 0, 0, 0}}},
+            {{"hitches", "60 %, and every 90th frame takes two and a half periods"},
+             {{60, 4, 90, 1, 250, 0}}},
+            {{"bursts", "60 %, and every 240 frames twelve that take 150 %"},
+             {{60, 4, 240, 12, 150, 0}}},
+            {{"stall", "60 %, and every 480th frame takes a hundred periods"},
+             {{60, 4, 480, 1, 10'000, 0}}},
+            {{"alternating", "40 % and 140 % in turn"}, {{40, 2, 2, 1, 140, 0}}},
+    };
+    return all;
+}
 
 // A fixed sequence; the standard distributions differ between libraries.
 class Noise {
@@ -41,13 +62,22 @@ class Noise {
     uint64_t mState = 7;
 };
 
-const Shape& shapeNamed(const std::string& name) {
+const Game& gameNamed(const std::string& name) {
     std::string names;
-    for (const Shape& shape : kShapes) {
-        if (name == shape.workload.name) return shape;
-        names += (names.empty() ? "" : ", ") + std::string(shape.workload.name);
+    for (const Game& game : games()) {
+        if (name == game.workload.name) return game;
+        names += (names.empty() ? "" : ", ") + std::string(game.workload.name);
     }
     throw InputError("--workload " + inQuotes(name) + ": there are " + names);
+}
+
+// `index` counts from the beginning of the stretch.
+int64_t frameNs(const Stretch& stretch, int index, int64_t periodNs, Noise& noise) {
+    // The long ones end each round, so that a run begins with usual frames.
+    const bool isLong =
+            stretch.every > 0 && index % stretch.every >= stretch.every - stretch.longFrames;
+    const int64_t percent = isLong ? stretch.longPercent : stretch.percent;
+    return periodNs * percent / 100 + noise.next(periodNs * stretch.jitter / 100);
 }
 
 }  // namespace
@@ -55,22 +85,24 @@ const Shape& shapeNamed(const std::string& name) {
 const std::vector<Workload>& workloads() {
     static const std::vector<Workload> all = [] {
         std::vector<Workload> list;
-        for (const Shape& shape : kShapes) list.push_back(shape.workload);
+        for (const Game& game : games()) list.push_back(game.workload);
         return list;
     }();
     return all;
 }
 
 std::vector<int64_t> workloadNs(const std::string& name, int64_t periodNs, int frames) {
-    const Shape& shape = shapeNamed(name);
+    const std::vector<Stretch>& stretches = gameNamed(name).stretches;
     Noise noise;
     std::vector<int64_t> work;
-    for (int i = 0; i < frames; ++i) {
-        // The long ones end each round, so that a run begins with usual frames.
-        const bool isLong = shape.every > 0 && i % shape.every >= shape.every - shape.longFrames;
-        const int64_t jitterNs = periodNs * shape.jitter / 100;
-        const int64_t percent = isLong ? shape.longPercent : shape.percent;
-        work.push_back(periodNs * percent / 100 + noise.next(jitterNs));
+    size_t stretch = 0;
+    int index = 0;
+    for (int i = 0; i < frames; ++i, ++index) {
+        if (stretches[stretch].frames > 0 && index == stretches[stretch].frames) {
+            stretch = (stretch + 1) % stretches.size();
+            index = 0;
+        }
+        work.push_back(frameNs(stretches[stretch], index, periodNs, noise));
     }
     return work;
 }

@@ -13,6 +13,9 @@ struct Workload {
     const char* description;  // half a line
 };
 
+// What is played when nothing is named.
+constexpr char kDefaultWorkload[] = "session";
+
 const std::vector<Workload>& workloads();
 
 // The work of `frames` frames of the named one, in ns; the same on every machine. Throws

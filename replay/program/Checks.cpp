@@ -36,10 +36,11 @@ Expectation readExpectationFile(const std::string& path) {
 // The run that was recorded.
 PlannedRun recordedRun(const CommandLine& line, const std::string& capture,
                        const Expectation& expectation) {
-    const std::optional<CommandLine> recorded = parseCommandLine(expectation.options);
+    std::vector<std::string> options = expectation.options;
+    options.insert(options.end(), {"--", capture});
+    const std::optional<CommandLine> recorded = parseCommandLine(options);
     if (!recorded) throw InputError("the expectation asks for help");
-    PlannedRun run{recorded->input, recorded->setup};
-    run.input.capture = capture;
+    PlannedRun run{recorded->inputs().front(), recorded->setup};
     run.input.layer = expectation.layer;
     run.setup.library = line.setup.library;
     return run;

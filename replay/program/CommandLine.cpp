@@ -28,7 +28,7 @@ constexpr char kPurpose[] =
         "device, and shows what the library did, why, what it cost and what it bought.";
 
 constexpr char kExamples[] = R"(Examples:
-  cindral-replay                            the modelled session, half a minute of a 60 Hz game
+  cindral-replay                            a game by rule, half a minute at 60 Hz
   cindral-replay game.ftrace                a capture from a device
   cindral-replay game.ftrace --log          every call of the service beside what caused it
   cindral-replay game.ftrace --timeline     every call, log line and marker on one time axis
@@ -52,7 +52,7 @@ constexpr char kExamples[] = R"(Examples:
   cindral-replay tune CAPTURES --rows ROWS --over vendor.perf.phr.hr_min_rate=0.3..0.8
                                             whole folders of captures (docs/fleet.md)
   cindral-replay --write-capture model.ftrace
-                                            the modelled session as ftrace text
+                                            what tracing would show of that game
 
 A change for --compare is PROPERTY=VALUE, gfar=on|off, phr=on|off, negative-boost=on|off, refresh=HZ,
 none (no library at all), model, captured, work=NAME, buffers=N, boost-speedup=PERCENT or
@@ -189,7 +189,7 @@ void addOutputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
     app.add_flag("--list-layers", raw.listLayers, "List the layers of the capture and stop")
             ->group(group);
     app.add_option("--write-capture", line.writeCapture,
-                   "Write the modelled session, or the --workload, as ftrace text and stop")
+                   "Write what tracing would show of the workload as ftrace text, and stop")
             ->type_name("FILE")
             ->group(group);
 }
@@ -291,8 +291,7 @@ void parse(CLI::App& app, const std::vector<std::string>& arguments) {
 }
 
 void takeModel(CommandLine& line, const Raw& raw) {
-    const bool isTune = line.task == CommandLine::Task::kTune;
-    const bool wanted = raw.model || !line.input.workload.empty() || isTune;
+    const bool wanted = raw.model || line.captures.empty() || line.task == CommandLine::Task::kTune;
     const bool tuned = !raw.work.empty() || raw.buffers != 0 || raw.effects.any();
     if (!wanted && tuned) {
         throw InputError(
@@ -309,16 +308,16 @@ void takeModel(CommandLine& line, const Raw& raw) {
 }
 
 void takeWorkload(CommandLine& line, const Raw& raw) {
-    if (line.input.workload.empty() && line.input.frames != 0) {
-        throw InputError("--frames belongs to --workload");
-    }
-    if (line.input.frames == 0) line.input.frames = kDefaultFrames;
-    if (line.input.workload.empty()) return;
-    if (!line.captures.empty()) {
-        throw InputError("--workload is played without a capture; leave " +
+    const bool isNamed = !line.input.workload.empty() || line.input.frames != 0;
+    if (isNamed && !line.captures.empty()) {
+        throw InputError("--workload and --frames are for a game without a capture; leave " +
                          inQuotes(line.captures.front()) + " out");
     }
+    if (line.input.frames == 0) line.input.frames = kDefaultFrames;
+    if (!line.captures.empty()) return;
+    if (line.input.workload.empty()) line.input.workload = kDefaultWorkload;
     if (!raw.work.empty()) throw InputError("--work is for captures; a workload says itself");
+    if (raw.listLayers) throw InputError("--list-layers is for captures; name one");
 }
 
 void takeTask(CommandLine& line, const Raw& raw, const CLI::App& record, const CLI::App& check) {
@@ -329,7 +328,7 @@ void takeTask(CommandLine& line, const Raw& raw, const CLI::App& record, const C
                 : !line.writeCapture.empty() ? Task::kWriteCapture
                                              : line.task;
     if (line.task == Task::kWriteCapture && !line.captures.empty()) {
-        throw InputError("--write-capture writes the modelled session; leave " +
+        throw InputError("--write-capture writes a workload; leave " +
                          inQuotes(line.captures.front()) + " out");
     }
     if (!line.expectation.empty() && line.captures.size() != 1) {
@@ -375,8 +374,9 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& argu
     CLI::App app(kPurpose, "cindral-replay");
     app.footer(kExamples + ("\nProperties for --set:\n" + describeProperties()) + kConditions);
     app.set_version_flag("--version", std::string("cindral-replay ") + CINDRAL_VERSION);
-    app.add_option("CAPTURE", line.captures,
-                   "Captures in any form; - is standard input; without one: the modelled session");
+    app.add_option(
+            "CAPTURE", line.captures,
+            "Captures in any form; - is standard input; without one: the workload \"session\"");
     addInputOptions(app, line, raw);
     addModelOptions(app, line, raw);
     addOutputOptions(app, line, raw);

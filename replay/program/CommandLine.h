@@ -38,7 +38,7 @@ struct CommandLine {
     };
 
     Task task = Task::kReplay;
-    std::vector<std::string> captures;  // none: the modelled session, or the workload
+    std::vector<std::string> captures;  // none: a workload
     InputChoice input;                  // but for the capture, the same for all
     Setup setup;
     std::vector<std::string> comparisons;

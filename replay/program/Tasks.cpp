@@ -8,9 +8,9 @@
 #include "replay/base/Error.h"
 #include "replay/base/Output.h"
 #include "replay/base/Text.h"
-#include "replay/capture/ModelledSession.h"
+#include "replay/capture/FtraceWriter.h"
 #include "replay/plan/Plan.h"
-#include "replay/play/WorkloadCapture.h"
+#include "replay/play/RunCapture.h"
 #include "replay/program/Checks.h"
 #include "replay/program/FleetTasks.h"
 #include "replay/program/Outputs.h"
@@ -34,6 +34,9 @@ std::vector<Setup> setupsOf(const CommandLine& line) {
     }
     for (const std::string& comparison : line.comparisons) {
         setups.push_back(changedSetup(line.setup, comparison));
+        if (line.captures.empty() && !setups.back().model) {
+            throw InputError("--compare captured: a workload is always modelled; name a capture");
+        }
     }
     return setups;
 }
@@ -111,7 +114,6 @@ void listLayers(std::ostream& out, const Capture& capture) {
 }
 
 std::vector<CounterSample> samplesToWrite(const CommandLine& line) {
-    if (line.input.workload.empty()) return modelledSession();
     const Input input = openInput(line.input);
     return samplesOf(playInput(input, line.setup).run, input.layer().counter);
 }

@@ -68,6 +68,20 @@ la_ssize_t append(archive*, void* packed, const void* bytes, size_t size) {
 
 }  // namespace
 
+Samples gameSamples(int64_t vsyncs) {
+    using Origin = CounterSample::Origin;
+    constexpr char kLayer[] = "BufferTX - SurfaceView[com.example.game/.Main](BLAST)#7";
+    Samples samples;
+    for (int64_t i = 0; i < vsyncs; ++i) {
+        const int64_t timeNs = 100'000'000'000 + i * 16'667'000;
+        if (i % 90 > 80) continue;
+        samples.push_back({timeNs, Origin::kVsync, "VSYNC-sf", i % 2});
+        if (i > 0) samples.push_back({timeNs + 700'000, Origin::kCompositor, kLayer, 0});
+        samples.push_back({timeNs + (i % 3 + 1) * 4'000'000, Origin::kProducer, kLayer, 1});
+    }
+    return samples;
+}
+
 std::string ftraceOf(const Samples& samples) {
     std::ostringstream text;
     writeFtrace(text, samples);

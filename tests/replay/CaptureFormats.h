@@ -7,11 +7,14 @@
 #include <utility>
 #include <vector>
 
-#include "replay/capture/ModelledSession.h"
+#include "replay/capture/FtraceWriter.h"
 
 namespace replay {
 
 using Samples = std::vector<CounterSample>;
+
+// A game at 60 Hz that queues a frame a vsync, early and late in turn, with a pause now and then.
+Samples gameSamples(int64_t vsyncs = 1800);
 
 // The forms of systrace pages.
 std::string pageOf(const std::string& ftrace);

@@ -7,13 +7,13 @@
 #include "replay/findings/Compare.h"
 #include "replay/findings/Expectation.h"
 #include "replay/findings/Figures.h"
-#include "tests/replay/Program.h"
+#include "tests/replay/Replay.h"
 
 namespace {
 
 using nlohmann::json;
 
-TEST_F(Program, Findings_CountLateFramesByTheirIntervals) {
+TEST_F(Replay, Findings_CountLateFramesByTheirIntervals) {
     const json run = jsonOf("--workload stall");
     const int64_t period = run["refresh"]["period_ns"];
     const char* const kNames[] = {"late_frames", "late_frames_over_1_vsync",
@@ -43,7 +43,7 @@ bool resembles(const std::string& text, const std::string& pattern) {
     return true;
 }
 
-TEST_F(Program, DecisionLog_GivesEveryActionItsCause) {
+TEST_F(Replay, DecisionLog_GivesEveryActionItsCause) {
     const std::pair<const char*, std::vector<const char*>> kCauses[] = {
             {"perf_hint(4166, (null), *, 1500)", {"checkpoint 1: no buffer for "}},
             {"perf_hint(4166, (null), *, 2000)", {"checkpoint 2: no buffer for "}},
@@ -60,7 +60,8 @@ TEST_F(Program, DecisionLog_GivesEveryActionItsCause) {
             {"IsFeature", {"initialisation"}},
     };
     std::set<std::string> seen;
-    for (const char* arguments : {"", "--model", "--workload stall"}) {
+    for (const std::string& arguments :
+         {std::string(), capture("captured"), std::string("--workload stall")}) {
         const json run = jsonOf(arguments);
         for (const json& decision : run["log"]) {
             const std::string what = decision["what"];
@@ -84,7 +85,7 @@ TEST_F(Program, DecisionLog_GivesEveryActionItsCause) {
 }
 
 // A checkpoint's cause names the time that had passed, which the frames confirm.
-TEST_F(Program, DecisionLog_TimesItsCausesByTheFrames) {
+TEST_F(Replay, DecisionLog_TimesItsCausesByTheFrames) {
     const json run = jsonOf("--workload bursts");
     for (const json& boost : run["boosts"]) {
         const json& frame = run["frames"].at(boost["frame"].get<size_t>());
@@ -107,9 +108,11 @@ void collectKeys(const json& value, std::set<std::string>& keys) {
     }
 }
 
-TEST_F(Program, EveryJsonField_IsDocumentedAndEveryDocumentedOneExists) {
+TEST_F(Replay, EveryJsonField_IsDocumentedAndEveryDocumentedOneExists) {
     std::set<std::string> keys;
-    for (const char* arguments : {"", "--workload bursts"}) collectKeys(jsonOf(arguments), keys);
+    for (const std::string& arguments : {capture("captured"), std::string("--workload bursts")}) {
+        collectKeys(jsonOf(arguments), keys);
+    }
     std::set<std::string> documented;
     std::ifstream page(CINDRAL_SOURCE_DIR "/docs/json.md");
     for (std::string line; std::getline(page, line);) {
@@ -173,24 +176,6 @@ TEST(Comparison, WorstRegressions_ComeFirstAndWhatIsEqualIsLeftOut) {
     EXPECT_NE(coloured.str().find("\x1b[31m"), std::string::npos) << "worse is red";
 }
 
-TEST_F(Program, SeveralCaptures_GiveOneTableAndOneObjectEachDespiteABrokenOne) {
-    ASSERT_EQ(run("--write-capture " + path("one")).status, 0);
-    ASSERT_EQ(run("--workload tight --frames 300 --write-capture " + path("two")).status, 0);
-    const std::string captures = path("one") + " " + file("three", "x\n") + " " + path("two");
-    const Result result =
-            run(captures + " --compare 'alone: none' --jobs 3 --json " + path("runs.jsonl"));
-    EXPECT_EQ(result.status, 2);
-    EXPECT_NE(result.err.find(path("three")), std::string::npos) << result.err;
-    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 7) << result.out;
-    EXPECT_NE(result.out.find("failed"), std::string::npos) << result.out;
-    std::ifstream lines(path("runs.jsonl"));
-    std::vector<std::string> settings;
-    for (std::string line; std::getline(lines, line);) {
-        settings.push_back(json::parse(line).at("setting"));
-    }
-    EXPECT_EQ(settings, (std::vector<std::string>{"as given", "alone", "as given", "alone"}));
-}
-
 using replay::ExpectedCall;
 
 TEST(Expectation, Differences_SayWhatIsMissingNewOrMoved) {
@@ -216,41 +201,39 @@ TEST(Expectation, Differences_SayWhatIsMissingNewOrMoved) {
     }
 }
 
-TEST_F(Program, RecordedBehaviour_IsWhatTheLibraryStillDoes) {
+TEST_F(Replay, RecordedBehaviour_IsWhatTheLibraryStillDoes) {
     const std::pair<const char*, const char*> kCaptures[] = {
-            {"session", ""},
-            {"session-modelled", ""},
-            {"bursts-120hz", "--workload bursts --refresh 120 --frames 1200 --no-library"},
-            {"stall-60hz", "--workload stall --frames 1200 --no-library"},
+            {"session", "--frames 1500"},
+            {"session-modelled", "--frames 1500"},
+            {"bursts-120hz", "--workload bursts --refresh 120 --frames 1200"},
+            {"stall-60hz", "--workload stall --frames 1200"},
     };
     for (const auto& [name, arguments] : kCaptures) {
-        const std::string capture = path(name);
-        ASSERT_EQ(run(std::string(arguments) + " --write-capture " + capture).status, 0);
         const std::string expectation =
                 std::string(CINDRAL_SOURCE_DIR "/tests/replay/expectations/") + name + ".expect";
-        const Result result = run("check " + capture + " --expectation " + expectation);
+        const Result result =
+                run("check " + capture(name, arguments) + " --expectation " + expectation);
         EXPECT_EQ(result.status, 0) << result.out << result.err;
     }
 }
 
-TEST_F(Program, ChangedBehaviour_FailsTheCheckReadably) {
-    const std::string capture = path("session");
-    ASSERT_EQ(run("--write-capture " + capture).status, 0);
-    ASSERT_EQ(run("record " + capture).status, 0);
-    EXPECT_EQ(run("check " + capture).status, 0);
+TEST_F(Replay, ChangedBehaviour_FailsTheCheckReadably) {
+    const std::string captured = capture("session");
+    ASSERT_EQ(run("record " + captured).status, 0);
+    EXPECT_EQ(run("check " + captured).status, 0);
     const std::string recorded = read("session.expect");
     std::string changed = recorded;
     const std::string option = "vendor.perf.phr.enable=1";
     ASSERT_NE(changed.find(option), std::string::npos) << changed;
     changed.replace(changed.find(option) + option.size() - 1, 1, "0");
     file("session.expect", changed);
-    const Result result = run("check " + capture);
+    const Result result = run("check " + captured);
     EXPECT_EQ(result.status, 4);
     EXPECT_NE(result.out.find("differences (- expected, + sent, ~ moved)"), std::string::npos);
     EXPECT_NE(result.out.find("perf_hint(4166"), std::string::npos) << result.out;
     EXPECT_LT(std::count(result.out.begin(), result.out.end(), '\n'), 30);
     file("session.expect", recorded.substr(0, recorded.size() - 10));
-    EXPECT_EQ(run("check " + capture).status, 2) << "cut off";
+    EXPECT_EQ(run("check " + captured).status, 2) << "cut off";
 }
 
 }  // namespace

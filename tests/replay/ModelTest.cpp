@@ -1,19 +1,20 @@
 // The modelled loop: rules that hold in every run of it.
 
 #include "replay/play/Work.h"
-#include "tests/replay/Program.h"
+#include "tests/replay/Replay.h"
 
 namespace {
 
 using nlohmann::json;
 
-TEST_F(Program, ModelledLoop_NeverDeliversAFrameThatTookNoTime) {
+TEST_F(Replay, ModelledLoop_NeverDeliversAFrameThatTookNoTime) {
     // As captured, a thread that comes back late finds frames that were due long ago.
-    EXPECT_GT(jsonOf("")["figures"]["zero_render_times"], 0);
-    for (const char* arguments :
+    const std::string captured = capture("captured");
+    EXPECT_GT(jsonOf(captured)["figures"]["zero_render_times"], 0);
+    for (const char* options :
          {"--model", "--model --work since-free", "--model --work percent:80 --buffers 4",
-          "--model --work fixed:0.2 --buffers 5", "--workload light --refresh 120",
-          "--model --boost-speedup 1000"}) {
+          "--model --work fixed:0.2 --buffers 5", "--model --boost-speedup 1000"}) {
+        const std::string arguments = captured + " " + options;
         const json run = jsonOf(arguments);
         ASSERT_GT(run["frames"].size(), 1000u) << arguments;
         EXPECT_GT(run["figures"]["frames_held"], 0) << arguments;
@@ -30,7 +31,7 @@ TEST_F(Program, ModelledLoop_NeverDeliversAFrameThatTookNoTime) {
     }
 }
 
-TEST_F(Program, ModelledLoop_ShowsEveryBufferOnceAndOneAVsync) {
+TEST_F(Replay, ModelledLoop_ShowsEveryBufferOnceAndOneAVsync) {
     const json run = jsonOf("--workload bursts --refresh 90");
     const int64_t period = run["refresh"]["period_ns"];
     int64_t previous = -period;
@@ -46,7 +47,7 @@ TEST_F(Program, ModelledLoop_ShowsEveryBufferOnceAndOneAVsync) {
 
 // Without the library a game that runs ahead is held by its buffers alone: each one more makes a
 // frame wait one vsync longer.
-TEST_F(Program, ModelledLoop_WithoutTheLibraryEachBufferCostsAVsyncOfLatency) {
+TEST_F(Replay, ModelledLoop_WithoutTheLibraryEachBufferCostsAVsyncOfLatency) {
     double previous = 0;
     for (const int buffers : {2, 3, 4}) {
         const json figures =
@@ -64,7 +65,7 @@ TEST_F(Program, ModelledLoop_WithoutTheLibraryEachBufferCostsAVsyncOfLatency) {
     }
 }
 
-TEST_F(Program, HintEffects_ChangeFramesOnlyAsFarAsStated) {
+TEST_F(Replay, HintEffects_ChangeFramesOnlyAsFarAsStated) {
     const std::string heavy = "--workload heavy --frames 600";
     const auto fps = [&](const std::string& effects) {
         return jsonOf(heavy + effects).at("figures").at("frames_per_second").get<double>();

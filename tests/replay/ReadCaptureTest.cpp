@@ -50,15 +50,9 @@ void expectSame(const Capture& read, const Capture& made) {
     }
 }
 
-Samples shortSession(size_t samples = 400) {
-    Samples session = modelledSession();
-    session.resize(samples);
-    return session;
-}
-
-TEST(ReadCapture, TheSameSession_IsTheSameCaptureInEveryFormat) {
-    const Capture made = modelledCapture();
-    for (const NamedCapture& file : inEveryFormat(modelledSession())) {
+TEST(ReadCapture, TheSameGame_IsTheSameCaptureInEveryFormat) {
+    const Capture made = read(ftraceOf(gameSamples()));
+    for (const NamedCapture& file : inEveryFormat(gameSamples())) {
         SCOPED_TRACE(file.name);
         expectSame(read(file.bytes), made);
     }
@@ -66,8 +60,8 @@ TEST(ReadCapture, TheSameSession_IsTheSameCaptureInEveryFormat) {
 
 // Cut anywhere, a capture yields what was whole, says so in one line, and invents nothing.
 TEST(ReadCapture, CutOffCaptures_AreUsedAsFarAsTheyGo) {
-    const Capture made = modelledCapture();
-    for (const NamedCapture& file : inEveryFormat(modelledSession())) {
+    const Capture made = read(ftraceOf(gameSamples()));
+    for (const NamedCapture& file : inEveryFormat(gameSamples())) {
         for (const size_t tenths : {5, 9}) {
             SCOPED_TRACE(std::string(file.name) + " " + std::to_string(tenths));
             const Capture part = read(file.bytes.substr(0, file.bytes.size() * tenths / 10));
@@ -108,7 +102,7 @@ std::string shifted(const std::string& page, const char* mark, size_t position) 
 TEST(ReadCapture, Pages_MayHaveTheirMarksAnywhereBetweenTwoPieces) {
     constexpr size_t kPieceBytes = 64 * 1024;
     constexpr size_t kTagBytes = 512;
-    const std::string text = ftraceOf(shortSession(12));
+    const std::string text = ftraceOf(gameSamples(4));
     const std::string events = text.substr(text.find("FUNCTION\n") + 9);
     const std::string page = pageOf(text);
     const std::string oldest = oldestPageOf("# tracer: nop\n" + events);
@@ -130,13 +124,13 @@ TEST(ReadCapture, Pages_MayHaveTheirMarksAnywhereBetweenTwoPieces) {
 }
 
 TEST(ReadCapture, GzipInPieces_IsOneFile) {
-    const std::string text = ftraceOf(shortSession());
+    const std::string text = ftraceOf(gameSamples(130));
     const size_t half = text.size() / 2;
     expectSame(read(gzipOf(text.substr(0, half)) + gzipOf(text.substr(half))), read(text));
 }
 
 TEST(ReadCapture, DamageInTheMiddle_CostsOnlyWhatItHit) {
-    const Samples samples = shortSession();
+    const Samples samples = gameSamples(130);
     const std::string whole = ftraceOf(samples);
     const size_t middle = whole.find('\n', whole.size() / 2) + 1;
     const auto broken = [&](const std::string& inserted) {
@@ -147,7 +141,7 @@ TEST(ReadCapture, DamageInTheMiddle_CostsOnlyWhatItHit) {
             {"B|1|a name with\na line break\n\n", "not an ftrace event"},
             {std::string(300'000, 'x') + "\n", "too long"},
             {event + "C|1|VSYNC-sf|\n", "\"VSYNC-sf\" has no whole number"},
-            {event + "C|612|" + samples[0].name + "|65\n", "0 to 64"},
+            {event + "C|612|" + samples[1].name + "|65\n", "0 to 64"},
             {"a-1 [000] .... 999999999.0: tracing_mark_write: C|1|VSYNC-sf|1\n", "hours"},
     };
     const Capture made = read(whole);
@@ -177,7 +171,7 @@ std::string packedPacket(const std::string& packets) {
 }
 
 TEST(ReadCapture, DamageWithinPackedPackets_CountsForTheOuterOne) {
-    const std::string trace = perfettoOf(shortSession(), PacketPacking::kZstd);
+    const std::string trace = perfettoOf(gameSamples(130), PacketPacking::kZstd);
     const std::string cutOff = packedPacket("\x0a\x7f\x01");
     const Capture made = read(trace);
     const std::pair<std::string, const char*> kDamages[] = {
@@ -196,16 +190,17 @@ TEST(ReadCapture, DamageWithinPackedPackets_CountsForTheOuterOne) {
 }
 
 TEST(ReadCapture, EventsThatTheKernelLost_AreReported) {
-    EXPECT_EQ(
-            read(ftraceOf(shortSession()) + "CPU:2 [LOST 53 EVENTS]\nCPU:0 [LOST 4 EVENTS]\n").lost,
-            "57 events lost by the kernel");
+    EXPECT_EQ(read(ftraceOf(gameSamples(130)) + "CPU:2 [LOST 53 EVENTS]\nCPU:0 [LOST 4 EVENTS]\n")
+                      .lost,
+              "57 events lost by the kernel");
     const std::string bundleWithLoss("\x0a\x04\x0a\x02\x18\x01", 6);
-    const Capture capture = read(perfettoOf(shortSession(), PacketPacking::kNone) + bundleWithLoss);
+    const Capture capture =
+            read(perfettoOf(gameSamples(130), PacketPacking::kNone) + bundleWithLoss);
     EXPECT_EQ(capture.lost, "the kernel lost events in 1 place, it does not say how many");
 }
 
 TEST(ReadCapture, WhatIsNoCapture_IsRefusedInOneLine) {
-    const std::string ftrace = ftraceOf(shortSession());
+    const std::string ftrace = ftraceOf(gameSamples(130));
     std::string sevenTimes = ftrace;
     for (int i = 0; i < 7; ++i) sevenTimes = gzipOf(sevenTimes);
     const std::string endless = gzipOf(std::string(40'000'000, '\n'));
@@ -239,7 +234,7 @@ TEST(ReadCapture, WhatIsNoCapture_IsRefusedInOneLine) {
 }
 
 TEST(ReadCapture, FurtherCapturesInAnArchive_AreNamed) {
-    const std::string ftrace = ftraceOf(shortSession());
+    const std::string ftrace = ftraceOf(gameSamples(130));
     const Capture capture =
             read(zipOf({{"first.ftrace", ftrace}, {"readme", "hello"}, {"second.ftrace", ftrace}}));
     EXPECT_EQ(capture.lost, "1 further capture in it not read, \"second.ftrace\"");

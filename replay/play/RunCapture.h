@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "replay/capture/ModelledSession.h"
+#include "replay/capture/FtraceWriter.h"
 #include "replay/play/Run.h"
 
 namespace replay {

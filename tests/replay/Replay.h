@@ -13,7 +13,11 @@ struct Result {
     std::string err;
 };
 
-class Program : public testing::Test {
+inline bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+class Replay : public testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;
@@ -25,6 +29,8 @@ class Program : public testing::Test {
     Result run(const std::string& arguments, const std::string& output = "") const;
     // The object of a run with everything in it.
     nlohmann::json jsonOf(const std::string& arguments) const;
+    // The path of what tracing would show of a workload without the library.
+    std::string capture(const std::string& name, const std::string& arguments = "") const;
 
     std::string mFolder;
 };

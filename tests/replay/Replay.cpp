@@ -1,4 +1,4 @@
-#include "tests/replay/Program.h"
+#include "tests/replay/Replay.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,26 +17,26 @@ std::string textOf(const std::string& name) {
 
 }  // namespace
 
-void Program::SetUp() {
+void Replay::SetUp() {
     char pattern[] = "/tmp/cindral-replay-test-XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     mFolder = pattern;
 }
 
-void Program::TearDown() {
+void Replay::TearDown() {
     std::system(("rm -rf " + mFolder).c_str());
 }
 
-std::string Program::file(const std::string& name, const std::string& text) const {
+std::string Replay::file(const std::string& name, const std::string& text) const {
     std::ofstream(path(name)) << text;
     return path(name);
 }
 
-std::string Program::read(const std::string& name) const {
+std::string Replay::read(const std::string& name) const {
     return textOf(path(name));
 }
 
-Result Program::run(const std::string& arguments, const std::string& output) const {
+Result Replay::run(const std::string& arguments, const std::string& output) const {
     const std::string out = output.empty() ? path("out") : output;
     const std::string command =
             CINDRAL_REPLAY " " + arguments + " >" + out + " 2>" + path("err") + " </dev/null";
@@ -48,8 +48,14 @@ Result Program::run(const std::string& arguments, const std::string& output) con
     return result;
 }
 
-nlohmann::json Program::jsonOf(const std::string& arguments) const {
+nlohmann::json Replay::jsonOf(const std::string& arguments) const {
     const Result result = run(arguments + " --json - --json-events");
     EXPECT_EQ(result.status, 0) << result.err;
     return nlohmann::json::parse(result.out, nullptr, false);
+}
+
+std::string Replay::capture(const std::string& name, const std::string& arguments) const {
+    const Result result = run("--no-library --write-capture " + path(name) + " " + arguments);
+    EXPECT_EQ(result.status, 0) << result.err;
+    return path(name);
 }

@@ -1,4 +1,4 @@
-#include "replay/play/WorkloadCapture.h"
+#include "replay/play/RunCapture.h"
 
 namespace replay {
 

@@ -1,9 +1,10 @@
-// The program as its user runs it.
+// The program as its user runs it: what it takes, refuses and leaves behind.
 
 #include <algorithm>
+#include <fstream>
 #include <string>
 
-#include "tests/replay/Program.h"
+#include "tests/replay/Replay.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ std::string layerEvents(const std::string& package) {
            event("1.020000", counter, 0);
 }
 
-TEST_F(Program, BadInput_GivesOneLineAndStatusTwo) {
+TEST_F(Replay, BadInput_GivesOneLineAndStatusTwo) {
     const std::string garbage = file("garbage", "# fine\nnot a trace\n");
     const std::string one = file("one", layerEvents("a.b"));
     const std::string two = file("two", layerEvents("a.b") + layerEvents("c.d"));
@@ -35,23 +36,36 @@ TEST_F(Program, BadInput_GivesOneLineAndStatusTwo) {
             {two + " --refresh 60",
              "SurfaceView[a.b/.Main](BLAST)#0, SurfaceView[c.d/.Main](BLAST)#0"},
             {two + " --refresh 60 --layer SurfaceView", "choose one layer"},
-            {"--set vendor.perf.phr.enable=2", "give 0 or 1"},
             {"--set", "--set"},
+            {"--set vendor.perf.phr.enabled=1", "did you mean vendor.perf.phr.enable?"},
+            {"--set vendor.perf.phr.enable=on", "0 or 1"},
+            {"--set vendor.perf.phr.enable=2", "give 0 or 1"},
+            {"--set vendor.perf.pfar2.boost_level=5", "whole number from 0 to 4"},
+            {"--set vendor.perf.pfar2.boost_level=1.5", "whole number from 0 to 4"},
+            {"--set vendor.perf.pfar2.hgpe.max_neboost=30", "whole number from -100 to 0"},
+            {"--set vendor.perf.phr.hr_min_rate=half", "number from 0 to 1"},
+            {"--set vendor.perf.phr.hr_min_rate=nan", "number from 0 to 1"},
+            {"--set ro.vendor.perf.zgpe=True", "true or false"},
+            {"--set vendor.perf.phr.enable", "PROPERTY=VALUE"},
+            {"--set =1", "PROPERTY=VALUE"},
             {"--cpu-cost -1", "--cpu-cost"},
             {"--frobnicate", "--frobnicate"},
             {one + " " + two + " --log", "show one run"},
             {one + " " + two + " --report " + path("x"), "one capture"},
             {"--log --compare none", "show one run"},
             {"--trace " + path("x.txt"), ".pftrace"},
-            {"--work interval", "belong to --model"},
-            {"--model --work longest", "shortest-after-stall"},
-            {"--model --work percent:120", "at most 100"},
-            {"--model --work fixed:-1", "above 0"},
-            {"--model --buffers 1", "--buffers"},
+            {one + " --work interval", "belong to --model"},
+            {one + " --model --work longest", "shortest-after-stall"},
+            {one + " --model --work percent:120", "at most 100"},
+            {one + " --model --work fixed:-1", "above 0"},
+            {"--work interval", "a workload says itself"},
+            {"--buffers 1", "--buffers"},
+            {"--list-layers", "for captures"},
+            {"--compare captured", "always modelled"},
             {"--workload sloth", "steady"},
             {"--workload steady " + one, "leave"},
+            {"--frames 9 " + one, "--workload"},
             {"--workload steady --refresh 0", "--refresh"},
-            {"--frames 9", "--workload"},
             {"--compare ''", "no change"},
             {"--compare 'off: phr=no'", "on or off"},
             {"--compare library", "give PROPERTY=VALUE"},
@@ -70,29 +84,31 @@ TEST_F(Program, BadInput_GivesOneLineAndStatusTwo) {
         EXPECT_EQ(result.out, "");
         EXPECT_EQ(result.err.rfind("cindral-replay: ", 0), 0u) << result.err;
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-        EXPECT_NE(result.err.find(expected), std::string::npos) << result.err;
+        EXPECT_TRUE(has(result.err, expected)) << result.err;
     }
 }
 
-TEST_F(Program, OutputThatCannotBeWritten_IsAnError) {
-    for (const char* arguments :
-         {"", "--timeline", "--list-layers", "--help", "--version", "--compare none", "--json -"}) {
+TEST_F(Replay, OutputThatCannotBeWritten_IsAnError) {
+    const std::string captured = capture("captured", "--frames 60");
+    for (const std::string& arguments :
+         {std::string("--frames 60"), captured + " --list-layers", std::string("--help"),
+          std::string("--version"), std::string("--compare none"), std::string("--json -")}) {
         const Result result = run(arguments, "/dev/full");
         EXPECT_EQ(result.status, 1) << arguments;
-        EXPECT_NE(result.err.find("standard output"), std::string::npos) << arguments << result.err;
+        EXPECT_TRUE(has(result.err, "standard output")) << arguments << result.err;
     }
     EXPECT_EQ(run("--write-capture /dev/full").status, 1);
-    for (const char* option : {"--write-capture", "--json", "--report"}) {
-        const std::string arguments = std::string(option) + " " + path("no/such/folder");
-        EXPECT_EQ(run(arguments).status, 1) << arguments;
+    for (const char* option : {"--write-capture ", "--json ", "--report "}) {
+        EXPECT_EQ(run(option + path("no/such/folder")).status, 1) << option;
     }
 }
 
-TEST_F(Program, TwoRuns_AreByteForByteTheSame) {
-    for (const char* arguments :
-         {"--log", "--timeline --cpu-cost 1500", "--model --timeline",
-          "--workload bursts --boost-speedup 20 --negative-slowdown 50 --log",
-          "--compare none --compare phr=off", "--work all --model"}) {
+TEST_F(Replay, TwoRuns_AreByteForByteTheSame) {
+    const std::string captured = capture("captured", "--frames 600");
+    for (const std::string& arguments :
+         {captured + " --log", captured + " --timeline --cpu-cost 1500",
+          std::string("--workload bursts --boost-speedup 20 --negative-slowdown 50 --log"),
+          std::string("--compare none --compare phr=off"), captured + " --work all --model"}) {
         const Result first = run(arguments);
         EXPECT_EQ(first.status, 0) << arguments << first.err;
         EXPECT_GT(first.out.size(), 500u) << arguments;
@@ -100,20 +116,7 @@ TEST_F(Program, TwoRuns_AreByteForByteTheSame) {
     }
 }
 
-TEST_F(Program, WrittenCapture_ReplaysLikeTheModelledSession) {
-    ASSERT_EQ(run("--write-capture " + path("model")).status, 0);
-    // All but the first rows, which name the source.
-    const auto afterSource = [](const std::string& text) {
-        const size_t layer = text.find("  layer ");
-        return layer == std::string::npos ? "no layer row" : text.substr(layer);
-    };
-    EXPECT_TRUE(afterSource(run(path("model") + " --timeline").out) ==
-                afterSource(run("--timeline").out));
-    EXPECT_NE(run(path("model") + " --list-layers").out.find("SurfaceView[com.example.game/"),
-              std::string::npos);
-}
-
-TEST_F(Program, EveryProperty_ChangesWhatIsShown) {
+TEST_F(Replay, EveryProperty_ChangesWhatIsShown) {
     const auto shown = [&](const std::string& arguments) {
         nlohmann::json run = jsonOf("--workload bursts --frames 600 " + arguments);
         run.erase("conditions");
@@ -128,7 +131,7 @@ TEST_F(Program, EveryProperty_ChangesWhatIsShown) {
     const nlohmann::json usual = shown("");
     for (const char* change :
          {"ro.vendor.perf.zgpe=false", "vendor.perf.cindral.debug=0",
-          "vendor.perf.pfar2.boost_level=3", "vendor.perf.pfar2.disable_core_ctl=0",
+          "vendor.perf.pfar2.boost_level=4", "vendor.perf.pfar2.disable_core_ctl=0",
           "vendor.perf.pfar2.disable_pl=0", "vendor.perf.pfar2.enable=0",
           "vendor.perf.pfar2.hgpe.enable=0", "vendor.perf.pfar2.hgpe.max_neboost=-10",
           "vendor.perf.pfar2.hgpe.max_rendertime=70", "vendor.perf.phr.enable=0",
@@ -145,28 +148,40 @@ double figure(const std::string& summary, const std::string& label) {
     return std::atof(summary.c_str() + summary.find_first_of("0123456789", row + 4 + label.size()));
 }
 
-TEST_F(Program, ModelledSession_ShowsEveryKindOfHelp) {
-    const Result result = run("");
-    ASSERT_EQ(result.status, 0) << result.err;
-    EXPECT_NE(result.out.find("[GFAR:1][PHR:1]"), std::string::npos);
-    for (const char* label : {"checkpoint 1", "checkpoint 2", "checkpoint 3", "releases",
-                              "time boosted", "frames held", "PL off", "core control off",
-                              "frame regulator on", "headroom regulator on", "negative releases"}) {
-        EXPECT_GE(figure(result.out, label), label == std::string("negative releases") ? 0 : 0.001)
-                << label << "\n"
-                << result.out;
+TEST_F(Replay, WithoutACapture_ShowsEveryKindOfHelpAndWhatSwitchesItOff) {
+    const std::string all = run("").out;
+    EXPECT_TRUE(has(all, "[GFAR:1][PHR:1]"));
+    for (const char* label :
+         {"checkpoint 1", "checkpoint 2", "checkpoint 3", "releases", "time boosted", "frames held",
+          "PL off", "core control off", "frame regulator on", "headroom regulator on",
+          "negative boosts", "negative releases"}) {
+        EXPECT_GT(figure(all, label), 0) << label << "\n" << all;
     }
-}
-
-TEST_F(Program, SwitchedOffFeatures_DoNothing) {
     const std::string noPhr = run("--set vendor.perf.phr.enable=0").out;
     EXPECT_EQ(figure(noPhr, "frames held"), 0) << noPhr;
     EXPECT_GT(figure(noPhr, "checkpoint 2"), 0) << noPhr;
     const std::string nothing =
             run("--set vendor.perf.phr.enable=0 --set vendor.perf.pfar2.enable=0").out;
-    EXPECT_NE(nothing.find("[GFAR:0][PHR:0]"), std::string::npos) << nothing;
+    EXPECT_TRUE(has(nothing, "[GFAR:0][PHR:0]")) << nothing;
     EXPECT_EQ(figure(nothing, "checkpoint 2"), 0) << nothing;
-    EXPECT_NE(nothing.find("environment built       never"), std::string::npos) << nothing;
+    EXPECT_TRUE(has(nothing, "environment built       never")) << nothing;
+}
+
+TEST_F(Replay, SeveralCaptures_GiveOneTableAndOneObjectEachDespiteABrokenOne) {
+    const std::string captures = capture("one", "--frames 600") + " " + file("three", "x\n") + " " +
+                                 capture("two", "--workload tight --frames 300");
+    const Result result =
+            run(captures + " --compare 'alone: none' --jobs 3 --json " + path("runs.jsonl"));
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(has(result.err, path("three"))) << result.err;
+    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 7) << result.out;
+    EXPECT_TRUE(has(result.out, "failed")) << result.out;
+    std::ifstream lines(path("runs.jsonl"));
+    std::vector<std::string> settings;
+    for (std::string line; std::getline(lines, line);) {
+        settings.push_back(nlohmann::json::parse(line).at("setting"));
+    }
+    EXPECT_EQ(settings, (std::vector<std::string>{"as given", "alone", "as given", "alone"}));
 }
 
 }  // namespace
