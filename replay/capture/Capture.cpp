@@ -23,6 +23,8 @@ constexpr size_t kMaxNamedCounters = 4;
 constexpr double kMinRefreshHz = 20;
 constexpr double kMaxRefreshHz = 500;
 constexpr double kRefreshTolerance = 0.02;
+// Hardware vsyncs come in bursts of a few.
+constexpr int kBeatsThatTell = 3;
 
 constexpr std::string_view kVsyncCounters[] = {"VSYNC-sf", "VSYNC-app", "VSYNC-appSf"};
 constexpr size_t kMaxVsyncChars = 256;  // a display's number follows
@@ -67,6 +69,22 @@ bool isPlausible(int64_t periodNs) {
     return rateOf(periodNs) >= kMinRefreshHz && rateOf(periodNs) <= kMaxRefreshHz;
 }
 
+// The other counters may show vsyncs where this one has none.
+std::optional<Refresh> refreshOf(const Capture& capture, const VsyncCounter& counter) {
+    return measureRefresh(counter.timesNs, [&](int64_t beginNs, int64_t endNs, int64_t periodNs) {
+        for (const VsyncCounter& other : capture.vsyncs) {
+            int seen = 0;
+            for (size_t i = 1; i < other.timesNs.size(); ++i) {
+                const int64_t intervalNs = other.timesNs[i] - other.timesNs[i - 1];
+                const bool within = other.timesNs[i - 1] >= beginNs && other.timesNs[i] <= endNs;
+                const bool isBeat = 5 * std::abs(intervalNs - periodNs) < periodNs;
+                if (within && isBeat && ++seen >= kBeatsThatTell) return true;
+            }
+        }
+        return false;
+    });
+}
+
 [[noreturn]] void failAsTooBig() {
     throw InputError("more than " + std::to_string(kMaxSamples) + " events or " +
                      std::to_string(kMaxCounters) +
@@ -81,10 +99,16 @@ std::string namesOf(const std::vector<VsyncCounter>& counters) {
     return joined(names) + (more ? " and more" : "");
 }
 
-void checkRefresh(int64_t measuredNs, const std::string& source, double refreshHz) {
-    const double measuredHz = rateOf(measuredNs);
-    if (std::abs(measuredHz - refreshHz) <= kRefreshTolerance * measuredHz) return;
-    throw InputError(format("--refresh %g: the capture shows %.2f Hz", refreshHz, measuredHz) +
+void checkRefresh(const Refresh& measured, const std::string& source, double refreshHz) {
+    const auto isMeant = [&](int64_t periodNs) {
+        return std::abs(rateOf(periodNs) - refreshHz) <= kRefreshTolerance * rateOf(periodNs);
+    };
+    if (isMeant(measured.periodNs)) return;
+    for (const RateChange& change : measured.changes) {
+        if (isMeant(change.periodNs)) return;
+    }
+    throw InputError(format("--refresh %g: the capture shows %.2f Hz", refreshHz,
+                               rateOf(measured.periodNs)) +
                      " (" + source + "); leave --refresh out to use that");
 }
 
@@ -262,11 +286,11 @@ VsyncTrack vsyncTrack(const Capture& capture, std::optional<double> refreshHz) {
                 format("--refresh: give a rate from %g to %g Hz", kMinRefreshHz, kMaxRefreshHz));
     }
     for (const VsyncCounter& counter : capture.vsyncs) {
-        const std::optional<int64_t> measured = measurePeriodNs(counter.timesNs);
-        if (!measured || !isPlausible(*measured)) continue;
+        const std::optional<Refresh> measured = refreshOf(capture, counter);
+        if (!measured || !isPlausible(measured->periodNs)) continue;
         if (refreshHz) checkRefresh(*measured, counter.name, *refreshHz);
         VsyncTrack track{*measured, {}, counter.name, 0};
-        track.timesNs = continueVsyncs(counter.timesNs, *measured, 0, capture.durationNs);
+        track.timesNs = continueVsyncs(counter.timesNs, track, 0, capture.durationNs);
         track.continued = track.timesNs.size() - counter.timesNs.size();
         return track;
     }
@@ -276,9 +300,10 @@ VsyncTrack vsyncTrack(const Capture& capture, std::optional<double> refreshHz) {
                          "VSYNC-app, VSYNC-appSf and HW_VSYNC_*, found " +
                          namesOf(capture.vsyncs) + "; say it with --refresh HZ");
     }
-    VsyncTrack track{
-            std::llround(static_cast<double>(kNsPerSecond) / *refreshHz), {}, "--refresh", 0};
-    track.timesNs = continueVsyncs({}, track.periodNs, 0, capture.durationNs);
+    VsyncTrack track;
+    track.periodNs = std::llround(static_cast<double>(kNsPerSecond) / *refreshHz);
+    track.source = "--refresh";
+    track.timesNs = continueVsyncs({}, track, 0, capture.durationNs);
     track.continued = track.timesNs.size();
     return track;
 }

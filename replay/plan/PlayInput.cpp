@@ -25,7 +25,7 @@ VsyncTrack displayOf(double refreshHz, int64_t durationNs) {
     }
     VsyncTrack track;
     track.periodNs = std::llround(1e9 / refreshHz);
-    track.timesNs = continueVsyncs({}, track.periodNs, 0, durationNs);
+    track.timesNs = continueVsyncs({}, track, 0, durationNs);
     track.source = "--refresh";
     return track;
 }

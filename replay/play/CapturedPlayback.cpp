@@ -24,6 +24,7 @@ class CapturedPlayback : public Playback {
     }
     void compose() override {
         for (const ConsumeEvent& event : mLayer.consumes) consumeAt(event.timeNs, event.pending);
+        tellRates(lengthNs());
     }
     void beat() override {
         for (const int64_t timeNs : mVsyncs.timesNs) vsyncAt(timeNs);

@@ -77,7 +77,7 @@ class ModelledPlayback : public Playback {
         const int64_t workNs =
                 std::accumulate(mModel.workNs.begin(), mModel.workNs.end(), int64_t{0});
         const auto frames = static_cast<int64_t>(mModel.workNs.size());
-        return workNs * slowestShare() + frames * kPeriodsPerFrame * mVsyncs.periodNs;
+        return workNs * slowestShare() + frames * kPeriodsPerFrame * mVsyncs.longestPeriodNs();
     }
 
     void onSeen(const device::Event& event) override {
@@ -114,6 +114,7 @@ class ModelledPlayback : public Playback {
     void compose() override {
         for (size_t i = 0;; ++i) {
             const int64_t timeNs = vsyncTimeNs(i) + mModel.latchDelayNs;
+            tellRates(timeNs);
             waitUntil(timeNs);
             if (mQueue.isDrained()) return;
             if (const std::optional<int> pending = mQueue.latch()) consumeAt(timeNs, *pending);
@@ -134,7 +135,7 @@ class ModelledPlayback : public Playback {
         if (index < times.size()) return times[index];
         const int64_t last = times.empty() ? 0 : times.back();
         const size_t known = times.empty() ? 0 : times.size() - 1;
-        return last + static_cast<int64_t>(index - known) * mVsyncs.periodNs;
+        return last + static_cast<int64_t>(index - known) * mVsyncs.periodAt(last);
     }
 
     const ModelOptions mModel;

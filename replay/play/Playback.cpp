@@ -62,14 +62,27 @@ void Playback::compositor() {
     deliver(events, FedEvent::Kind::kInit, -kLeadNs, [&] {
         if (mLibrary) events.back().value = mLibrary->init();
     });
-    deliver(events, FedEvent::Kind::kVsyncPeriod, -kLeadNs, [&] {
-        events.back().value = mVsyncs.periodNs;
-        if (mLibrary) mLibrary->setVsyncPeriod(static_cast<long>(mVsyncs.periodNs));
-    });
+    tellPeriod(-kLeadNs, mVsyncs.periodNs);
     compose();
 }
 
+void Playback::tellPeriod(int64_t timeNs, int64_t periodNs) {
+    deliver(mCompositorEvents, FedEvent::Kind::kVsyncPeriod, timeNs, [&] {
+        mCompositorEvents.back().value = periodNs;
+        if (mLibrary) mLibrary->setVsyncPeriod(static_cast<long>(periodNs));
+    });
+}
+
+void Playback::tellRates(int64_t untilNs) {
+    for (; mRatesTold < mVsyncs.changes.size(); ++mRatesTold) {
+        const RateChange& change = mVsyncs.changes[mRatesTold];
+        if (change.timeNs > untilNs) return;
+        tellPeriod(change.timeNs, change.periodNs);
+    }
+}
+
 void Playback::consumeAt(int64_t timeNs, int pending) {
+    tellRates(timeNs);
     deliver(mCompositorEvents, FedEvent::Kind::kConsume, timeNs, [&] {
         mCompositorEvents.back().value = pending;
         if (mLibrary) mLibrary->trackBufferDecrement(mLayer.name.layer.c_str(), pending);

@@ -53,6 +53,8 @@ class Playback {
         queueAt(timeNs, [] {});
     }
     void consumeAt(int64_t timeNs, int pending);
+    // Tells the library each change of the display's rate that comes by then, at its time.
+    void tellRates(int64_t untilNs);
     void vsyncAt(int64_t timeNs);
 
     const LayerEvents& mLayer;
@@ -61,6 +63,7 @@ class Playback {
 
   private:
     void compositor();
+    void tellPeriod(int64_t timeNs, int64_t periodNs);
     template <typename Call>
     static void deliver(std::vector<FedEvent>& events, FedEvent::Kind kind, int64_t dueNs,
                         Call&& call);
@@ -68,6 +71,7 @@ class Playback {
     const device::ServiceLibraries mServices;
     std::unique_ptr<device::CindralLibrary> mLibrary;  // none: the calls go nowhere
     std::vector<FedEvent> mCompositorEvents;
+    size_t mRatesTold = 0;  // only the compositor
     std::vector<FedEvent> mProducerEvents;
     std::vector<FedEvent> mVsyncEvents;
     std::string mError;  // why the library could not be opened

@@ -121,9 +121,9 @@ TEST(VsyncTrack, Period_IsMeasuredThroughPausesJitterAndHalfRate) {
 }
 
 TEST(VsyncTrack, Pauses_AreContinuedAtThePeriodFromStartToEnd) {
-    EXPECT_EQ(continueVsyncs({25, 36, 75, 84}, 10, 0, 110),
+    EXPECT_EQ(continueVsyncs({25, 36, 75, 84}, Refresh{10, {}}, 0, 110),
               (Times{5, 15, 25, 36, 46, 56, 66, 75, 84, 94, 104}));
-    EXPECT_EQ(continueVsyncs({}, 10, 0, 20), (Times{0, 10, 20}));
+    EXPECT_EQ(continueVsyncs({}, Refresh{10, {}}, 0, 20), (Times{0, 10, 20}));
 }
 
 Capture vsyncCapture(const std::vector<std::pair<std::string, int>>& counters) {
