@@ -168,9 +168,12 @@ int64_t Refresh::periodAt(int64_t timeNs) const {
     return after == changes.begin() ? periodNs : (after - 1)->periodNs;
 }
 
-int64_t Refresh::longestPeriodNs() const {
-    int64_t longest = periodNs;
-    for (const RateChange& change : changes) longest = std::max(longest, change.periodNs);
+int64_t Refresh::longestPeriodNs(int64_t beginNs, int64_t endNs) const {
+    int64_t longest = periodAt(beginNs);
+    for (const RateChange& change : changes) {
+        const bool within = change.timeNs > beginNs && change.timeNs <= endNs;
+        if (within) longest = std::max(longest, change.periodNs);
+    }
     return longest;
 }
 

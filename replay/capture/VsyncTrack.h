@@ -23,7 +23,7 @@ struct Refresh {
     std::vector<RateChange> changes;  // in the order of time; most displays have none
 
     int64_t periodAt(int64_t timeNs) const;
-    int64_t longestPeriodNs() const;
+    int64_t longestPeriodNs(int64_t beginNs = INT64_MIN, int64_t endNs = INT64_MAX) const;
 };
 
 // The vsyncs to play and where they come from.

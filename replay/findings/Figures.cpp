@@ -24,6 +24,10 @@ double ifTold(const Findings& findings, double value) {
     return known ? value : std::numeric_limits<double>::quiet_NaN();
 }
 
+double percentOf(size_t part, size_t whole) {
+    return whole == 0 ? 0 : 100 * count(part) / count(whole);
+}
+
 double playedNs(const Findings& f) {
     return f.frames.empty()
                    ? 0.0
@@ -65,6 +69,18 @@ const std::vector<Figure>& figures() {
             {"played_s", "time to play them", "s", kLess,
              [](const F& f) { return playedNs(f) / 1e9; }},
             {"frames_per_second", "frames per second", "/s", kMore, framesPerSecond},
+            {"shown_in_time_percent", "shown in time", "%", kMore,
+             [](const F& f) { return percentOf(f.screen.inTime, f.frames.size()); }},
+            {"repeated_vsyncs", "vsyncs of an old picture", "", kLess,
+             [](const F& f) { return count(f.screen.repeated); }},
+            {"low_1_percent_fps", "1 % low", "/s", kMore,
+             [](const F& f) { return f.screen.onePercentLow; }},
+            {"low_0_1_percent_fps", "0.1 % low", "/s", kMore,
+             [](const F& f) { return f.screen.tenthPercentLow; }},
+            {"animation_error_mean_ms", "animation error, mean", "ms", kLess,
+             [](const F& f) { return f.screen.animationErrorNs.mean() / 1e6; }},
+            {"animation_error_p99_ms", "animation error p99", "ms", kLess,
+             [](const F& f) { return toMs(f.screen.animationErrorNs.p99); }},
             {"late_frames", "late frames", "", kLess, [](const F& f) { return count(f.late[0]); }},
             {"late_frames_over_1_vsync", "late by > 1 vsync", "", kLess,
              [](const F& f) { return count(f.late[1]); }},

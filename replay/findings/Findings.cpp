@@ -3,8 +3,8 @@
 #include "replay/base/Statistics.h"
 #include "replay/findings/FrameFindings.h"
 #include "replay/findings/Narrator.h"
+#include "replay/findings/Never.h"
 #include "replay/findings/ServiceFindings.h"
-#include "tracker/FrameRules.h"
 
 namespace replay {
 
@@ -28,10 +28,10 @@ void addInput(Findings& findings, const Capture& capture, const LayerEvents& lay
     findings.durationNs = capture.durationNs;
     findings.capturedFrames = layer.queueTimesNs.size();
     findings.capturedLatches = layer.consumes.size();
+    findings.capturedReplaced = layer.replacedTimesNs.size();
     findings.capturedIntervalsNs = differences(layer.queueTimesNs);
-    findings.periodNs = vsyncs.periodNs;
+    findings.refresh = vsyncs;
     findings.refreshSource = vsyncs.source;
-    findings.displayClass = android::cindral::displayClassOf(vsyncs.periodNs);
     findings.continuedVsyncs = vsyncs.continued;
 }
 
@@ -62,6 +62,7 @@ Findings findingsOf(const Capture& capture, const LayerEvents& layer, const Vsyn
     }
     addFrames(findings, run, layer.pendingAtStart);
     addLibrary(findings, run);
+    addNever(findings, run);
     return findings;
 }
 

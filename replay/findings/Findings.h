@@ -38,9 +38,9 @@ struct Findings {
     int64_t endNs = 0;       // the library was unloaded
     size_t capturedFrames = 0;
     size_t capturedLatches = 0;
-    int64_t periodNs = 0;
+    size_t capturedReplaced = 0;  // buffers that a newer one replaced before they were shown
+    Refresh refresh;
     std::string refreshSource;
-    int displayClass = 0;  // 0: a display that the library does not serve
     size_t continuedVsyncs = 0;
     std::vector<int64_t> vsyncsNs;
     std::vector<int64_t> capturedIntervalsNs;  // of the queued buffers, as captured
@@ -54,8 +54,12 @@ struct Findings {
     std::optional<int64_t> environmentNs;  // it began to build its environment for the layer
     Regulator frameRegulator;
     Regulator headroomRegulator;
+    Never never;
 
-    // How the frames did. `late[n]` counts frames that were late by more than n vsyncs: their
+    // What the player saw.
+    Screen screen;
+
+    // How the frames did, by the library's own notion. `late[n]` counts frames that were late by more than n vsyncs: their
     // interval exceeds (n + 1) periods by more than the library's 2 ms tolerance.
     std::vector<Frame> frames;
     std::array<size_t, kLateClasses> late{};

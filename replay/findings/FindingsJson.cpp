@@ -27,11 +27,19 @@ Json listOf(const List& list, Convert&& convert) {
 }
 
 Json toJson(const Frame& frame) {
-    return {{"due_ns", frame.dueNs},           {"queued_ns", frame.queuedNs},
-            {"returned_ns", frame.returnedNs}, {"latched_ns", timeOrNull(frame.latchedNs)},
-            {"interval_ns", frame.intervalNs}, {"render_ns", frame.renderNs},
-            {"pending", frame.pending},        {"late", frame.late},
-            {"late_vsyncs", frame.lateVsyncs}, {"hold", toString(frame.hold)}};
+    return {{"due_ns", frame.dueNs},
+            {"queued_ns", frame.queuedNs},
+            {"returned_ns", frame.returnedNs},
+            {"latched_ns", timeOrNull(frame.latchedNs)},
+            {"shown_ns", timeOrNull(frame.shownNs)},
+            {"shown_late_vsyncs", frame.shownLateVsyncs},
+            {"period_ns", frame.periodNs},
+            {"interval_ns", frame.intervalNs},
+            {"render_ns", frame.renderNs},
+            {"pending", frame.pending},
+            {"late", frame.late},
+            {"late_vsyncs", frame.lateVsyncs},
+            {"hold", toString(frame.hold)}};
 }
 
 Json toJson(const BoostRecord& boost) {
@@ -87,6 +95,11 @@ Json figuresJson(const Findings& findings) {
 Json inputJson(const Findings& findings) {
     Json conditions = Json::object();
     for (const auto& [name, value] : findings.conditions) conditions[name] = value;
+    const Json changes = listOf(findings.refresh.changes, [](const RateChange& change) {
+        return Json{{"time_ns", change.timeNs},
+                    {"period_ns", change.periodNs},
+                    {"class", displayRateClass(change.periodNs)}};
+    });
     return {{"schema", kSchema},
             {"source", findings.source},
             {"layer", findings.layer},
@@ -96,12 +109,14 @@ Json inputJson(const Findings& findings) {
               {"duration_ns", findings.durationNs},
               {"frames", findings.capturedFrames},
               {"latches", findings.capturedLatches},
+              {"replaced", findings.capturedReplaced},
               {"damage", findings.damage}}},
             {"refresh",
-             {{"period_ns", findings.periodNs},
-              {"class", findings.displayClass},
+             {{"period_ns", findings.refresh.periodNs},
+              {"class", displayRateClass(findings.refresh.periodNs)},
               {"counter", findings.refreshSource},
-              {"continued_vsyncs", findings.continuedVsyncs}}},
+              {"continued_vsyncs", findings.continuedVsyncs},
+              {"changes", changes}}},
             {"end_ns", findings.endNs}};
 }
 
@@ -111,6 +126,15 @@ Json libraryJson(const Findings& findings) {
             {"debug", findings.debugSeen},
             {"environment_ns", timeOrNull(findings.environmentNs)},
             {"errors", findings.errors}};
+}
+
+Json neverJson(const Never& never) {
+    const auto reason = [](const std::string& text) { return text.empty() ? Json() : Json(text); };
+    return {{"frame_regulator", reason(never.frameRegulator)},
+            {"headroom_regulator", reason(never.headroomRegulator)},
+            {"negative_boost", reason(never.negativeBoost)},
+            {"pl_off", reason(never.plOff)},
+            {"core_control_off", reason(never.coreControlOff)}};
 }
 
 Json pingpongsJson(const Findings& findings) {
@@ -176,6 +200,7 @@ nlohmann::json toJson(const Findings& findings, Detail detail) {
     Json json = inputJson(findings);
     json["library"] = libraryJson(findings);
     json["figures"] = figuresJson(findings);
+    json["never"] = neverJson(findings.never);
     json["regulators"] = {{"frame", switchesJson(findings.frameRegulator)},
                           {"headroom", switchesJson(findings.headroomRegulator)}};
     json["pingpongs"] = pingpongsJson(findings);

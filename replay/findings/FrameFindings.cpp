@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "replay/base/Statistics.h"
+#include "replay/findings/Shown.h"
 
 namespace replay {
 
@@ -16,19 +17,22 @@ constexpr int64_t kMinHoldNs = 100'000;
 constexpr size_t kWorstShown = 10;
 constexpr int kStutterVsyncs = 2;
 
-Frame frameOf(const FedEvent& event, const std::vector<Frame>& before, int64_t periodNs) {
+Frame frameOf(const FedEvent& event, const std::vector<Frame>& before, const Refresh& refresh) {
     Frame frame;
     frame.dueNs = event.dueNs;
     frame.queuedNs = event.deliveredNs;
     frame.returnedNs = event.returnedNs;
+    frame.periodNs = refresh.periodAt(frame.queuedNs);
     if (before.empty()) return frame;
+    // A frame that the display's change met is not to blame for it.
+    frame.periodNs = refresh.longestPeriodNs(before.back().queuedNs, frame.queuedNs);
     frame.intervalNs = frame.queuedNs - before.back().queuedNs;
     frame.renderNs = frame.queuedNs - before.back().returnedNs;
-    const int64_t excessNs = frame.intervalNs - periodNs;
+    const int64_t excessNs = frame.intervalNs - frame.periodNs;
     frame.late = excessNs > kLateToleranceNs;
     // Exactly one more period and the tolerance is not yet late by more than one vsync.
     if (frame.late) {
-        frame.lateVsyncs = static_cast<int>((excessNs - kLateToleranceNs - 1) / periodNs);
+        frame.lateVsyncs = static_cast<int>((excessNs - kLateToleranceNs - 1) / frame.periodNs);
     }
     return frame;
 }
@@ -36,7 +40,7 @@ Frame frameOf(const FedEvent& event, const std::vector<Frame>& before, int64_t p
 void addLists(Findings& findings, const Run& run) {
     for (const FedEvent& event : run.fed) {
         if (event.kind == FedEvent::Kind::kQueue) {
-            findings.frames.push_back(frameOf(event, findings.frames, findings.periodNs));
+            findings.frames.push_back(frameOf(event, findings.frames, findings.refresh));
         } else if (event.kind == FedEvent::Kind::kVsync) {
             findings.vsyncsNs.push_back(event.dueNs);
         }
@@ -49,8 +53,9 @@ void addStutters(Findings& findings, const Run& run) {
         if (event.kind != FedEvent::Kind::kConsume) continue;
         if (previousNs) {
             const int64_t gapNs = event.deliveredNs - *previousNs;
-            const auto vsyncs =
-                    static_cast<int>((2 * gapNs + findings.periodNs) / (2 * findings.periodNs));
+            const int64_t periodNs =
+                    findings.refresh.longestPeriodNs(*previousNs, event.deliveredNs);
+            const auto vsyncs = static_cast<int>((2 * gapNs + periodNs) / (2 * periodNs));
             if (vsyncs >= kStutterVsyncs) findings.stutters.push_back({event.deliveredNs, vsyncs});
         }
         previousNs = event.deliveredNs;
@@ -73,7 +78,8 @@ class QueueHistory {
                          [](const auto* a, const auto* b) { return a->dueNs < b->dueNs; });
     }
 
-    void write() {
+    // Fills in the frames and the depth of the queue.
+    std::vector<Latch> write() {
         mFindings.queueDepth.push_back({0, static_cast<double>(mPending)});
         for (const FedEvent* event : mEvents) {
             if (event->kind == FedEvent::Kind::kQueue) {
@@ -84,11 +90,13 @@ class QueueHistory {
             }
             mFindings.queueDepth.push_back({event->dueNs, static_cast<double>(mPending)});
         }
+        return std::move(mLatches);
     }
 
   private:
     void latch(int64_t timeNs) {
         const int64_t index = static_cast<int64_t>(mQueued) - mPending - 1;
+        mLatches.push_back({timeNs, index < 0 ? kNoFrame : static_cast<int>(index)});
         if (index < 0) return;  // was there before the capture began
         Frame& frame = mFindings.frames[static_cast<size_t>(index)];
         if (!frame.latchedNs && timeNs >= frame.queuedNs) frame.latchedNs = timeNs;
@@ -96,6 +104,7 @@ class QueueHistory {
 
     Findings& mFindings;
     std::vector<const FedEvent*> mEvents;
+    std::vector<Latch> mLatches;
     size_t mQueued = 0;
     int mPending;
 };
@@ -166,7 +175,7 @@ Distribution distributionOf(const std::vector<int64_t>& values) {
 
 void addFrames(Findings& findings, const Run& run, int pendingAtStart) {
     addLists(findings, run);
-    QueueHistory(findings, run, run.modelled ? 0 : pendingAtStart).write();
+    addShown(findings, QueueHistory(findings, run, run.modelled ? 0 : pendingAtStart).write());
     addStutters(findings, run);
     addCounts(findings);
     addDistributions(findings);

@@ -264,7 +264,8 @@ std::string Narrator::negativeReleaseCause(int64_t timeNs, int frame, const Thre
     const int64_t renderNs = mFindings.frames[static_cast<size_t>(frame)].renderNs;
     std::string text =
             format("frame %d took %s, more than the target", frame, msText(renderNs).c_str());
-    if (mThreshold != 0) text += " of " + msText(mFindings.periodNs * mThreshold / 100);
+    const int64_t periodNs = mFindings.refresh.periodAt(timeNs);
+    if (mThreshold != 0) text += " of " + msText(periodNs * mThreshold / 100);
     return text;
 }
 

@@ -21,6 +21,9 @@ struct Frame {
     int64_t queuedNs = 0;    // the queue call came in, and the compositor can take the buffer
     int64_t returnedNs = 0;  // the queue call let its thread go
     std::optional<int64_t> latchedNs;  // the compositor took it; empty: not before the end
+    std::optional<int64_t> shownNs;    // the vsync at which it came on the screen
+    int shownLateVsyncs = 0;           // after the vsync it was meant for; below 0: before it
+    int64_t periodNs = 0;              // of the display meanwhile, the longest
     int64_t intervalNs = 0;            // since the buffer before was queued; 0 for the first
     int64_t renderNs = 0;  // since the queue call before returned, what the library measures
     int pending = 0;       // buffers in the queue with this one
@@ -82,6 +85,43 @@ struct Regulator {
     int64_t onNs = 0;
 };
 
+// nearest-rank percentiles
+struct Distribution {
+    size_t count = 0;
+    int64_t p50 = 0;
+    int64_t p90 = 0;
+    int64_t p95 = 0;
+    int64_t p99 = 0;
+    int64_t max = 0;
+    int64_t total = 0;
+
+    double mean() const {
+        return count == 0 ? 0 : static_cast<double>(total) / static_cast<double>(count);
+    }
+};
+
+// What the player saw.
+struct Screen {
+    size_t pictures = 0;
+    size_t inTime = 0;    // came at the vsync they were meant for, see Frame::shownLateVsyncs
+    size_t repeated = 0;  // vsyncs that showed the old picture again
+    // Pictures a second while the longest hundredth, the longest thousandth of them stood.
+    double onePercentLow = 0;
+    double tenthPercentLow = 0;
+    // How far the time between two pictures was from the time between their frames.
+    Distribution animationErrorNs;
+};
+
+// Why something was not used in the whole run; empty if it was, or if the library does not tell
+// whether it was.
+struct Never {
+    std::string frameRegulator;
+    std::string headroomRegulator;
+    std::string negativeBoost;
+    std::string plOff;
+    std::string coreControlOff;
+};
+
 struct Stutter {
     int64_t timeNs = 0;
     int vsyncs = 0;  // between two buffers that were taken, rounded; two or more
@@ -107,21 +147,6 @@ struct Decision {
     std::string cause;  // for instance "checkpoint 1: no buffer for 16.696 ms"; may be empty
     int frame = kNoFrame;
     bool isAction = false;  // a hint or a lock; otherwise a question
-};
-
-// nearest-rank percentiles
-struct Distribution {
-    size_t count = 0;
-    int64_t p50 = 0;
-    int64_t p90 = 0;
-    int64_t p95 = 0;
-    int64_t p99 = 0;
-    int64_t max = 0;
-    int64_t total = 0;
-
-    double mean() const {
-        return count == 0 ? 0 : static_cast<double>(total) / static_cast<double>(count);
-    }
 };
 
 const char* toString(Frame::Hold hold);

@@ -24,6 +24,15 @@ std::string describe(const std::vector<LockSpan>& spans, int64_t totalNs) {
     return format("%.3f s, %zu x, %td given back", toSeconds(totalNs), spans.size(), released);
 }
 
+std::string describeRate(int64_t periodNs) {
+    return format("%.3f Hz, %.6f ms", 1e9 / static_cast<double>(periodNs), toMs(periodNs));
+}
+
+std::string describeClass(int64_t periodNs) {
+    const int rate = displayRateClass(periodNs);
+    return rate == 0 ? "in no rate class of the library" : format("class %d", rate);
+}
+
 class Writer {
   public:
     explicit Writer(const Findings& findings) : mFindings(findings) {}
@@ -31,6 +40,7 @@ class Writer {
     std::vector<SummaryRow> write() {
         captureSection();
         conditionsSection();
+        screenSection();
         frameSection();
         holdSection();
         if (!mFindings.withLibrary) return std::move(mRows);
@@ -56,11 +66,21 @@ class Writer {
             row("duration", format("%.3f s", toSeconds(mFindings.durationNs)));
         }
         row("refresh", describeRefresh());
+        for (const RateChange& change : mFindings.refresh.changes) {
+            row("", format("from %.3f s ", toSeconds(change.timeNs)) +
+                            describeRate(change.periodNs) + ", " + describeClass(change.periodNs));
+        }
         if (mFindings.capturedFrames > 0) {
             row("buffers", format("%zu queued, %zu consumed", mFindings.capturedFrames,
-                                  mFindings.capturedLatches));
+                                  mFindings.capturedLatches) +
+                                   describeReplaced());
         }
         if (!mFindings.damage.empty()) row("damage", mFindings.damage);
+    }
+
+    std::string describeReplaced() const {
+        if (mFindings.capturedReplaced == 0) return "";
+        return format(", %zu replaced before they were shown", mFindings.capturedReplaced);
     }
 
     std::string describeRefresh() const {
@@ -68,11 +88,9 @@ class Writer {
                 mFindings.continuedVsyncs == 0
                         ? ""
                         : format("; %zu vsyncs continued", mFindings.continuedVsyncs);
-        return format("%.3f Hz, %.6f ms (%s%s), ", 1e9 / static_cast<double>(mFindings.periodNs),
-                      toMs(mFindings.periodNs), mFindings.refreshSource.c_str(),
-                      continued.c_str()) +
-               (mFindings.displayClass == 0 ? "in no rate class of the library"
-                                            : format("class %d", mFindings.displayClass));
+        return describeRate(mFindings.refresh.periodNs) +
+               format(" (%s%s), ", mFindings.refreshSource.c_str(), continued.c_str()) +
+               describeClass(mFindings.refresh.periodNs);
     }
 
     void conditionsSection() {
@@ -91,8 +109,10 @@ class Writer {
         row("environment built", mFindings.environmentNs
                                          ? format("at %.3f s", toSeconds(*mFindings.environmentNs))
                                          : "never");
-        regulatorRows("frame regulator on", mFindings.frameRegulator);
-        regulatorRows("headroom regulator on", mFindings.headroomRegulator);
+        regulatorRows("frame regulator on", mFindings.frameRegulator,
+                      mFindings.never.frameRegulator);
+        regulatorRows("headroom regulator on", mFindings.headroomRegulator,
+                      mFindings.never.headroomRegulator);
         if (!mFindings.headroomNs.empty()) row("headroom", describeHeadroom());
         if (!mFindings.errors.empty()) {
             row("errors logged", format("%zu, first ", mFindings.errors.size()) +
@@ -100,11 +120,13 @@ class Writer {
         }
     }
 
-    void regulatorRows(const std::string& label, const Regulator& regulator) {
-        if (!mFindings.debugSeen) return row(label, "not known, needs vendor.perf.cindral.debug=1");
-        row(label, regulator.spans.empty() ? "never"
-                                           : format("%.3f s, %zu x", toSeconds(regulator.onNs),
-                                                    regulator.spans.size()));
+    void regulatorRows(const std::string& label, const Regulator& regulator,
+                       const std::string& never) {
+        if (never.empty() && !mFindings.debugSeen) {
+            return row(label, "not known, needs vendor.perf.cindral.debug=1");
+        }
+        row(label, orNever(never, format("%.3f s, %zu x", toSeconds(regulator.onNs),
+                                         regulator.spans.size())));
         size_t shown = 0;
         for (const RegulatorSwitch& change : regulator.switches) {
             if (shown++ == kMaxSwitchesShown) {
@@ -125,6 +147,19 @@ class Writer {
         const auto [least, most] = std::minmax_element(values.begin(), values.end());
         return format("%.3f ms at first, %.3f to %.3f ms, %zu steps", toMs(values.front()),
                       toMs(*least), toMs(*most), values.size() - 1);
+    }
+
+    void screenSection() {
+        const Screen& screen = mFindings.screen;
+        section("What the player saw");
+        if (screen.pictures == 0) return row("pictures", "none");
+        row("shown in time", format("%zu of %zu frames, at the vsync they were meant for",
+                                    screen.inTime, mFindings.frames.size()));
+        row("old picture again", format("at %zu vsyncs", screen.repeated));
+        row("lows",
+            format("1 %%: %.2f/s, 0.1 %%: %.2f/s", screen.onePercentLow, screen.tenthPercentLow));
+        row("animation error", format("mean %.3f ms, ", screen.animationErrorNs.mean() / 1e6) +
+                                       describe(screen.animationErrorNs));
     }
 
     // What the game did on the device next to what it did here.
@@ -190,11 +225,19 @@ class Writer {
         section("Power");
         countRow("negative boosts", mFindings.negativeBoosts.size());
         countRow("negative releases", mFindings.negativeReleases.size());
-        row("time lowered", format("%.3f s, mean strength %.1f %%", toSeconds(mFindings.loweredNs),
-                                   mFindings.meanStrength));
-        row("PL off", describe(mFindings.plOff, mFindings.plOffNs));
-        row("core control off", describe(mFindings.coreControlOff, mFindings.coreControlOffNs));
+        row("time lowered",
+            orNever(mFindings.never.negativeBoost,
+                    format("%.3f s, mean strength %.1f %%", toSeconds(mFindings.loweredNs),
+                           mFindings.meanStrength)));
+        row("PL off", orNever(mFindings.never.plOff, describe(mFindings.plOff, mFindings.plOffNs)));
+        row("core control off",
+            orNever(mFindings.never.coreControlOff,
+                    describe(mFindings.coreControlOff, mFindings.coreControlOffNs)));
         if (mFindings.debugSeen) countRow("ping-pongs", mFindings.pingpongs.size());
+    }
+
+    static std::string orNever(const std::string& never, const std::string& value) {
+        return never.empty() ? value : "never: " + never;
     }
 
     const Findings& mFindings;

@@ -16,6 +16,8 @@ namespace {
 using nlohmann::json;
 
 constexpr int64_t kNotLatched = -1;
+// A replay as captured may queue a buffer after the vsync that showed it.
+constexpr int64_t kNotShown = INT64_MIN / 2;
 constexpr int kFlagLate = 1;
 constexpr int kHoldShift = 1;
 // Of the quantities that are no times, which have no more digits than this.
@@ -24,12 +26,18 @@ constexpr double kThousandths = 1000;
 json frameColumns(const std::vector<Frame>& frames) {
     return {
             {"queued", columnOf(frames, [](const Frame& f) { return f.queuedNs; })},
+            {"period", columnOf(frames, [](const Frame& f) { return f.periodNs; })},
             {"held", columnOf(frames, [](const Frame& f) { return f.heldNs(); })},
             {"delay", columnOf(frames, [](const Frame& f) { return f.delayNs(); })},
             {"latency", columnOf(frames,
                                  [](const Frame& f) {
                                      return f.latchedNs ? *f.latchedNs - f.queuedNs : kNotLatched;
                                  })},
+            {"shown", columnOf(frames,
+                               [](const Frame& f) {
+                                   return f.shownNs ? *f.shownNs - f.queuedNs : kNotShown;
+                               })},
+            {"shownLate", columnOf(frames, [](const Frame& f) { return f.shownLateVsyncs; })},
             {"render", columnOf(frames, [](const Frame& f) { return f.renderNs; })},
             {"pending", columnOf(frames, [](const Frame& f) { return f.pending; })},
             {"flags", columnOf(frames,
@@ -153,7 +161,7 @@ json runData(const ReportRun& run, const Findings* previous) {
     const bool sharesVsyncs = previous != nullptr && previous->vsyncsNs == findings.vsyncsNs;
     json data = {
             {"label", run.label},
-            {"periodNs", findings.periodNs},
+            {"periodNs", findings.refresh.longestPeriodNs()},
             {"durationNs", findings.durationNs},
             {"frames", frameColumns(findings.frames)},
             {"series", series(findings)},

@@ -54,6 +54,12 @@ std::string framesHeld(const Findings& f) {
                   toSeconds(f.heldNs.total));
 }
 
+std::string replaced(const Findings& f) {
+    return f.capturedReplaced == 0
+                   ? ""
+                   : format(", %zu buffers replaced before they were shown", f.capturedReplaced);
+}
+
 std::string boosts(const Findings& f) {
     if (f.boosts.empty()) return kNone;
     return format("%zu / %zu / %zu, %.2f s in force, %zu taken back", f.boostsByCheckpoint[0],
@@ -61,15 +67,19 @@ std::string boosts(const Findings& f) {
                   f.releases.size());
 }
 
+std::string orNever(const std::string& never, const std::string& value) {
+    return never.empty() ? value : "never: " + never;
+}
+
 std::string lowered(const Findings& f) {
-    if (f.negativeBoosts.empty()) return "never";
+    if (f.negativeBoosts.empty()) return orNever(f.never.negativeBoost, "never");
     return shareOfRun(f.loweredNs, f) + format(", by %.1f %%", f.meanStrength);
 }
 
-std::string regulator(const Findings& f, const Regulator& regulator) {
+std::string regulator(const Findings& f, const Regulator& regulator, const std::string& never) {
     if (!f.withLibrary) return "no library";
+    if (!never.empty()) return "never: " + never;
     if (!f.debugSeen) return "not told without the debug switch";
-    if (regulator.spans.empty()) return "never on";
     return shareOfRun(regulator.onNs, f) + format(", switched on %zu x", regulator.spans.size());
 }
 
@@ -80,7 +90,25 @@ struct Line {
     const char* detail = "";
 };
 
+std::string shownInTime(const Findings& f) {
+    if (f.screen.pictures == 0) return "no picture";
+    return format(
+            "%zu of %zu frames (%.1f %%)", f.screen.inTime, f.frames.size(),
+            percentOf(static_cast<double>(f.screen.inTime), static_cast<double>(f.frames.size())));
+}
+
+std::string lows(const Findings& f) {
+    return format("%.1f / %.1f pictures a second", f.screen.onePercentLow,
+                  f.screen.tenthPercentLow);
+}
+
 const Line kLines[] = {
+        {"Shown at the vsync they were meant for", "shown_in_time_percent", shownInTime},
+        {"Old picture shown again", "repeated_vsyncs",
+         [](const auto& f) { return format("at %zu vsyncs", f.screen.repeated); }},
+        {"Lows", "low_1_percent_fps", lows, "slowest 1 % / 0.1 %"},
+        {"Animation error", "animation_error_mean_ms",
+         [](const auto& f) { return spread(f.screen.animationErrorNs); }, kSpread},
         {"Late frames", "late_frames", lateFrames},
         {"Stutters on the screen", "stutters", stutters},
         {"Frame time", "frame_time_p99_ms", [](const auto& f) { return spread(f.frameTimeNs); },
@@ -91,11 +119,18 @@ const Line kLines[] = {
         {"Time held", "", [](const auto& f) { return spread(f.heldNs); }, kSpread},
         {"Boosts", "boosted_s", boosts, "checkpoint 1 / 2 / 3"},
         {"Clocks lowered", "negative_s", lowered},
-        {"PL off", "pl_off_s", [](const auto& f) { return shareOfRun(f.plOffNs, f); }},
+        {"PL off", "pl_off_s",
+         [](const auto& f) { return orNever(f.never.plOff, shareOfRun(f.plOffNs, f)); }},
         {"Core control off", "core_control_off_s",
-         [](const auto& f) { return shareOfRun(f.coreControlOffNs, f); }},
-        {"Frame regulator", "", [](const auto& f) { return regulator(f, f.frameRegulator); }},
-        {"Headroom regulator", "", [](const auto& f) { return regulator(f, f.headroomRegulator); }},
+         [](const auto& f) {
+             return orNever(f.never.coreControlOff, shareOfRun(f.coreControlOffNs, f));
+         }},
+        {"Frame regulator", "",
+         [](const auto& f) { return regulator(f, f.frameRegulator, f.never.frameRegulator); }},
+        {"Headroom regulator", "",
+         [](const auto& f) {
+             return regulator(f, f.headroomRegulator, f.never.headroomRegulator);
+         }},
 };
 
 std::vector<std::vector<double>> valuesOfAll(const std::vector<ReportRun>& runs) {
@@ -136,13 +171,22 @@ class Writer {
   private:
     bool isComparison() const { return mRuns.size() > 1; }
 
+    static double hertz(int64_t periodNs) { return 1e9 / static_cast<double>(periodNs); }
+
     static std::string describeInput(const Findings& f) {
         // A workload has no length of its own.
         const std::string captured =
                 f.durationNs > 0 ? format("%.2f s, ", toSeconds(f.durationNs)) : "";
-        return format("%s: %s%zu frames, display at %.2f Hz (a vsync every %.2f ms)",
-                      f.source.c_str(), captured.c_str(), f.frames.size(),
-                      1e9 / static_cast<double>(f.periodNs), toMs(f.periodNs));
+        std::string text = format("%s: %s%zu frames, display at %.2f Hz (a vsync every %.2f ms)",
+                                  f.source.c_str(), captured.c_str(), f.frames.size(),
+                                  hertz(f.refresh.periodNs), toMs(f.refresh.periodNs));
+        for (const RateChange& change : f.refresh.changes) {
+            text += format(", from %.2f s at %.2f Hz", toSeconds(change.timeNs),
+                           hertz(change.periodNs));
+            if (displayRateClass(change.periodNs) == 0)
+                text += ", which the library does not serve";
+        }
+        return text + replaced(f);
     }
 
     // What the reader should know before believing a figure.

@@ -20,10 +20,17 @@ function chartOptions(view) {
   };
 }
 
+// The display may have changed its rate: the period in the middle of what is visible.
+function periodInView(view) {
+  const run = view.focusRun();
+  const frame = nearestFrame(run, (view.start + view.stop) / 2 * kNsPerSecond);
+  return frame < 0 ? run.periodNs : run.frames.period[frame];
+}
+
 function drawVsyncs(context, area, chart, view) {
   const run = view.focusRun();
   const toX = time => chart.toDomXCoord(time / kNsPerSecond);
-  const periodPx = area.w * run.periodNs / kNsPerSecond / (view.stop - view.start);
+  const periodPx = area.w * periodInView(view) / kNsPerSecond / (view.stop - view.start);
   if (periodPx < 6) return;
   context.strokeStyle = colour('grid');
   context.lineWidth = 1;
@@ -85,14 +92,14 @@ function drawBeyond(e, points) {
 function markerPlotter(definition, view) {
   return e => {
     const area = e.plotArea;
-    const periodMs = view.runs[e.seriesIndex].periodNs / kNsPerMs;
+    const run = view.runs[e.seriesIndex];
     const top = e.dygraph.yAxisRange()[1];
     const points = e.points.filter(p => p.yval !== null && !isNaN(p.yval) &&
         p.canvasx >= area.x - 1 && p.canvasx <= area.x + area.w + 1);
     const style = runStyle(e.seriesIndex);
     const hasRoom = points.length * kDotSpacing < area.w;
     for (const point of points) {
-      const isMarked = definition.marksLate && point.yval > periodMs + kLateToleranceMs;
+      const isMarked = definition.marksLate && isLate(run, nearestFrame(run, point.xval * kNsPerSecond));
       if (point.yval > top) continue;
       if (isMarked) drawMarker(e.drawingContext, style, point.canvasx, point.canvasy, kMarkRadius);
       else if (hasRoom && !definition.isStep) drawMarker(e.drawingContext, style, point.canvasx, point.canvasy, 2.4);
@@ -161,7 +168,7 @@ class Panel {
 
   yTicks(pixels) {
     const [low, high] = this.scale;
-    return this.definition.vsyncLines ? periodTicks(this.view.focusRun().periodNs / kNsPerMs, high, pixels) :
+    return this.definition.vsyncLines ? periodTicks(periodInView(this.view) / kNsPerMs, high, pixels) :
         valueTicks(low, high, pixels, this.definition.wholeNumbers);
   }
 

@@ -1,7 +1,6 @@
 // What is drawn, one panel a row of this table. `series` makes {times, values} of a run.
 
 const kBeyondPeriods = 4;  // frame times further up are arrows: one stall must not flatten the rest
-const kLateToleranceMs = 2;
 
 // A frame without a value breaks the line: nothing is drawn where nothing is known.
 function ofFrames(run, column, isKnown = () => true) {

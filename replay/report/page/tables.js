@@ -1,6 +1,16 @@
 // The same figures without a picture: the chosen frame, the visible part, and its frames.
 
 const kFrameRows = 200;
+const kNotShown = -(2 ** 62);
+
+function shownText(run, frame) {
+  const after = run.frames.shown[frame];
+  const late = run.frames.shownLate[frame];
+  if (after === kNotShown) return 'never';
+  const meant = late === 0 ? 'its vsync' : Math.abs(late) + (Math.abs(late) > 1 ? ' vsyncs ' : ' vsync ') +
+      (late > 0 ? 'after its own' : 'before its own');
+  return 'at ' + exactSeconds(run.frames.queued[frame] + after) + ' s, ' + meant;
+}
 
 function frameLines(run, frame) {
   const frames = run.frames;
@@ -8,8 +18,9 @@ function frameLines(run, frame) {
   const hold = kHoldNames[frames.flags[frame] >> 1];
   const lines = [
     ['Queued', exactSeconds(frames.queued[frame]) + ' s'],
+    ['Shown', shownText(run, frame)],
     ['Frame time', frame === 0 ? 'the first' : milliseconds(frames.interval[frame]) +
-        (isLate(run, frame) ? ', late by ' + milliseconds(frames.interval[frame] - run.periodNs) : '')],
+        (isLate(run, frame) ? ', late by ' + milliseconds(frames.interval[frame] - frames.period[frame]) : '')],
     ['Render time', frame === 0 ? '\u2013' : milliseconds(frames.render[frame])],
     ['Held', held > 0 ? milliseconds(held) + (hold ? ', ' + hold : '') : 'no'],
     ['Queue to latch', frames.latency[frame] < 0 ? 'not before the end' : milliseconds(frames.latency[frame])],
@@ -85,6 +96,7 @@ const kFrameColumns = [
   ['Frame', (run, i) => i], ['Queued, s', (run, i) => exactSeconds(run.frames.queued[i])],
   ['Frame time, ms', (run, i) => (run.frames.interval[i] / kNsPerMs).toFixed(2)],
   ['Late', (run, i) => isLate(run, i) ? 'late' : ''],
+  ['Shown, vsyncs late', (run, i) => run.frames.shown[i] === kNotShown ? 'never' : run.frames.shownLate[i]],
   ['Held, ms', (run, i) => (run.frames.held[i] / kNsPerMs).toFixed(2)],
   ['To latch, ms', (run, i) => run.frames.latency[i] < 0 ? '\u2013' : (run.frames.latency[i] / kNsPerMs).toFixed(2)],
   ['In the queue', (run, i) => run.frames.pending[i]],
