@@ -11,6 +11,8 @@ namespace {
 
 // Traces shrink to a twentieth, at best to a fiftieth; bombs to a thousandth and less.
 constexpr uint64_t kMaxUnpackRatio = 200;
+// Two hours of everything that a phone can trace.
+constexpr uint64_t kMaxPackedBytes = uint64_t{16} << 30;
 // What any file may unpack to, as very small ones tell nothing about the ratio.
 constexpr uint64_t kFreeUnpackedBytes = 16 * 1024 * 1024;
 
@@ -49,6 +51,13 @@ size_t PeekedSource::read(char* buffer, size_t size) {
     std::memcpy(buffer, mPeeked.data() + mUsed, count);
     mUsed += count;
     return count;
+}
+
+void UnpackBudget::addPacked(uint64_t bytes) {
+    mPackedBytes += bytes;
+    if (mPackedBytes <= kMaxPackedBytes) return;
+    throw InputError(mFileName + ": more than " + std::to_string(kMaxPackedBytes >> 30) +
+                     " GB; cut it to the part of interest, or end the stream");
 }
 
 void UnpackBudget::addUnpacked(uint64_t bytes) {

@@ -49,14 +49,15 @@ class PeekedSource : public ByteSource {
     size_t mUsed = 0;  // of mPeeked
 };
 
-// Keeps a small file from unpacking to an endless stream. One for a whole file, because packings
+// Keeps a stream from being read for ever, and a small file from unpacking to an endless one. One for a whole file, because packings
 // may be nested.
 class UnpackBudget {
   public:
     // The name is for the message.
     explicit UnpackBudget(std::string fileName) : mFileName(std::move(fileName)) {}
 
-    void addPacked(uint64_t bytes) { mPackedBytes += bytes; }
+    // Throws InputError once more came in than a capture of two hours has.
+    void addPacked(uint64_t bytes);
 
     // Throws InputError once far more came out than a trace can have been packed into.
     void addUnpacked(uint64_t bytes);

@@ -26,7 +26,8 @@ constexpr double kRefreshTolerance = 0.02;
 // Hardware vsyncs come in bursts of a few.
 constexpr int kBeatsThatTell = 3;
 
-constexpr std::string_view kVsyncCounters[] = {"VSYNC-sf", "VSYNC-app", "VSYNC-appSf"};
+constexpr std::string_view kVsyncCounters[] = {"VSYNC-sf", "VSYNC", "VSYNC-app", "VSYNC-appSf",
+                                               kDisplayFrames};
 constexpr size_t kMaxVsyncChars = 256;  // a display's number follows
 constexpr std::string_view kHardwareVsync = "HW_VSYNC";
 // Shows whether the hardware's vsyncs are switched on, not the vsyncs.
@@ -85,6 +86,19 @@ std::optional<Refresh> refreshOf(const Capture& capture, const VsyncCounter& cou
     });
 }
 
+// How far a counter's name is from that of a layer with a queue: 0 for the queues of other windows,
+// 1 for what is numbered as layers are, 2 for anything else.
+size_t distanceFromLayer(std::string_view name) {
+    for (const char* near : {"BufferTX - ", "QueuedBuffer - ", "SurfaceView"}) {
+        if (startsWith(name, near)) return 0;
+    }
+    const size_t hash = name.find_last_of('#');
+    const bool isNumbered =
+            hash != std::string_view::npos && hash + 1 < name.size() &&
+            name.find_first_not_of("0123456789", hash + 1) == std::string_view::npos;
+    return isNumbered ? 1 : 2;
+}
+
 [[noreturn]] void failAsTooBig() {
     throw InputError("more than " + std::to_string(kMaxSamples) + " events or " +
                      std::to_string(kMaxCounters) +
@@ -108,7 +122,7 @@ void checkRefresh(const Refresh& measured, const std::string& source, double ref
         if (isMeant(change.periodNs)) return;
     }
     throw InputError(format("--refresh %g: the capture shows %.2f Hz", refreshHz,
-                               rateOf(measured.periodNs)) +
+                            rateOf(measured.periodNs)) +
                      " (" + source + "); leave --refresh out to use that");
 }
 
@@ -116,12 +130,13 @@ void checkRefresh(const Refresh& measured, const std::string& source, double ref
 
 CaptureBuilder::Use CaptureBuilder::useOf(std::string_view name) {
     if (vsyncRank(name)) return Use::kVsync;
-    return layerOfCounter(name) ? Use::kLayer : Use::kNone;
+    if (layerOfCounter(name)) return Use::kLayer;
+    return layerOfQueuedBuffer(name) ? Use::kStandIn : Use::kNone;
 }
 
 void CaptureBuilder::addMarker(const Marker& marker) {
     const std::string_view payload = marker.payload;
-    if (!startsWith(payload, "C|")) return;
+    if (!startsWith(payload, "C|")) return mSlices.addMarker(marker);
     const size_t nameStart = payload.find('|', 2);
     if (nameStart == std::string_view::npos) return;
     const size_t nameEnd = payload.find('|', nameStart + 1);
@@ -142,7 +157,7 @@ void CaptureBuilder::addCounter(int64_t timeNs, std::string_view name, int64_t v
     const auto known = mCounters.find(name);
     const Use use = known == mCounters.end() ? useOf(name) : known->second.use;
     if (use == Use::kNone) return noteOther(name);
-    if (use == Use::kLayer && (value < 0 || value > kMaxPending)) {
+    if ((use == Use::kLayer || use == Use::kStandIn) && (value < 0 || value > kMaxPending)) {
         throw DamagedMarker("counter " + inQuotes(std::string(name)) + " is " +
                             std::to_string(value) + ", but a queue holds 0 to " +
                             std::to_string(kMaxPending) + " buffers");
@@ -160,10 +175,10 @@ std::vector<CaptureBuilder::Sample>& CaptureBuilder::samplesOf(std::string_view 
 }
 
 void CaptureBuilder::noteOther(std::string_view name) {
-    if (mOtherCounters.size() > kMaxNamedCounters) return;
-    const bool isNew =
-            std::find(mOtherCounters.begin(), mOtherCounters.end(), name) == mOtherCounters.end();
-    if (isNew) mOtherCounters.emplace_back(name);
+    std::vector<std::string>& others = mOtherCounters[distanceFromLayer(name)];
+    if (others.size() > kMaxNamedCounters) return;
+    const bool isNew = std::find(others.begin(), others.end(), name) == others.end();
+    if (isNew) others.emplace_back(name);
 }
 
 void CaptureBuilder::noteTime(int64_t timeNs) {
@@ -192,7 +207,9 @@ std::vector<CaptureBuilder::Sample> CaptureBuilder::sorted(
 LayerEvents CaptureBuilder::layerEvents(const std::string& name, const Counter& counter) const {
     LayerEvents events;
     events.counter = name;
-    events.name = *layerOfCounter(name);
+    const std::optional<LayerName> layer = layerOfCounter(name);
+    events.name = layer ? *layer : *layerOfQueuedBuffer(name);
+    if (!layer) events.standIn = "the application's counter, which falls when it hears of it";
     const std::vector<Sample> samples = sorted(counter.samples);
     // The capture may begin with buffers in the queue: what was there at the first sample is no
     // event.
@@ -207,7 +224,7 @@ LayerEvents CaptureBuilder::layerEvents(const std::string& name, const Counter& 
             --level;
             // The compositor takes buffers on its main thread. On any other a newer buffer
             // replaced one that nobody had taken.
-            if (sample.onMainThread) {
+            if (sample.onMainThread || !layer) {
                 events.consumes.push_back({sample.timeNs, static_cast<int>(level)});
             } else {
                 events.replacedTimesNs.push_back(sample.timeNs);
@@ -230,10 +247,10 @@ VsyncCounter CaptureBuilder::vsyncCounter(const std::string& name, const Counter
     return vsync;
 }
 
-std::vector<LayerEvents> CaptureBuilder::layers() const {
+std::vector<LayerEvents> CaptureBuilder::layers(Use use) const {
     std::map<std::string, LayerEvents> layers;
     for (const auto& [name, counter] : mCounters) {
-        if (counter.use != Use::kLayer) continue;
+        if (counter.use != use) continue;
         LayerEvents events = layerEvents(name, counter);
         // Some releases show one layer under two counters: the fuller one counts.
         const auto known = layers.find(events.name.layer);
@@ -243,6 +260,32 @@ std::vector<LayerEvents> CaptureBuilder::layers() const {
     std::vector<LayerEvents> result;
     for (auto& [name, events] : layers) result.push_back(std::move(events));
     return result;
+}
+
+std::vector<LayerEvents> CaptureBuilder::layersOfSlices() {
+    for (const SlicedLayer& layer : mSlices.layers()) addSlices(layer);
+    std::vector<LayerEvents> result = layers(Use::kLayer);
+    for (LayerEvents& layer : result) {
+        layer.standIn = "the slices around queueing, and latchBuffer for every layer of it";
+    }
+    return result;
+}
+
+// As the counter would have shown it: every composition takes a buffer if there is one.
+void CaptureBuilder::addSlices(const SlicedLayer& layer) {
+    int64_t level = 0;
+    auto latch = layer.latchTimesNs.begin();
+    const auto latchUntil = [&](int64_t timeNs) {
+        for (; latch != layer.latchTimesNs.end() && *latch < timeNs; ++latch) {
+            if (level > 0) addCounter(*latch, layer.counter, --level);
+        }
+    };
+    if (!layer.queueTimesNs.empty()) addCounter(layer.queueTimesNs.front(), layer.counter, 0);
+    for (const int64_t timeNs : layer.queueTimesNs) {
+        latchUntil(timeNs);
+        if (level < kMaxPending) addCounter(timeNs, layer.counter, ++level);
+    }
+    latchUntil(INT64_MAX);
 }
 
 std::vector<VsyncCounter> CaptureBuilder::vsyncs() const {
@@ -258,20 +301,27 @@ std::vector<VsyncCounter> CaptureBuilder::vsyncs() const {
 }
 
 void CaptureBuilder::failWithoutLayers(const std::string& source) const {
-    std::vector<std::string> found;
-    for (const auto& [name, counter] : mCounters) found.push_back(name);
-    found.insert(found.end(), mOtherCounters.begin(), mOtherCounters.end());
-    const bool more = found.size() > kMaxNamedCounters;
-    if (more) found.resize(kMaxNamedCounters);
+    auto nearest = mOtherCounters;
+    for (const auto& [name, counter] : mCounters) {
+        std::vector<std::string>& names = nearest[counter.use == Use::kVsync ? 2 : 0];
+        names.insert(names.begin(), name);
+    }
+    const auto found = std::find_if(nearest.begin(), nearest.end() - 1,
+                                    [](const auto& names) { return !names.empty(); });
+    std::vector<std::string> names = *found;
+    const bool more = names.size() > kMaxNamedCounters;
+    if (more) names.resize(kMaxNamedCounters);
     throw InputError(source + ": no layer queues buffers in it; looked for counters named " +
-                     kWanted + " that rise, found " + joined(found) + (more ? " and more" : "") +
+                     kWanted + " that rise, found " + joined(names) + (more ? " and more" : "") +
                      "; capture a running game with the atrace categories gfx and view");
 }
 
-Capture CaptureBuilder::build(const std::string& source) const {
+Capture CaptureBuilder::build(const std::string& source) {
     Capture capture;
     capture.source = source;
-    capture.layers = layers();
+    capture.layers = layers(Use::kLayer);
+    if (capture.layers.empty()) capture.layers = layers(Use::kStandIn);
+    if (capture.layers.empty()) capture.layers = layersOfSlices();
     if (capture.layers.empty()) failWithoutLayers(source);
     capture.vsyncs = vsyncs();
     capture.originNs = mFirstTimeNs;
@@ -296,7 +346,7 @@ VsyncTrack vsyncTrack(const Capture& capture, std::optional<double> refreshHz) {
     }
     if (!refreshHz) {
         throw InputError(capture.source +
-                         ": no vsync counter tells the display's rate; looked for VSYNC-sf, "
+                         ": no vsync counter tells the display's rate; looked for VSYNC-sf, VSYNC, "
                          "VSYNC-app, VSYNC-appSf and HW_VSYNC_*, found " +
                          namesOf(capture.vsyncs) + "; say it with --refresh HZ");
     }

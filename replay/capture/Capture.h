@@ -2,6 +2,7 @@
 
 // A capture as the replay needs it: what happened to each layer's buffers and when the vsyncs were.
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -11,9 +12,11 @@
 #include <vector>
 
 #include "replay/base/Error.h"
+#include "replay/capture/FrameTimeline.h"
 #include "replay/capture/LayerName.h"
 #include "replay/capture/Marker.h"
 #include "replay/capture/Scheduling.h"
+#include "replay/capture/StandIns.h"
 #include "replay/capture/VsyncTrack.h"
 
 namespace replay {
@@ -31,6 +34,7 @@ struct ConsumeEvent {
 struct LayerEvents {
     LayerName name;
     std::string counter;     // where it comes from
+    std::string standIn;     // what stands in for the compositor's counter; empty if nothing
     int pendingAtStart = 0;  // buffers in the queue when the capture began
     std::vector<int64_t> queueTimesNs;
     std::vector<int> queueThreads;  // on which the counter rose, in the compositor
@@ -38,6 +42,9 @@ struct LayerEvents {
     // Buffers that a newer one replaced before they were shown.
     std::vector<int64_t> replacedTimesNs;
 };
+
+// The counter that display frames of the frame timeline are read as.
+constexpr char kDisplayFrames[] = "display frames of the frame timeline";
 
 struct VsyncCounter {
     std::string name;
@@ -53,6 +60,7 @@ struct Capture {
     std::string lost;                  // what the capture lacks, one line; empty if nothing
     uint64_t outOfOrder = 0;           // lines that were older than one before them
     Scheduling scheduling;             // empty if the capture has none
+    std::vector<TimelineFrame> timeline;
 };
 
 // One marker of a counter that matters makes no sense. The rest of the capture may be fine.
@@ -76,7 +84,7 @@ class CaptureBuilder {
     void expectCpusInTurn() { mCpusInTurn = true; }
 
     // Throws InputError if nothing can be replayed from what was added.
-    Capture build(const std::string& source) const;
+    Capture build(const std::string& source);
 
   private:
     struct Sample {
@@ -85,7 +93,7 @@ class CaptureBuilder {
         bool onMainThread;  // of the process that the counter belongs to
         int32_t thread;
     };
-    enum class Use { kLayer, kVsync, kNone };
+    enum class Use { kLayer, kStandIn, kVsync, kNone };
     struct Counter {
         Use use;
         std::vector<Sample> samples;
@@ -98,13 +106,17 @@ class CaptureBuilder {
     std::vector<Sample> sorted(const std::vector<Sample>& samples) const;
     LayerEvents layerEvents(const std::string& name, const Counter& counter) const;
     VsyncCounter vsyncCounter(const std::string& name, const Counter& counter) const;
-    std::vector<LayerEvents> layers() const;
+    std::vector<LayerEvents> layers(Use use) const;
+    std::vector<LayerEvents> layersOfSlices();
+    void addSlices(const SlicedLayer& layer);
     std::vector<VsyncCounter> vsyncs() const;
     [[noreturn]] void failWithoutLayers(const std::string& source) const;
 
     std::map<std::string, Counter, std::less<>> mCounters;  // those that matter
-    std::vector<std::string> mOtherCounters;                // a few that do not, for the message
-    size_t mSampleCount = 0;                                // of all counters that matter
+    SliceQueues mSlices;
+    // A few that do not, for the message: those that come nearest first.
+    std::array<std::vector<std::string>, 3> mOtherCounters;
+    size_t mSampleCount = 0;  // of all counters that matter
     bool mCpusInTurn = false;
     int64_t mFirstTimeNs = INT64_MAX;
     int64_t mLastTimeNs = INT64_MIN;

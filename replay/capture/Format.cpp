@@ -4,6 +4,7 @@
 #include "replay/capture/HtmlReader.h"
 #include "replay/capture/Inflate.h"
 #include "replay/capture/PerfettoReader.h"
+#include "replay/capture/Utf16Source.h"
 #include "replay/capture/ZipReader.h"
 
 namespace replay {
@@ -11,9 +12,9 @@ namespace replay {
 namespace {
 
 // Those with a magic number come first: a text may begin with nearly anything.
-constexpr const Format* kFormats[] = {&kGzipFormat,         &kZstdFormat, &kZipFormat,
-                                      &kPackedAtraceFormat, &kPageFormat, &kPerfettoFormat,
-                                      &kFtraceFormat};
+constexpr const Format* kFormats[] = {&kGzipFormat,         &kZstdFormat,  &kZipFormat,
+                                      &kPackedAtraceFormat, &kUtf16Format, &kPageFormat,
+                                      &kPerfettoFormat,     &kFtraceFormat};
 
 }  // namespace
 

@@ -44,6 +44,9 @@ bool isText(std::string_view bytes) {
     return false;
 }
 
+// A heading has a dozen; a page has others, but they are read by somebody else.
+constexpr uint64_t kMaxLinesBeforeEvents = 1'000'000;
+
 class Reading {
   public:
     Reading(ByteSource& text, ReadContext& context, const MarkerSink& sink)
@@ -63,6 +66,7 @@ class Reading {
         // parse and still be wrong: "C|612|VSYNC-sf|1" of a value of 12.
         if (!mLine.isComplete && mSawEvent)
             return mContext.losses.noteCutOff("the text ends within a line");
+        refuseWhatNeverEnds();
         if (mLine.isTooLong) return noteDamage([] { return "line too long for ftrace text"; });
         const std::string_view text = trimmed(mLine.text);
         if (text.empty() || text.front() == '#' || isPreamble(text)) return;
@@ -73,6 +77,14 @@ class Reading {
             return "not an ftrace event (TASK-PID [CPU] FLAGS TIME: FUNCTION: PAYLOAD): " +
                    inQuotes(std::string(mLine.text));
         });
+    }
+
+    void refuseWhatNeverEnds() const {
+        const std::string line = mContext.name + ":" + std::to_string(mLine.number) + ": ";
+        if (mLine.isEndless) throw InputError(line + "no end of the line; give ftrace text");
+        if (!mSawEvent && mLine.number > kMaxLinesBeforeEvents) {
+            throw InputError(line + "no event so far; give ftrace text");
+        }
     }
 
     void useEvent(const FtraceLine& line) {

@@ -1,11 +1,14 @@
 #include "replay/capture/LayerName.h"
 
+#include "replay/base/Text.h"
+
 namespace replay {
 
 namespace {
 
 constexpr std::string_view kOldPrefix = "SurfaceView - ";
 constexpr std::string_view kNewPrefix = "BufferTX - SurfaceView[";
+constexpr std::string_view kQueuedPrefix = "QueuedBuffer - SurfaceView[";
 constexpr std::string_view kQueueMark = "(BLAST)";
 
 // Far beyond any name that a device makes; a longer one is damage, and costly to match against.
@@ -49,6 +52,19 @@ std::optional<LayerName> layerOfCounter(std::string_view counter) {
     if (close == std::string_view::npos || close < kNewPrefix.size()) return std::nullopt;
     parts.window = counter.substr(kNewPrefix.size(), close - kNewPrefix.size());
     parts.suffix = counter.substr(close + 1, hash - close - 1);
+    return assemble(parts);
+}
+
+std::optional<LayerName> layerOfQueuedBuffer(std::string_view counter) {
+    const size_t hash = counter.find_last_of('#');
+    const size_t close = counter.find_last_of(']', hash);
+    const bool isOne = counter.size() <= kMaxCounterChars && startsWith(counter, kQueuedPrefix) &&
+                       hash != std::string_view::npos && close >= kQueuedPrefix.size() &&
+                       close < hash;
+    if (!isOne) return std::nullopt;
+    Parts parts;
+    parts.window = counter.substr(kQueuedPrefix.size(), close - kQueuedPrefix.size());
+    parts.number = counter.substr(hash + 1);
     return assemble(parts);
 }
 

@@ -20,4 +20,8 @@ struct LayerName {
 // Nothing for a counter of any other kind.
 std::optional<LayerName> layerOfCounter(std::string_view counter);
 
+// The same of the application's own view of the queue:
+//   QueuedBuffer - SurfaceView[package/activity]#1BLAST#1
+std::optional<LayerName> layerOfQueuedBuffer(std::string_view counter);
+
 }  // namespace replay

@@ -51,7 +51,7 @@ void LineReader::skipLongLine(Line& line) {
     std::memmove(mBuffer.data(), mBuffer.data() + mStart, kMaxLineBytes);
     line.text = {mBuffer.data(), kMaxLineBytes};
     line.isTooLong = true;
-    for (;;) {
+    for (size_t skipped = 0; !line.isEndless;) {
         mStart = mEnd = kMaxLineBytes;
         const size_t count = mBytes.read(mBuffer.data() + mEnd, mBuffer.size() - mEnd);
         if (count == 0) {
@@ -60,6 +60,8 @@ void LineReader::skipLongLine(Line& line) {
         }
         mEnd += count;
         const void* found = std::memchr(mBuffer.data() + mStart, '\n', count);
+        skipped += count;
+        line.isEndless = skipped > kMaxSkippedBytes;
         if (found == nullptr) continue;
         mStart = static_cast<size_t>(static_cast<const char*>(found) - mBuffer.data()) + 1;
         return;

@@ -16,10 +16,13 @@ class LineReader {
         uint64_t number = 0;     // from 1
         bool isComplete = true;  // it ended with a line break, not with the text
         bool isTooLong = false;  // only its beginning is in `text`
+        bool isEndless = false;  // its end was not even looked for
     };
 
     // The kernel's own limit for a marker is a page; a line far beyond that is no ftrace.
     static constexpr size_t kMaxLineBytes = 64 * 1024;
+    // What is longer is no text at all.
+    static constexpr size_t kMaxSkippedBytes = 64 * 1024 * 1024;
 
     // `bytes` must outlive this.
     explicit LineReader(ByteSource& bytes);

@@ -9,6 +9,8 @@ namespace {
 // Enough to tell a damaged beginning from a file of another kind.
 constexpr uint64_t kDamageBeforeGivingUp = 10'000;
 
+constexpr uint64_t kMaxUnreadNamed = 20;
+
 constexpr char kWhatToGive[] =
         "give ftrace text, systrace HTML or a Perfetto trace, as it is or in gzip, zstd or zip";
 
@@ -38,7 +40,7 @@ void Losses::noteCutOff(const std::string& why) {
 }
 
 void Losses::noteUnread(const std::string& file) {
-    if (mUnread++ == 0) mFirstUnread = file;
+    if (mUnread++ < kMaxUnreadNamed) mUnreadNames += ", " + file;
 }
 
 void Losses::requireMostlyGood(bool atEnd) const {
@@ -62,7 +64,8 @@ std::string Losses::describe() const {
     }
     if (!mCutOff.empty()) append(text, "cut off: " + mCutOff);
     if (mUnread > 0)
-        append(text, counted(mUnread, "further capture") + " in it not read, " + mFirstUnread);
+        append(text, counted(mUnread, "further capture") + " in it not read" + mUnreadNames +
+                             (mUnread > kMaxUnreadNamed ? " and more" : ""));
     return text;
 }
 

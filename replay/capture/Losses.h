@@ -7,6 +7,7 @@
 #include <string>
 
 #include "replay/capture/ByteSource.h"
+#include "replay/capture/FrameTimeline.h"
 #include "replay/capture/Scheduling.h"
 
 namespace replay {
@@ -41,7 +42,7 @@ class Losses {
     uint64_t mDroppedEvents = 0;
     uint64_t mDropReports = 0;  // of unknown size
     std::string mCutOff;
-    std::string mFirstUnread;
+    std::string mUnreadNames;
     uint64_t mUnread = 0;
 };
 
@@ -53,6 +54,7 @@ struct ReadContext {
     Losses losses;
     UnpackBudget budget;
     SchedulingBuilder scheduling;
+    FrameTimeline timeline;
 };
 
 }  // namespace replay

@@ -15,6 +15,7 @@
 #include "replay/capture/Capture.h"
 #include "replay/capture/Inflate.h"
 #include "replay/capture/PerfettoScheduling.h"
+#include "replay/capture/PerfettoTimeline.h"
 
 namespace replay {
 
@@ -130,7 +131,7 @@ class Reading {
         mDamage.clear();
         if (!mPacket.ParsePartialFromString(bytes)) return noteDamage("cannot be parsed");
         mSawPacket = true;
-        useEvents(mPacket.ftrace_events());
+        useContents(mPacket);
         if (mPacket.has_compressed_packets()) {
             MemorySource packed(mPacket.compressed_packets());
             usePacked(*openZlib(packed, mContext.budget));
@@ -154,11 +155,20 @@ class Reading {
             } else if (mInner.has_compressed_packets() || mInner.has_zstd_compressed_packets()) {
                 mDamage = "packed twice, which no tracing service does";
             } else {
-                useEvents(mInner.ftrace_events());
+                useContents(mInner);
             }
         }
         if (next != PacketStream::Next::kEnd) mDamage = "the packets packed in it are not whole";
         if (!unpacked.error().empty()) mDamage = "cannot be unpacked: " + unpacked.error();
+    }
+
+    void useContents(const perfetto::TracePacket& packet) {
+        useEvents(packet.ftrace_events());
+        try {
+            mTimeline.use(packet, mContext.timeline, mSink);
+        } catch (const DamagedMarker& error) {
+            mDamage = error.what();
+        }
     }
 
     void useEvents(const perfetto::FtraceEventBundle& bundle) {
@@ -191,6 +201,7 @@ class Reading {
     ReadContext& mContext;
     const MarkerSink& mSink;
     PerfettoScheduling mScheduling;
+    PerfettoTimeline mTimeline;
     std::string mPlace;             // of the packet in hand, for messages
     std::string mDamage;            // what is wrong with it
     perfetto::TracePacket mPacket;  // kept, because their memory is used again

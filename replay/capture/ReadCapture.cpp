@@ -90,6 +90,7 @@ Capture readCapture(ByteSource& bytes, const std::string& name) {
         Capture capture = builder.build(name);
         capture.lost = context.losses.describe();
         capture.scheduling = context.scheduling.build(capture.originNs);
+        capture.timeline = context.timeline.build(capture.originNs);
         return capture;
     } catch (const InputError& error) {
         failWithLosses(error, context.losses);

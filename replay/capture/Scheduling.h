@@ -43,7 +43,7 @@ struct ThreadEvent {
     bool interrupt = false;
 };
 
-// All of a capture. Times are ns since its first event. Immutable once built; of threads that the
+// All of a capture. Times are ns since its first event. Of threads that the
 // capture does not cover there is nothing.
 class Scheduling {
   public:
@@ -54,6 +54,10 @@ class Scheduling {
         const ThreadEvent* end() const { return last; }
     };
 
+    // Makes all times earlier by so much.
+    void moveOrigin(int64_t byNs) {
+        for (ThreadEvent& event : mEvents) event.timeNs -= byNs;
+    }
     bool hasSwitches() const { return mHasSwitches; }
     bool empty() const { return mEvents.empty(); }
     // Ascending.

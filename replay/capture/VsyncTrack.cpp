@@ -15,6 +15,8 @@ constexpr int64_t kMaxPeriodsPerInterval = 8;
 constexpr size_t kFreakShare = 10;
 // Displays have at least a tenth between their rates; measured periods differ by less.
 constexpr int64_t kPercent = 100;
+// No display that games run on is slower than 50 Hz.
+constexpr int64_t kSlowestDisplayNs = 20'500'000;
 constexpr int64_t kSamePercent = 5;
 
 int64_t roundedQuotient(int64_t dividend, int64_t divisor) {
@@ -131,12 +133,12 @@ class Stretches {
 };
 
 // Whether a stretch only looks like one, because the compositor slept at every second vsync: its
-// period is a multiple of its neighbour's, and either no display has it or the beat went on.
+// period is a multiple of its neighbour's, and either no display has it or the beat goes on.
 bool isBeatLeftOut(const Stretch& stretch, int64_t neighbourNs, const Times& timesNs,
                    const FasterBeat& isFaster) {
     const int64_t count = roundedQuotient(stretch.periodNs, neighbourNs);
     if (count < 2 || !isSamePeriod(stretch.periodNs, count * neighbourNs)) return false;
-    return displayRateClass(stretch.periodNs) == 0 ||
+    return stretch.periodNs > kSlowestDisplayNs ||
            isFaster(timesNs[stretch.begin], timesNs[stretch.end], neighbourNs);
 }
 

@@ -1,5 +1,8 @@
 #include "replay/findings/Findings.h"
 
+#include <algorithm>
+#include <cstdlib>
+
 #include "replay/base/Statistics.h"
 #include "replay/findings/FrameFindings.h"
 #include "replay/findings/Narrator.h"
@@ -35,6 +38,24 @@ void addInput(Findings& findings, const Capture& capture, const LayerEvents& lay
     findings.continuedVsyncs = vsyncs.continued;
 }
 
+// The phone's frames end when the application has finished them, which is about when it queues them.
+void addPhone(Findings& findings, const Capture& capture) {
+    auto& frames = findings.frames;
+    const auto isBefore = [](const Frame& frame, int64_t timeNs) { return frame.dueNs < timeNs; };
+    for (const TimelineFrame& phone : capture.timeline) {
+        if (phone.layer.find(findings.layer) == std::string::npos) continue;
+        auto nearest = std::lower_bound(frames.begin(), frames.end(), phone.endNs, isBefore);
+        const bool earlier = nearest != frames.begin() &&
+                             (nearest == frames.end() ||
+                              phone.endNs - (nearest - 1)->dueNs < nearest->dueNs - phone.endNs);
+        if (earlier) --nearest;
+        const bool isIts = nearest != frames.end() && nearest->phone == kNoFrame &&
+                           std::abs(nearest->dueNs - phone.endNs) < nearest->periodNs;
+        if (isIts) nearest->phone = static_cast<int>(findings.phone.size());
+        findings.phone.push_back(phone);
+    }
+}
+
 void addLibrary(Findings& findings, const Run& run) {
     ServiceFindings service(findings);
     Narrator narrator(findings, run);
@@ -61,6 +82,7 @@ Findings findingsOf(const Capture& capture, const LayerEvents& layer, const Vsyn
         findings.threadNames.push_back(run.threadName(static_cast<int>(i)));
     }
     addFrames(findings, run, layer.pendingAtStart);
+    if (!run.modelled) addPhone(findings, capture);
     addLibrary(findings, run);
     addNever(findings, run);
     return findings;

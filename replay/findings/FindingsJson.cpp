@@ -6,6 +6,7 @@
 
 #include "replay/findings/Figures.h"
 #include "replay/findings/Findings.h"
+#include "tracker/FrameRules.h"
 
 namespace replay {
 
@@ -26,8 +27,10 @@ Json listOf(const List& list, Convert&& convert) {
     return result;
 }
 
-Json toJson(const Frame& frame) {
-    return {{"due_ns", frame.dueNs},
+Json toJson(const Frame& frame, const Findings& findings) {
+    const auto phone = static_cast<size_t>(frame.phone);
+    return {{"phone", frame.phone == kNoFrame ? Json() : Json(verdictOf(findings.phone[phone]))},
+            {"due_ns", frame.dueNs},
             {"queued_ns", frame.queuedNs},
             {"returned_ns", frame.returnedNs},
             {"latched_ns", timeOrNull(frame.latchedNs)},
@@ -98,7 +101,7 @@ Json inputJson(const Findings& findings) {
     const Json changes = listOf(findings.refresh.changes, [](const RateChange& change) {
         return Json{{"time_ns", change.timeNs},
                     {"period_ns", change.periodNs},
-                    {"class", displayRateClass(change.periodNs)}};
+                    {"class", android::cindral::displayClassOf(change.periodNs)}};
     });
     return {{"schema", kSchema},
             {"source", findings.source},
@@ -113,7 +116,7 @@ Json inputJson(const Findings& findings) {
               {"damage", findings.damage}}},
             {"refresh",
              {{"period_ns", findings.refresh.periodNs},
-              {"class", displayRateClass(findings.refresh.periodNs)},
+              {"class", android::cindral::displayClassOf(findings.refresh.periodNs)},
               {"counter", findings.refreshSource},
               {"continued_vsyncs", findings.continuedVsyncs},
               {"changes", changes}}},
@@ -145,7 +148,7 @@ Json pingpongsJson(const Findings& findings) {
 
 Json worstJson(const Findings& findings) {
     return listOf(findings.worst, [&](int index) {
-        Json frame = toJson(findings.frames[static_cast<size_t>(index)]);
+        Json frame = toJson(findings.frames[static_cast<size_t>(index)], findings);
         frame["index"] = index;
         return frame;
     });
@@ -182,7 +185,8 @@ void addHints(Json& json, const Findings& findings) {
 }
 
 void addEverything(Json& json, const Findings& findings) {
-    json["frames"] = listOf(findings.frames, [](const Frame& frame) { return toJson(frame); });
+    json["frames"] =
+            listOf(findings.frames, [&](const Frame& frame) { return toJson(frame, findings); });
     json["stutters"] = listOf(findings.stutters, [](const Stutter& stutter) {
         return Json{{"time_ns", stutter.timeNs}, {"vsyncs", stutter.vsyncs}};
     });

@@ -103,7 +103,7 @@ class Reasons {
         }
         const double fps = static_cast<double>(percentile(thousandths, 50)) / 1000;
         const int64_t periodNs = mFindings.refresh.periodAt(mFindings.measuredFps.back().timeNs);
-        const int rate = displayRateClass(periodNs);
+        const int rate = rules::displayClassOf(periodNs);
         if (rate == 0) {
             return format("%.1f frames/s, and the display's %.1f Hz are in no rate class", fps,
                           1e9 / static_cast<double>(periodNs));
@@ -135,7 +135,7 @@ class Reasons {
         int most = 0;
         int now = 0;
         for (const Sample& sample : mFindings.measuredFps) {
-            const int rate = displayRateClass(mFindings.refresh.periodAt(sample.timeNs));
+            const int rate = rules::displayClassOf(mFindings.refresh.periodAt(sample.timeNs));
             const bool matches = rules::frameRateClassOf(static_cast<float>(sample.value)) == rate;
             const bool kept = matches && (sample.value > rate - 1 ||
                                           isOn(mFindings.headroomRegulator, sample.timeNs));

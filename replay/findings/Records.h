@@ -30,6 +30,7 @@ struct Frame {
     int lateVsyncs = 0;    // whole vsyncs by which the interval exceeds one period, see Findings
     bool late = false;     // the interval exceeds one period by more than 2 ms
     Hold hold = Hold::kNone;
+    int phone = kNoFrame;  // what the phone said of it, in Findings::phone
 
     int64_t heldNs() const { return returnedNs - queuedNs; }
     int64_t delayNs() const { return queuedNs - dueNs; }  // its thread was not there in time

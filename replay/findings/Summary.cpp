@@ -5,6 +5,7 @@
 #include "replay/base/Error.h"
 #include "replay/base/Text.h"
 #include "replay/findings/FrameFindings.h"
+#include "tracker/FrameRules.h"
 
 namespace replay {
 
@@ -29,7 +30,7 @@ std::string describeRate(int64_t periodNs) {
 }
 
 std::string describeClass(int64_t periodNs) {
-    const int rate = displayRateClass(periodNs);
+    const int rate = android::cindral::displayClassOf(periodNs);
     return rate == 0 ? "in no rate class of the library" : format("class %d", rate);
 }
 
@@ -168,6 +169,7 @@ class Writer {
         countRow("frames", mFindings.frames.size());
         row("late", format("%zu; by more than 1 vsync %zu, by more than 2 vsyncs %zu",
                            mFindings.late[0], mFindings.late[1], mFindings.late[2]));
+        if (!mFindings.phone.empty()) row("by the phone itself", describePhone());
         countRow("stutters", mFindings.stutters.size());
         row("frame time", describe(mFindings.frameTimeNs));
         if (mFindings.capturedFrames > 0) {
@@ -181,6 +183,18 @@ class Writer {
                                        "beyond their captured time; see --model",
                                        mFindings.zeroRenderTimes));
         }
+    }
+
+    std::string describePhone() const {
+        size_t missed = 0;
+        for (const TimelineFrame& frame : mFindings.phone) missed += isMissed(frame) ? 1 : 0;
+        const auto agrees = std::count_if(
+                mFindings.frames.begin(), mFindings.frames.end(), [&](const Frame& frame) {
+                    return frame.late && frame.phone != kNoFrame &&
+                           isMissed(mFindings.phone[static_cast<size_t>(frame.phone)]);
+                });
+        return format("%zu of %zu not on time, %td of them late here", missed,
+                      mFindings.phone.size(), agrees);
     }
 
     std::string describeWorst() const {

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <regex>
 #include <tuple>
 #include <utility>
@@ -9,6 +10,7 @@
 
 #include "replay/base/Error.h"
 #include "replay/base/Text.h"
+#include "replay/capture/Part.h"
 #include "replay/capture/Progress.h"
 #include "replay/capture/ReadCapture.h"
 #include "replay/play/Workloads.h"
@@ -36,7 +38,9 @@ std::string layerNames(const Capture& capture, const std::vector<size_t>& indexe
     return text;
 }
 
-size_t matchingLayer(const Capture& capture, const std::string& pattern) {
+size_t matchingLayer(Input& input, const InputChoice& choice) {
+    const Capture& capture = input.capture;
+    const std::string& pattern = choice.layerPattern;
     std::vector<size_t> all;
     std::vector<size_t> matching;
     const std::regex regex = compile(pattern);
@@ -49,8 +53,14 @@ size_t matchingLayer(const Capture& capture, const std::string& pattern) {
         throw InputError("--layer " + inQuotes(pattern) +
                          " matches none of: " + layerNames(capture, all));
     }
+    if (choice.join) {
+        input.notes.emplace_back("layers joined", layerNames(capture, matching));
+        return joinLayers(input.capture, matching);
+    }
     throw InputError(capture.source +
-                     ": choose one layer with --layer REGEX: " + layerNames(capture, matching));
+                     ": choose one layer with --layer REGEX, or add --join for one "
+                     "that was made anew: " +
+                     layerNames(capture, matching));
 }
 
 size_t layerNamed(const Capture& capture, const std::string& name) {
@@ -59,6 +69,41 @@ size_t layerNamed(const Capture& capture, const std::string& name) {
     }
     throw InputError(capture.source + ": has no layer " + inQuotes(name) +
                      ", which the expectation is about");
+}
+
+// "2.5" or "2.5s" are seconds since the first event, "300f" is a frame of the layer.
+int64_t momentOf(const char* option, const std::string& text, const Input& input) {
+    const auto refuse = [&](const std::string& why) {
+        throw InputError(std::string(option) + " " + inQuotes(text) + ": " + why);
+    };
+    const bool isFrame = !text.empty() && text.back() == 'f';
+    const bool hasUnit = isFrame || (!text.empty() && text.back() == 's');
+    double number = 0;
+    const bool isNumber = toNumber(std::string_view(text).substr(0, text.size() - hasUnit), number);
+    if (!isNumber || !(number >= 0)) refuse("give seconds as in 2.5, or a frame as in 300f");
+    const double endSeconds = toSeconds(input.capture.durationNs);
+    if (!isFrame && number > endSeconds) refuse(format("the capture ends at %.3f s", endSeconds));
+    if (!isFrame) return std::llround(number * 1e9);
+    const std::vector<int64_t>& frames = input.layer().queueTimesNs;
+    if (number >= static_cast<double>(frames.size())) {
+        refuse(format("the layer has %zu frames, numbered from 0", frames.size()));
+    }
+    return frames[static_cast<size_t>(number)];
+}
+
+void takePart(Input& input, const InputChoice& choice) {
+    if (choice.from.empty() && choice.to.empty()) return;
+    const int64_t from = choice.from.empty() ? 0 : momentOf("--from", choice.from, input);
+    const int64_t to =
+            choice.to.empty() ? input.capture.durationNs : momentOf("--to", choice.to, input);
+    if (from >= to) throw InputError("--from must come before --to");
+    cutCapture(input.capture, from, to);
+    input.notes.emplace_back(
+            "part", format("from %.6f s to %.6f s of the capture", toSeconds(from), toSeconds(to)));
+    if (input.layer().queueTimesNs.empty()) {
+        throw InputError(input.capture.source +
+                         ": the layer queues no buffer between --from and --to");
+    }
 }
 
 Capture workloadCapture(const InputChoice& choice) {
@@ -82,8 +127,13 @@ Input withLayer(Capture capture, const InputChoice& choice) {
     input.workload = choice.workload;
     input.frames = choice.frames;
     input.capture = std::move(capture);
-    input.layerIndex = choice.layer.empty() ? matchingLayer(input.capture, choice.layerPattern)
-                                            : layerNamed(input.capture, choice.layer);
+    const bool isNamed = !choice.layer.empty() && !choice.join;
+    input.layerIndex =
+            isNamed ? layerNamed(input.capture, choice.layer) : matchingLayer(input, choice);
+    takePart(input, choice);
+    if (!input.layer().standIn.empty()) {
+        input.notes.emplace_back("queue", input.layer().standIn);
+    }
     return input;
 }
 
@@ -96,9 +146,17 @@ std::string InputChoice::name() const {
 bool InputChoice::operator==(const InputChoice& other) const {
     const auto all = [](const InputChoice& choice) {
         return std::tie(choice.capture, choice.layerPattern, choice.layer, choice.workload,
-                        choice.frames);
+                        choice.frames, choice.join, choice.from, choice.to);
     };
     return all(*this) == all(other);
+}
+
+std::vector<std::string> InputChoice::toOptions() const {
+    std::vector<std::string> options;
+    if (join) options.insert(options.end(), {"--layer", layerPattern, "--join"});
+    if (!from.empty()) options.insert(options.end(), {"--from", from});
+    if (!to.empty()) options.insert(options.end(), {"--to", to});
+    return options;
 }
 
 Capture openCapture(const InputChoice& choice) {

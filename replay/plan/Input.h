@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "replay/capture/Capture.h"
 
@@ -16,8 +18,14 @@ struct InputChoice {
     std::string layer;         // its exact name, instead of a pattern; may be empty
     std::string workload;      // a game by rule, if there is no capture
     int frames = 0;            // of the workload
+    bool join = false;         // make one layer of all that match the pattern
+    // The part to play: seconds since the first event ("2.5"), or a frame ("300f"); may be empty.
+    std::string from;
+    std::string to;
 
     std::string name() const;  // for people
+    // The options that choose the part and the layers, so that they can be written down.
+    std::vector<std::string> toOptions() const;
     bool operator==(const InputChoice& other) const;
 };
 
@@ -27,6 +35,8 @@ struct Input {
     size_t layerIndex = 0;
     std::string workload;  // empty: the capture is what is played
     int frames = 0;        // of the workload
+    // What was made of the capture, in words, by name.
+    std::vector<std::pair<std::string, std::string>> notes;
 
     const LayerEvents& layer() const { return capture.layers.at(layerIndex); }
 };

@@ -116,6 +116,7 @@ Played playInput(const Input& input, const Setup& setup) {
     played.run = play(input.layer(), vsyncs, setup.settings, options);
     if (setup.model) addModel(played.run, input, *setup.model, *options.model);
     addConditions(played.run, setup);
+    for (const auto& note : input.notes) played.run.conditions.push_back(note);
     played.findings = findingsOf(input.capture, input.layer(), vsyncs, played.run);
     return played;
 }

@@ -50,6 +50,8 @@ std::string recordingOf(const PlannedRun& run, const Played& played) {
     Expectation expectation;
     expectation.layer = played.findings.layer;
     expectation.options = run.setup.toOptions();
+    const std::vector<std::string> part = run.input.toOptions();
+    expectation.options.insert(expectation.options.end(), part.begin(), part.end());
     expectation.calls = expectedCalls(played.run);
     std::ostringstream text;
     writeExpectation(text, expectation);

@@ -101,6 +101,14 @@ void addInputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
     app.add_option("--layer", line.input.layerPattern,
                    "Replay the layer whose name matches; it is an error if several do or none does")
             ->type_name("REGEX");
+    app.add_flag(
+            "--join", line.input.join,
+            "Make one layer of all that match, which the application made one after the other");
+    app.add_option("--from", line.input.from,
+                   "Play the capture from there: seconds (2.5), or a frame of the layer (300f)")
+            ->type_name("TIME");
+    app.add_option("--to", line.input.to, "Play it up to there, which is included")
+            ->type_name("TIME");
     repeatable(app.add_option("--set", raw.assignments,
                               "Set a property of the device, see below; may be repeated"))
             ->type_name("PROPERTY=VALUE");
@@ -318,6 +326,9 @@ void takeWorkload(CommandLine& line, const Raw& raw) {
     if (line.input.workload.empty()) line.input.workload = kDefaultWorkload;
     if (!raw.work.empty()) throw InputError("--work is for captures; a workload says itself");
     if (raw.listLayers) throw InputError("--list-layers is for captures; name one");
+    if (!line.input.toOptions().empty()) {
+        throw InputError("--from, --to and --join are for captures");
+    }
 }
 
 void takeTask(CommandLine& line, const Raw& raw, const CLI::App& record, const CLI::App& check) {

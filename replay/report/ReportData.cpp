@@ -39,6 +39,7 @@ json frameColumns(const std::vector<Frame>& frames) {
                                })},
             {"shownLate", columnOf(frames, [](const Frame& f) { return f.shownLateVsyncs; })},
             {"render", columnOf(frames, [](const Frame& f) { return f.renderNs; })},
+            {"phone", columnOf(frames, [](const Frame& f) { return f.phone; })},
             {"pending", columnOf(frames, [](const Frame& f) { return f.pending; })},
             {"flags", columnOf(frames,
                                [](const Frame& f) {
@@ -128,6 +129,12 @@ json decisionLog(const Findings& findings) {
     return {{"columns", columns}, {"texts", texts.take()}};
 }
 
+json phoneVerdicts(const Findings& findings) {
+    json verdicts = json::array();
+    for (const TimelineFrame& frame : findings.phone) verdicts.push_back(verdictOf(frame));
+    return verdicts;
+}
+
 json series(const Findings& findings) {
     return {
             {"headroom", sampleColumns(findings.headroomNs, 1)},
@@ -166,6 +173,7 @@ json runData(const ReportRun& run, const Findings* previous) {
             {"frames", frameColumns(findings.frames)},
             {"series", series(findings)},
             {"log", decisionLog(findings)},
+            {"phone", phoneVerdicts(findings)},
     };
     data["vsyncs"] = sharesVsyncs ? json(nullptr)
                                   : json(columnOf(findings.vsyncsNs, [](int64_t t) { return t; }));

@@ -8,6 +8,7 @@
 #include "replay/findings/Figures.h"
 #include "replay/findings/Ranking.h"
 #include "replay/report/Html.h"
+#include "tracker/FrameRules.h"
 
 namespace replay {
 
@@ -183,7 +184,7 @@ class Writer {
         for (const RateChange& change : f.refresh.changes) {
             text += format(", from %.2f s at %.2f Hz", toSeconds(change.timeNs),
                            hertz(change.periodNs));
-            if (displayRateClass(change.periodNs) == 0)
+            if (android::cindral::displayClassOf(change.periodNs) == 0)
                 text += ", which the library does not serve";
         }
         return text + replaced(f);

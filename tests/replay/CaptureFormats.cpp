@@ -61,6 +61,12 @@ std::string packedPackets(const std::string& packets, PacketPacking packing) {
     return packet(bytesField(133, zstdOf(packets)));
 }
 
+std::string utf16Of(const std::string& ascii, bool bigEndian) {
+    std::string wide = bigEndian ? "\xfe\xff" : "\xff\xfe";
+    for (const char c : ascii) wide += bigEndian ? std::string{'\0', c} : std::string{c, '\0'};
+    return wide;
+}
+
 la_ssize_t append(archive*, void* packed, const void* bytes, size_t size) {
     static_cast<std::string*>(packed)->append(static_cast<const char*>(bytes), size);
     return static_cast<la_ssize_t>(size);
@@ -173,6 +179,8 @@ std::vector<NamedCapture> inEveryFormat(const Samples& samples) {
             {"ftrace", ftrace},
             {"ftrace_crlf", replaced(ftrace, "\n", "\r\n")},
             {"ftrace_blank_start", "\n\n" + ftrace},
+            {"ftrace_utf16", utf16Of(ftrace, false)},
+            {"page_utf16_big", utf16Of(page, true)},
             {"atrace_z", packedAtraceOf(ftrace)},
             {"page", page},
             {"page_oldest", oldestPageOf(ftrace)},

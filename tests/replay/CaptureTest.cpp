@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <utility>
 #include <vector>
 
@@ -105,6 +106,10 @@ TEST(Capture, WithoutAnyLayer_SaysWhatWasSoughtAndFound) {
     EXPECT_EQ(error.find("f: "), 0u);
     EXPECT_NE(error.find("\"BufferTX - SurfaceView["), std::string::npos);
     EXPECT_NE(error.find("found \"VSYNC-sf\", \"heat\""), std::string::npos);
+    builder.addMarker({0, "C|1|a.b/a.b.Main#0|1", 1});
+    builder.addMarker({0, "C|1|BufferTX - a.b/a.b.Main#7|1", 1});
+    EXPECT_NE(errorOf([&] { builder.build("f"); }).find("found \"BufferTX - a.b/a.b.Main#7\";"),
+              std::string::npos);
 }
 
 TEST(VsyncTrack, Period_IsMeasuredThroughPausesJitterAndHalfRate) {
@@ -118,6 +123,51 @@ TEST(VsyncTrack, Period_IsMeasuredThroughPausesJitterAndHalfRate) {
               10);  // mostly every second
     EXPECT_EQ(measured({98, 102, 100, 99, 101, 301, 100, 100, 5000, 100}), 100);
     EXPECT_EQ(measured(Times(7, 10)), -1);
+}
+
+// Vsyncs with jitter, of which some are missing where `hz` is given with a decimal.
+Times vsyncsOf(const std::vector<std::pair<double, int>>& stretches) {
+    Times times{0};
+    double next = 0;
+    for (const auto& [hz, count] : stretches) {
+        for (int i = 0; i < count; ++i) {
+            next += 1e9 / std::floor(hz);
+            const bool isMissing = hz > std::floor(hz) && (i * 7919) % 10 < 3;
+            if (!isMissing) times.push_back(std::llround(next) + (i * 104'729) % 300'000);
+        }
+    }
+    return times;
+}
+
+TEST(VsyncTrack, Rates_AreMeasuredByStretches) {
+    const std::vector<std::pair<double, int>> kDisplays[] = {
+            {{60, 180}, {120, 360}, {60, 180}},
+            {{60.5, 180}, {90.5, 360}, {60.5, 180}},
+            {{144, 300}, {50, 100}, {75, 100}},
+            {{60.5, 600}},
+    };
+    for (const auto& display : kDisplays) {
+        const auto measured = measureRefresh(vsyncsOf(display), [](auto...) { return false; });
+        ASSERT_TRUE(measured && measured->changes.size() + 1 == display.size()) << display[0].first;
+        double change = 0;
+        for (size_t i = 0; i < display.size(); ++i) {
+            const double period = 1e9 / std::floor(display[i].first);
+            const int64_t at = std::llround(change);
+            if (i > 0) EXPECT_NEAR(measured->changes[i - 1].timeNs, at, 3 * period);
+            EXPECT_NEAR(measured->periodAt(at + 100'000'000), period, 50'000);
+            change += period * display[i].second;
+        }
+    }
+}
+
+TEST(VsyncTrack, VsyncsLeftOut_AreNoOtherRate) {
+    const auto ratesOf = [](std::vector<std::pair<double, int>> stretches, bool isFaster) {
+        return measureRefresh(vsyncsOf(stretches), [=](auto...) { return isFaster; })
+                ->changes.size();
+    };
+    EXPECT_EQ(ratesOf({{60, 180}, {30, 90}, {60, 180}}, false), 0u) << "no display has 30 Hz";
+    EXPECT_EQ(ratesOf({{120, 180}, {60, 90}}, true), 0u) << "another counter shows them";
+    EXPECT_EQ(ratesOf({{120, 180}, {60, 90}}, false), 1u);
 }
 
 TEST(VsyncTrack, Pauses_AreContinuedAtThePeriodFromStartToEnd) {

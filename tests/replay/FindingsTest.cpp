@@ -1,6 +1,7 @@
 // What the findings say, checked against each other and against the lists they come from.
 
 #include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <set>
 
@@ -27,6 +28,78 @@ TEST_F(Replay, Findings_CountLateFramesByTheirIntervals) {
         EXPECT_GT(late, 0);
     }
     EXPECT_NEAR(run["worst_frames"][0]["interval_ns"].get<double>(), 100.0 * period, 2.0 * period);
+}
+
+// In the modelled loop every latch follows its vsync by a millisecond.
+TEST_F(Program, Findings_SayWhatThePlayerSaw) {
+    const json run = jsonOf("--workload bursts");
+    std::vector<int64_t> shown;
+    for (const json& frame : run["frames"]) {
+        const int64_t vsync = frame["latched_ns"].get<int64_t>() - 1'000'000;
+        EXPECT_EQ(frame["shown_ns"], vsync);
+        shown.push_back(vsync);
+    }
+    const int64_t period = run["refresh"]["period_ns"];
+    int64_t repeated = 0;
+    int64_t longest = 0;
+    size_t inTime = 1;
+    for (size_t i = 1; i < shown.size(); ++i) {
+        const int64_t vsyncs = std::llround(1.0 * (shown[i] - shown[i - 1]) / period);
+        EXPECT_EQ(run["frames"][i]["shown_late_vsyncs"], vsyncs - 1);
+        repeated += vsyncs - 1;
+        inTime += vsyncs == 1 ? 1 : 0;
+        longest = std::max(longest, shown[i] - shown[i - 1]);
+    }
+    EXPECT_GT(repeated, 20);
+    EXPECT_EQ(run["figures"]["repeated_vsyncs"], repeated);
+    EXPECT_NEAR(run["figures"]["shown_in_time_percent"], 100.0 * inTime / shown.size(), 1e-9);
+    EXPECT_NEAR(run["figures"]["low_0_1_percent_fps"], 1e9 / longest, 1);
+    EXPECT_GT(run["figures"]["low_1_percent_fps"], run["figures"]["low_0_1_percent_fps"]);
+}
+
+TEST_F(Program, Findings_GiveEveryNeverItsReason) {
+    struct Case {
+        const char* arguments;
+        const char* what;
+        const char* reason;
+    };
+    const Case kCases[] = {
+            {"--workload heavy --refresh 120", "frame_regulator",
+             "104.3 frames/s, not the display's 120"},
+            {"--workload heavy --refresh 120", "pl_off", "the frame regulator was never on"},
+            {"--workload steady --refresh 48", "frame_regulator", "are in no rate class"},
+            {"--workload steady --frames 30", "headroom_regulator", "no measuring period closed"},
+            {"--workload tight --buffers 2", "headroom_regulator",
+             "no 31 buffers in a row left others pending, at most"},
+            {"--set vendor.perf.phr.enable=0", "headroom_regulator", "[GFAR:1][PHR:0]"},
+            {"--set vendor.perf.pfar2.hgpe.enable=0", "negative_boost", "hgpe.enable is 0"},
+            {"--set vendor.perf.pfar2.disable_pl=0", "pl_off", "disable_pl is 0"},
+            {"--workload steady --frames 200", "core_control_off",
+             "no 3 measuring periods in a row"},
+    };
+    for (const Case& test : kCases) {
+        const json never = jsonOf(test.arguments)["never"];
+        ASSERT_TRUE(never[test.what].is_string()) << test.arguments << never;
+        EXPECT_NE(never[test.what].get<std::string>().find(test.reason), std::string::npos)
+                << test.arguments << never;
+    }
+    for (const auto& [what, reason] : jsonOf("")["never"].items())
+        EXPECT_TRUE(reason.is_null()) << what;
+}
+
+TEST_F(Program, Parts_AreWhatTheWholeHasThere) {
+    const json whole = jsonOf("--no-library");
+    const json part = jsonOf("--no-library --from 100f --to 12.5");
+    const int64_t from = whole["frames"][100]["queued_ns"];
+    const auto& frames = part["frames"];
+    EXPECT_EQ(part["capture"]["origin_ns"].get<int64_t>(),
+              whole["capture"]["origin_ns"].get<int64_t>() + from);
+    for (size_t i = 0; i < frames.size(); ++i) {
+        const json& same = whole["frames"][100 + i];
+        EXPECT_EQ(frames[i]["queued_ns"].get<int64_t>(), same["queued_ns"].get<int64_t>() - from);
+        EXPECT_EQ(frames[i]["pending"], same["pending"]);
+    }
+    EXPECT_GT(whole["frames"][100 + frames.size()]["queued_ns"], 12'500'000'000);
 }
 
 // Whether `text` begins with the pattern's first part and holds the others, which stars separate, in order.
@@ -124,8 +197,8 @@ TEST_F(Replay, EveryJsonField_IsDocumentedAndEveryDocumentedOneExists) {
 
 TEST(Figures, EachPercentile_IsTheOneInItsName) {
     replay::Findings findings;
-    for (auto* times :
-         {&findings.frameTimeNs, &findings.renderTimeNs, &findings.latencyNs, &findings.heldNs}) {
+    for (auto* times : {&findings.frameTimeNs, &findings.renderTimeNs, &findings.latencyNs,
+                        &findings.heldNs, &findings.screen.animationErrorNs}) {
         times->p50 = 50'000'000;
         times->p90 = 90'000'000;
         times->p95 = 95'000'000;

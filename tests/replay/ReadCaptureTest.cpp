@@ -236,8 +236,78 @@ TEST(ReadCapture, WhatIsNoCapture_IsRefusedInOneLine) {
 TEST(ReadCapture, FurtherCapturesInAnArchive_AreNamed) {
     const std::string ftrace = ftraceOf(gameSamples(130));
     const Capture capture =
-            read(zipOf({{"first.ftrace", ftrace}, {"readme", "hello"}, {"second.ftrace", ftrace}}));
-    EXPECT_EQ(capture.lost, "1 further capture in it not read, \"second.ftrace\"");
+            read(zipOf({{"a", ftrace}, {"readme", "hello"}, {"b", ftrace}, {"c", ftrace}}));
+    EXPECT_EQ(capture.lost, "2 further captures in it not read, \"b\", \"c\"");
+}
+
+class EndlessSource : public ByteSource {
+  public:
+    explicit EndlessSource(std::string piece) : mPiece(std::move(piece)) {}
+    size_t read(char* buffer, size_t size) override {
+        const size_t count = std::min(size, mPiece.size());
+        std::copy_n(mPiece.begin(), count, buffer);
+        return count;
+    }
+
+  private:
+    const std::string mPiece;
+};
+
+TEST(ReadCapture, WhatNeverEnds_IsRefused) {
+    const std::pair<std::string, const char*> kStreams[] = {
+            {std::string(65'536, '\0'), "file:1: no end of the line"},
+            {std::string(65'536, '\n'), "file:1000001: no event so far"},
+            {"not a trace\n", "and 10001 more bad lines"},
+    };
+    for (const auto& [piece, expected] : kStreams) {
+        EndlessSource source(piece);
+        try {
+            readCapture(source, "file");
+            ADD_FAILURE() << "read to the end";
+        } catch (const InputError& error) {
+            EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
+        }
+    }
+}
+
+// A slice of each kind that stands in for the counters, on a display of 100 Hz.
+TEST(ReadCapture, WithoutTheCompositorsCounters_OthersStandIn) {
+    struct Case {
+        const char* vsync;  // and what shows queued and taken buffers
+        const char* queued;
+        const char* taken;
+        const char* layer;
+        const char* standIn;
+    };
+    const Case kCases[] = {
+            {"700 C|612|VSYNC-app|", "99 C|99|QueuedBuffer - SurfaceView[a.b/c.D]#1BLAST#1|1",
+             "99 C|99|QueuedBuffer - SurfaceView[a.b/c.D]#1BLAST#1|0",
+             "SurfaceView[a.b/c.D](BLAST)#1", "application's counter"},
+            {"700 C|612|VSYNC|", "1893 B|612|SurfaceView - a.b/c.D#0: 2", "612 B|612|latchBuffer",
+             "SurfaceView[a.b/c.D](BLAST)#0", "slices"},
+            {"700 C|612|VSYNC|", "99 B|98|queueBuffer", "612 B|612|latchBuffer",
+             "SurfaceView[process-98/thread-99](BLAST)#0", "slices"},
+    };
+    for (const Case& test : kCases) {
+        std::string text;
+        const auto add = [&](int ms, const std::string& what) {
+            const size_t blank = what.find(' ');
+            text += "a-" + what.substr(0, blank) + " [000] .... 1." + std::to_string(100 + ms) +
+                    ": tracing_mark_write: " + what.substr(blank + 1) + "\n";
+        };
+        for (int i = 0; i < 20; ++i) {
+            add(10 * i, test.vsync + std::to_string(i % 2));
+            add(10 * i + 1, test.taken);
+            add(10 * i + 5, test.queued);
+        }
+        const Capture capture = read(text);
+        const LayerEvents& layer = capture.layers.at(0);
+        EXPECT_EQ(layer.name.layer, test.layer);
+        EXPECT_NE(layer.standIn.find(test.standIn), std::string::npos) << layer.standIn;
+        EXPECT_EQ(layer.queueTimesNs.size(), 20u) << test.layer;
+        EXPECT_EQ(layer.consumes.size(), 19u) << test.layer;
+        EXPECT_EQ(vsyncTrack(capture, {}).periodNs, 10'000'000);
+    }
 }
 
 std::string drawn(int descriptor, int readFrom, uint64_t totalBytes) {
