@@ -49,7 +49,7 @@ class Reasons {
                           most);
         }
         return format(
-                "%d buffers in a row left others pending only while the rate was not the "
+                "%d buffers in a row left others pending only while the measured rate was not the "
                 "display's",
                 kBuffersAhead);
     }

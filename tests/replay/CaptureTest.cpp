@@ -133,7 +133,7 @@ Times vsyncsOf(const std::vector<std::pair<double, int>>& stretches) {
         for (int i = 0; i < count; ++i) {
             next += 1e9 / std::floor(hz);
             const bool isMissing = hz > std::floor(hz) && (i * 7919) % 10 < 3;
-            if (!isMissing) times.push_back(std::llround(next) + (i * 104'729) % 300'000);
+            if (!isMissing) times.push_back(std::llround(next) + (i * i * 613) % 1001 * 300);
         }
     }
     return times;
@@ -153,7 +153,9 @@ TEST(VsyncTrack, Rates_AreMeasuredByStretches) {
         for (size_t i = 0; i < display.size(); ++i) {
             const double period = 1e9 / std::floor(display[i].first);
             const int64_t at = std::llround(change);
-            if (i > 0) EXPECT_NEAR(measured->changes[i - 1].timeNs, at, 3 * period);
+            if (i > 0) {
+                EXPECT_NEAR(measured->changes[i - 1].timeNs, at, 3 * period);
+            }
             EXPECT_NEAR(measured->periodAt(at + 100'000'000), period, 50'000);
             change += period * display[i].second;
         }
