@@ -257,7 +257,7 @@ TEST(ReadCapture, WhatNeverEnds_IsRefused) {
     const std::pair<std::string, const char*> kStreams[] = {
             {std::string(65'536, '\0'), "file:1: no end of the line"},
             {std::string(65'536, '\n'), "file:1000001: no event so far"},
-            {"not a trace\n", "and 10001 more bad lines"},
+            {"not a trace\n", "and 10000 more bad lines"},
     };
     for (const auto& [piece, expected] : kStreams) {
         EndlessSource source(piece);
