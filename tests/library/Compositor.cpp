@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <algorithm>
 #include <ostream>
 
 using device::EntryPoint;
@@ -25,15 +25,6 @@ void configure(const Scene& scene) {
     for (const auto& [id, value] : scene.knobs) device.setKnob(id, value);
     for (const auto& [package, verdict] : scene.verdicts) device.setVerdict(package, verdict);
     for (const auto& [package, weight] : scene.weights) device.setGameWeight(package, weight);
-}
-
-template <typename Filter, typename Text>
-std::vector<Sight> sights(Filter filter, Text text) {
-    std::vector<Sight> found;
-    for (const Event& event : StandInDevice::instance().events()) {
-        if (filter(event)) found.push_back({event.timeNs - kStart, text(event)});
-    }
-    return found;
 }
 
 }  // namespace
@@ -103,7 +94,7 @@ void Compositor::play(const std::string& layer, int frames, int64_t period, int 
 
 int64_t Compositor::playUntilEnvironment(const std::string& layer, int64_t period) {
     const bool built = device::Game(library, {layer}, period).playUntil([] {
-        return !serviceCalls(EntryPoint::kPerfGetFeedbackExtn).empty();
+        return !sightsOf({"perf_get_feedback_extn("}).empty();
     });
     EXPECT_TRUE(built) << "the environment of " << layer;
     return now();
@@ -126,87 +117,49 @@ sim::Outcome playGame(const Scene& scene,
     });
 }
 
-std::vector<Sight> serviceCalls() {
-    return sights([](const Event& event) { return event.kind == EventKind::kServiceCall; },
-                  device::describe);
-}
-
-std::vector<Sight> serviceCalls(EntryPoint entryPoint) {
-    return sights(
-            [&](const Event& event) {
-                return event.kind == EventKind::kServiceCall && event.entryPoint == entryPoint;
-            },
-            device::describe);
-}
-
-std::vector<Sight> boosts() {
-    return sights(
-            [](const Event& event) {
-                return event.kind == EventKind::kServiceCall &&
-                       event.entryPoint == EntryPoint::kPerfHint &&
-                       event.arguments[0] == kBoostHintId;
-            },
-            [](const Event& event) {
-                return std::to_string(event.arguments[1]) + "/" +
-                       std::to_string(event.arguments[2]);
-            });
-}
-
-std::vector<Sight> logs() {
-    return sights([](const Event& event) { return event.kind == EventKind::kLog; },
-                  device::describe);
-}
-
-std::vector<Sight> markers() {
-    return sights([](const Event& event) { return event.kind == EventKind::kTraceBegin; },
-                  [](const Event& event) { return event.text; });
-}
-
-namespace {
-
-// Some log lines come with a marker of the same text; those are one sight.
-std::vector<Sight> withText(const std::string& text) {
-    const auto of = [&](EventKind kind) {
-        return sights([&](const Event& event) { return event.kind == kind && event.text == text; },
-                      device::describe);
-    };
-    const std::vector<Sight> lines = of(EventKind::kLog);
-    return lines.empty() ? of(EventKind::kTraceBegin) : lines;
-}
-
-}  // namespace
-
-int countOf(const std::string& text) {
-    return static_cast<int>(withText(text).size());
-}
-
-std::vector<std::string> markersOf(const std::vector<std::string>& texts) {
-    std::vector<std::string> found;
-    for (const Sight& marker : markers()) {
-        for (const std::string& text : texts) {
-            if (marker.what.rfind(text, 0) == 0) found.push_back(marker.what);
-        }
+std::vector<Sight> sightsOf(const std::vector<std::string>& parts) {
+    std::vector<Sight> found;
+    for (const Event& event : StandInDevice::instance().events()) {
+        const std::string line = device::describe(event);
+        const auto contains = [&](const std::string& part) { return line.find(part) != line.npos; };
+        if (std::any_of(parts.begin(), parts.end(), contains))
+            found.push_back({event.timeNs - kStart, line});
     }
     return found;
 }
 
-int64_t timeOf(const std::string& text) {
-    const std::vector<Sight> found = withText(text);
-    EXPECT_EQ(found.size(), 1U) << "\"" << text << "\"";
-    return found.empty() ? -1 : found.front().time;
+std::vector<std::string> linesOf(const std::vector<std::string>& parts) {
+    std::vector<std::string> lines;
+    for (const Sight& sight : sightsOf(parts)) lines.push_back(sight.what);
+    return lines;
+}
+
+std::vector<Sight> boosts() {
+    std::vector<Sight> found;
+    for (const Event& event : StandInDevice::instance().events()) {
+        if (event.entryPoint != EntryPoint::kPerfHint || event.arguments[0] != kBoostHintId)
+            continue;
+        const std::vector<int>& arguments = event.arguments;
+        found.push_back({event.timeNs - kStart,
+                         std::to_string(arguments[1]) + "/" + std::to_string(arguments[2])});
+    }
+    return found;
 }
 
 std::vector<int64_t> timesOf(const std::string& text) {
-    std::vector<int64_t> times;
-    for (const Sight& sight : withText(text)) times.push_back(sight.time);
-    return times;
+    std::map<EventKind, std::vector<int64_t>> times;
+    for (const Event& event : StandInDevice::instance().events()) {
+        if (event.text == text) times[event.kind].push_back(event.timeNs - kStart);
+    }
+    return times[times.count(EventKind::kLog) != 0 ? EventKind::kLog : EventKind::kTraceBegin];
 }
 
-std::string record() {
-    std::string lines;
-    for (const Event& event : StandInDevice::instance().events()) {
-        lines += std::to_string(event.timeNs) + " " + std::to_string(event.thread) + " " +
-                 device::describe(event) + "\n";
-    }
-    return lines;
+int64_t timeOf(const std::string& text) {
+    const std::vector<int64_t> found = timesOf(text);
+    EXPECT_EQ(found.size(), 1U) << "\"" << text << "\"";
+    return found.empty() ? -1 : found.front();
+}
+
+int countOf(const std::string& text) {
+    return static_cast<int>(timesOf(text).size());
 }

@@ -17,9 +17,10 @@ inline constexpr int64_t kMs = 1'000'000;
 inline constexpr int64_t kSecond = 1'000'000'000;
 
 inline constexpr int64_t kPeriod60 = 16'666'667;
+inline constexpr int64_t kPeriod75 = 13'333'333;
 inline constexpr int64_t kPeriod90 = 11'111'111;
 // One of every display class.
-inline constexpr int64_t kPeriods[] = {kPeriod60, 13'333'333, kPeriod90, 8'333'333, 6'944'444};
+inline constexpr int64_t kPeriods[] = {kPeriod60, kPeriod75, kPeriod90, 8'333'333, 6'944'444};
 
 inline const std::string kGame = "SurfaceView[com.example.game/com.example.game.Main](BLAST)#1";
 inline const std::string kOtherGame =
@@ -91,17 +92,13 @@ sim::Outcome playGame(const Scene& scene,
                       const std::function<void(Compositor&, int64_t last)>& body,
                       int64_t period = kPeriod60);
 
-// What has been seen since the start of the scene, in order.
-std::vector<Sight> serviceCalls();
-std::vector<Sight> serviceCalls(device::EntryPoint entryPoint);
-std::vector<Sight> boosts();   // boosts and releases through perf_hint, as "duration/type"
-std::vector<Sight> logs();     // as "priority tag: text"
-std::vector<Sight> markers();  // trace sections that began
-// When a log line or marker with this text was written. Fails the test if it was not, or more than
-// once.
-int64_t timeOf(const std::string& text);
+// What has been seen since the start of the scene and has one of the parts in its line, in order. A line
+// is a service call with its answer, "priority tag: text", "begin section" or "end".
+std::vector<Sight> sightsOf(const std::vector<std::string>& parts);
+std::vector<std::string> linesOf(const std::vector<std::string>& parts);
+std::vector<Sight> boosts();  // boosts and releases through perf_hint, as "duration/type"
+// When log lines with this text were written or, without one, markers: some come with a line of the same
+// text. timeOf fails the test if there is not exactly one.
 std::vector<int64_t> timesOf(const std::string& text);
+int64_t timeOf(const std::string& text);
 int countOf(const std::string& text);
-// The markers among `texts`, or that begin with one of them, in order.
-std::vector<std::string> markersOf(const std::vector<std::string>& texts);
-std::string record();  // everything, one line each

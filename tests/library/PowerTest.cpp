@@ -4,103 +4,98 @@
 
 #include "tests/library/Compositor.h"
 
-using device::EntryPoint;
+using device::StandInDevice;
 
 namespace {
-
-constexpr int64_t kEarly = 8 * kMs;
-constexpr int64_t kSlightlySlow = 16'900'000;  // 59.17 frames a second instead of 60
-constexpr int64_t kTooSlow = 17'100'000;       // 58.5 frames a second: class 60, but a frame short
 
 // Only the frame regulator, with negative boosts.
 Scene negativeBoostScene() {
     return Scene().frameRegulatorOnly().set("vendor.perf.pfar2.hgpe.enable", "1");
 }
 
-// Queues `frames` buffers, the first one a frame time after `time`; returns the time of the last.
-int64_t queueEvery(Compositor& compositor, int64_t time, int64_t frameTime, int frames) {
-    for (; frames > 0; --frames) compositor.queueAt(time += frameTime);
-    return time;
-}
-
-std::vector<std::string> lockCalls() {
-    std::vector<std::string> calls;
-    for (const Sight& call : serviceCalls()) {
-        if (call.what.rfind("perf_lock_", 0) == 0) calls.push_back(call.what);
+// What power optimisation said and did since the last call, a sign each; | for a measuring period.
+std::string news() {
+    const std::pair<const char*, char> signs[] = {{": FPS:", '|'},
+                                                  {"enable power opt.", 'E'},
+                                                  {": pingpong occurs!", 'p'},
+                                                  {"no pingpong for poweropt.", 'v'},
+                                                  {"already reach pingpong threshold.", 'r'},
+                                                  {"eliminate the data of switch", 'e'},
+                                                  {"disable power opt as not meet", 'd'},
+                                                  {"perf_lock_acq", '+'},
+                                                  {"perf_lock_rel", '-'}};
+    std::string seen;
+    for (const device::Event& event : StandInDevice::instance().events()) {
+        const std::string line = device::describe(event);
+        for (const auto& [text, sign] : signs) seen.append(line.find(text) != line.npos, sign);
     }
-    return calls;
+    StandInDevice::instance().clearEvents();
+    return seen;
 }
 
-// Plays until `periods` more measuring periods have closed.
-void playPeriods(Compositor& compositor, int64_t frameTime, int periods) {
-    const device::StandInDevice& device = device::StandInDevice::instance();
-    size_t seen = device.events().size();
-    while (periods > 0) {
-        compositor.queueAt(Compositor::now() + frameTime);
-        for (const device::Event& event : device.events(seen)) {
-            ++seen;
-            const bool line = event.kind == device::EventKind::kLog;
-            if (line && event.text.find("FPS:") != std::string::npos) --periods;
+// Plays a measuring period for each letter, at its frame time; P begins pacing, and z is a silence, at
+// which the frame regulator gives up. Returns what came of it.
+std::string playPeriods(Compositor& compositor, const std::string& letters) {
+    constexpr int64_t kTooSlow = 17'100'000;  // 58.5 frames a second: class 60, but a frame short
+    const std::map<char, int64_t> frameTimes = {
+            {'=', kPeriod60},
+            {'~', 16'900'000 /* 59.17 frames a second */},
+            {'<', kTooSlow},
+            {'h', kTooSlow - kPeriod60 /* and held for a period */},
+            {'/', 40 * kMs}};
+    std::string seen;
+    for (const char letter : letters) {
+        if (letter == 'P') compositor.startPacing();
+        if (letter == 'z') Compositor::waitUntil(Compositor::now() + 2 * kSecond);
+        const auto frameTime = frameTimes.find(letter);
+        for (std::string period; frameTime != frameTimes.end() && period.empty(); seen += period) {
+            compositor.queueAt(Compositor::now() + frameTime->second);
+            period = news();
         }
+        Compositor::waitUntil(Compositor::now() +
+                              1);  // the monitor thread gets to see the last buffer
+        seen += news();
     }
-    // The monitor thread gets to see the last buffer.
-    Compositor::waitUntil(Compositor::now() + 1);
-}
-
-// Four times on and withdrawn again, with a sample too few to try it a fifth time.
-void loseFourTimes(Compositor& compositor) {
-    playPeriods(compositor, kPeriod60, 2);
-    for (int loss = 1; loss <= 4; ++loss) {
-        playPeriods(compositor, kSlightlySlow, 3);
-        EXPECT_EQ(countOf("pingpong occurs!"), loss);
-        EXPECT_EQ(lockCalls().size(), static_cast<size_t>(4 * loss));
-        playPeriods(compositor, kPeriod60, 3);
-    }
-    EXPECT_EQ(lockCalls().size(), 16U);
+    return seen;
 }
 
 }  // namespace
 
-TEST(NegativeBoost, MissedFrame_DropsItAndTheNextTwoEvaluationsAreSkipped) {
-    int64_t missed = 0;
-    playGame(negativeBoostScene(), [&](Compositor& compositor, int64_t last) {
-        missed = queueEvery(compositor, last, kEarly, 2) + kPeriod60;
-        compositor.queueAt(missed + kMs);  // late, so not evaluated
-        queueEvery(compositor, missed + kMs, kEarly, 3);
+TEST(NegativeBoost, EarlyFrames_GetOneWithinThePropertiesLimitsUntilAFrameIsMissed) {
+    const Scene scene = negativeBoostScene()
+                                .set("vendor.perf.pfar2.hgpe.max_neboost", "-10")
+                                .set("vendor.perf.pfar2.hgpe.max_rendertime", "20");
+    playGame(scene, [](Compositor& compositor, int64_t last) {
+        const auto queueEarly = [&](int frames) {
+            for (; frames > 0; --frames) last = compositor.queueAt(last + 8 * kMs);
+        };
+        queueEarly(2);
+        // 20 % is lifted to 60.
+        EXPECT_EQ(countOf("renderTime(8000000), targetRenderTime(10000000), coe(-20)"), 1);
+        const int64_t missed = last + kPeriod60;
+        compositor.consume(kGame, 1);  // gives the checkpoint another period, but not this boost
+        last = compositor.queueAt(missed + kPeriod60 + kMs);  // not evaluated; nor are the next two
+        queueEarly(3);
+        Compositor::waitUntil(last + 1);
+        EXPECT_EQ(boosts(), (std::vector<Sight>{{missed - kPeriod60 - 8 * kMs, "500/65536"},
+                                                {missed - kPeriod60, "500/65546"},
+                                                {missed, "0/65536"},
+                                                // With negative boosts no checkpoint is skipped.
+                                                {missed + kPeriod60, "8/1500"},
+                                                {last, "500/65546"}}));
+        compositor.library.setVsyncPeriod(kPeriod90);
+        Compositor::waitUntil(compositor.queueAt(last + kMs) + 1);
+        EXPECT_EQ(countOf("renderTime(1000000), targetRenderTime(6666666), coe(-85)"), 1);
     });
-    const std::vector<Sight> seen = boosts();
-    ASSERT_GE(seen.size(), 5U);
-    EXPECT_EQ(seen[2], (Sight{missed, "0/65536"}));
-    EXPECT_EQ(seen[3], (Sight{missed, "8/1500"}))
-            << "with negative boosts no checkpoint is skipped";
-    EXPECT_EQ(seen[4], (Sight{missed + kMs + 3 * kEarly, "500/65566"}));
-}
-
-TEST(NegativeBoost, Properties_SetTheLowestStrengthAndTheHighestTarget) {
-    playGame(negativeBoostScene()
-                     .set("vendor.perf.pfar2.hgpe.max_neboost", "-10")
-                     .set("vendor.perf.pfar2.hgpe.max_rendertime", "20"),
-             [](Compositor& compositor, int64_t last) { queueEvery(compositor, last, kEarly, 2); });
-    EXPECT_EQ(boosts().back().what, "500/65546");
-    // 20 % is lifted to 60.
-    EXPECT_EQ(countOf("renderTime(8000000), targetRenderTime(10000000), coe(-20)"), 2);
 }
 
 TEST(NegativeBoost, NeedsItsPropertyAndTheFrameRegulator) {
     for (const Scene& scene : {Scene().frameRegulatorOnly(),
                                Scene().headroomOnly().set("vendor.perf.pfar2.hgpe.enable", "1")}) {
-        playGame(scene, [](Compositor& game, int64_t last) { queueEvery(game, last, kEarly, 3); });
+        playGame(scene, [](Compositor& game, int64_t) { game.play(kGame, 3, 8 * kMs); });
         EXPECT_TRUE(boosts().empty());
-        EXPECT_EQ(record().find("hgpe.max"), std::string::npos) << "nobody asks for its limits";
+        EXPECT_EQ(linesOf({"hgpe.max"}).size(), 0U) << "nobody asks for its limits";
     }
-}
-
-TEST(NegativeBoost, Target_FollowsTheVsyncPeriod) {
-    playGame(negativeBoostScene(), [](Compositor& compositor, int64_t last) {
-        compositor.library.setVsyncPeriod(kPeriod90);
-        Compositor::waitUntil(compositor.queueAt(last + kMs) + 1);
-        EXPECT_EQ(countOf("renderTime(1000000), targetRenderTime(7777777), coe(-88)"), 1);
-    });
 }
 
 TEST(NegativeBoost, PacedFramesMoreThan2msOff_MoveTheTargetDownBy10AndUpBy3AtEveryRate) {
@@ -116,28 +111,36 @@ TEST(NegativeBoost, PacedFramesMoreThan2msOff_MoveTheTargetDownBy10AndUpBy3AtEve
                 period);
         EXPECT_EQ(countOf("prev thresh:70, curr thresh:60"), 1) << period;
         EXPECT_EQ(countOf("prev thresh:60, curr thresh:63"), 1) << period;
-        EXPECT_EQ(markersOf({"reduceThreshold", "increaseThreshold"}),
-                  (std::vector<std::string>{"reduceThreshold", "increaseThreshold"}));
         if (period != kPeriod60) continue;
-        EXPECT_EQ(markersOf({"headroom = ", "reduceThreshold", "increaseThreshold"}),
-                  (std::vector<std::string>{"reduceThreshold", "headroom = 9333333",
-                                            "headroom = 8333333", "increaseThreshold"}))
+        EXPECT_EQ(
+                linesOf({"begin headroom = ", "begin reduceThreshold", "begin increaseThreshold"}),
+                (std::vector<std::string>{"begin reduceThreshold", "begin headroom = 9333333",
+                                          "begin headroom = 8333333", "begin increaseThreshold"}))
                 << "late frames move the threshold first, early ones the headroom";
     }
 }
 
-TEST(PowerOptimisation, LossOfFrames_WithdrawsItAndAfterFourItIsNotTriedAgainUntilASilence) {
-    playGame(Scene().frameRegulatorOnly(), [](Compositor& compositor, int64_t) {
-        loseFourTimes(compositor);
-        EXPECT_EQ(countOf("already reach pingpong threshold."), 1);
-        playPeriods(compositor, kPeriod60, 1);
-        EXPECT_EQ(countOf("already reach pingpong threshold."), 2);
-        EXPECT_EQ(lockCalls().size(), 16U);
-        // The regulator gives up, and its losses are forgotten.
-        Compositor::waitUntil(Compositor::now() + 2 * kSecond);
-        playPeriods(compositor, kPeriod60, 3);
-        EXPECT_EQ(lockCalls().size(), 18U);
-    });
+TEST(PowerOptimisation, IsSwitchedAndVerifiedOverThreePeriodsEach) {
+    Scene withoutMonitor = Scene().frameRegulatorOnly();
+    withoutMonitor.schedule.failThreadCreation = 2;
+    for (const auto& [what, scene, periods, seen] :
+         {std::tuple{"a loss withdraws it; after four it is not tried again until a silence",
+                     Scene().frameRegulatorOnly(), "==~~~===~~~===~~~===~~~====z===z",
+                     "||E++|||p--|||E++|||p--|||E++|||p--|||E++|||p--|||r|r|||E++--"},
+          std::tuple{"misses count across evaluations; an active headroom regulator is enough",
+                     Scene(), "=====<<<Phhhh", "||E++|||v|||d--|e|||E++"},
+          std::tuple{"the samples before it are consecutive, those behind it not",
+                     Scene().frameRegulatorOnly(), "=<=====<<", "|||e|||E++|||p--"},
+          std::tuple{"a rate of another class hands the locks back and forgets the samples",
+                     Scene().frameRegulatorOnly(), "=/=====/======", "|||||E++|||--|||E++|||v"},
+          std::tuple{"and so without a monitor, which hands back what nobody else does",
+                     withoutMonitor, "=/=====/===~~~", "|||||E++|||--|||E++|||p--"}}) {
+        playGame(scene,
+                 [&, what = what, periods = periods, seen = seen](Compositor& game, int64_t) {
+                     news();
+                     EXPECT_EQ(playPeriods(game, periods), seen) << what;
+                 });
+    }
 }
 
 TEST(PowerOptimisation, LayerAFrameBelowItsRate_IsOptimisedOnlyWhileItRunsAheadOfTheDisplay) {
@@ -152,62 +155,6 @@ TEST(PowerOptimisation, LayerAFrameBelowItsRate_IsOptimisedOnlyWhileItRunsAheadO
             EXPECT_EQ(countOf("enable power opt."), pending) << period;
         }
     }
-}
-
-TEST(PowerOptimisation, MissedPeriods_AreCountedAcrossEvaluations) {
-    playGame(Scene(), [](Compositor& compositor, int64_t) {
-        playPeriods(compositor, kPeriod60, 5);  // on and verified
-        playPeriods(compositor, kTooSlow, 3);
-        EXPECT_EQ(countOf("disable power opt as not meet pre-condition."), 1);
-        EXPECT_EQ(lockCalls().size(), 4U);
-        // The headroom regulator goes on, and its being active is enough.
-        compositor.startPacing();
-        const int64_t frame = kTooSlow - kPeriod60;  // every buffer is held for a period
-        playPeriods(compositor, frame, 1);
-        EXPECT_EQ(countOf("eliminate the data of switch"), 1);
-        playPeriods(compositor, frame, 2);
-        EXPECT_EQ(countOf("enable power opt."), 1);
-        playPeriods(compositor, frame, 1);
-        EXPECT_EQ(countOf("enable power opt."), 2);
-    });
-}
-
-TEST(PowerOptimisation, RateOfAnotherClass_HandsTheLocksBackAndForgetsTheSamples) {
-    // The second scene lacks the monitor, so that nobody else can hand them back; and loses frames.
-    for (const bool loses : {false, true}) {
-        Scene scene = Scene().frameRegulatorOnly();
-        if (loses) scene.schedule.failThreadCreation = 2;
-        playGame(scene, [&](Compositor& compositor, int64_t) {
-            playPeriods(compositor, kPeriod60, 1);  // two samples
-            playPeriods(compositor, 40 * kMs, 1);
-            playPeriods(compositor, kPeriod60, 2);
-            EXPECT_TRUE(lockCalls().empty());
-            playPeriods(compositor, kPeriod60, 1);
-            EXPECT_EQ(lockCalls().size(), 2U);
-            EXPECT_LT(record().find("enable power opt."), record().find("perf_lock_acq"));
-            playPeriods(compositor, kPeriod60, 2);  // two samples of the verification
-            playPeriods(compositor, 40 * kMs, 1);
-            ASSERT_EQ(lockCalls().size(), 4U);
-            EXPECT_EQ(serviceCalls(EntryPoint::kPerfLockRel)[0].time,
-                      timesOf("disable FrameRegulator").back());
-            playPeriods(compositor, kPeriod60, 3);
-            playPeriods(compositor, loses ? kSlightlySlow : kPeriod60, 3);
-            EXPECT_EQ(countOf("pingpong occurs!"), loses ? 1 : 0);
-            EXPECT_EQ(countOf("no pingpong for poweropt."), loses ? 0 : 1);
-        });
-    }
-}
-
-TEST(PowerOptimisation, RegulatorThatGivesUp_HandsTheLocksBack) {
-    playGame(Scene().frameRegulatorOnly(), [](Compositor& compositor, int64_t) {
-        playPeriods(compositor, kPeriod60, 2);
-        const int64_t last = Compositor::now() - 1;
-        Compositor::waitUntil(last + 2 * kSecond);
-        const int64_t off = last + kPeriod60 + 2 * (kPeriod60 / 2) + kSecond;
-        EXPECT_EQ(
-                serviceCalls(EntryPoint::kPerfLockRel),
-                (std::vector<Sight>{{off, "perf_lock_rel(1) = 0"}, {off, "perf_lock_rel(2) = 0"}}));
-    });
 }
 
 TEST(PowerOptimisation, PropertiesLevelAndWeight_DecideWhichLocksAreUsed) {
@@ -227,8 +174,8 @@ TEST(PowerOptimisation, PropertiesLevelAndWeight_DecideWhichLocksAreUsed) {
                           Case{"vendor.perf.pfar2.boost_level", "1", 0, {pl}}}) {  // no game
         Scene scene = Scene().frameRegulatorOnly().set(c.property, c.value);
         scene.weights["com.example.game"] = c.weight;
-        playGame(scene, [](Compositor& game, int64_t) { playPeriods(game, kPeriod60, 2); });
+        playGame(scene, [](Compositor& game, int64_t) { game.play(kGame, 130); });
         EXPECT_EQ(countOf("enable power opt."), 1);
-        EXPECT_EQ(lockCalls(), c.locks) << c.property;
+        EXPECT_EQ(linesOf({"perf_lock_acq"}), c.locks) << c.property;
     }
 }

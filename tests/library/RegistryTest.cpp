@@ -6,8 +6,6 @@
 
 #include "tests/library/Compositor.h"
 
-using device::EntryPoint;
-
 namespace {
 
 constexpr char kMultiActive[] = "Multi active layers are detected!";
@@ -23,7 +21,7 @@ std::string sibling(int number) {
 }
 
 size_t questions() {
-    return serviceCalls(EntryPoint::kPerfGetFeedback).size();
+    return sightsOf({"perf_get_feedback("}).size();
 }
 
 void ask(Compositor& compositor, const std::vector<std::string>& layers) {
@@ -62,24 +60,22 @@ TEST(Registry, LayerThatNamesNoPackage_IsNeverAskedAboutButTakesAPlaceOnTheIgnor
     });
 }
 
-TEST(Registry, Checker_IsATraceSectionAndLogsItsVerdict) {
-    play(Scene(), [](Compositor& compositor) { compositor.start(kGame); });
-    ASSERT_EQ(markers().size(), 1U);
-    EXPECT_EQ(markers()[0].what, "game layer checker.");
-    EXPECT_NE(record().find(" end\n"), std::string::npos);
-    EXPECT_EQ(countOf("isGameLayer:1 [" + kGame + "][com.example.game]"), 1);
-}
-
-TEST(Registry, OnlyTheGameVerdict_MakesAGame) {
+TEST(Registry, OnlyTheGameVerdict_MakesAGameAndItsPackageIsNotAskedAboutAgain) {
     for (const int verdict : {-1, 0, 1, 2, 3}) {
         Scene scene;
         scene.verdicts["com.example.game"] = verdict;
-        play(scene, [](Compositor& compositor) {
+        play(scene, [&](Compositor& compositor) {
             compositor.start(kGame);
+            const std::string answer = verdict == 2 ? "isGameLayer:1 [" : "isGameLayer:0 [";
+            EXPECT_EQ(countOf(answer + kGame + "][com.example.game]"), 1);
+            EXPECT_EQ(linesOf({"begin"}), std::vector<std::string>{"begin game layer checker."});
+            EXPECT_EQ(linesOf({"end"}).back(), "end");
+            compositor.queue(sibling(2));
             compositor.play(kGame, 70);
+            compositor.play(sibling(2), 70);
         });
-        EXPECT_EQ(countOf("FPS:60.00[" + kGame + "]"), verdict == 2 ? 1 : 0) << verdict;
-        EXPECT_EQ(questions(), 1U) << verdict;
+        EXPECT_EQ(linesOf({"FPS:60.00"}).size(), verdict == 2 ? 2U : 0U) << verdict;
+        EXPECT_EQ(questions(), verdict == 2 ? 1U : 2U) << verdict;
     }
 }
 
@@ -97,7 +93,7 @@ TEST(Registry, SlowService_HoldsNobodyAndOneQuestionIsUnderWayAtATime) {
     constexpr int64_t kSlow = 5 * kSecond;
     play(Scene(), [](Compositor& compositor) {
         compositor.library.init();
-        device::StandInDevice::instance().setDelay(EntryPoint::kPerfGetFeedback, kSlow);
+        device::StandInDevice::instance().setDelay(device::EntryPoint::kPerfGetFeedback, kSlow);
         const int64_t asked = Compositor::now();
         ask(compositor, {kGame});
         for (int i = 0; i < 10; ++i) compositor.queue(kOtherGame);
@@ -106,17 +102,7 @@ TEST(Registry, SlowService_HoldsNobodyAndOneQuestionIsUnderWayAtATime) {
         Compositor::waitUntil(asked + kSlow + kMs);
         ask(compositor, {kOtherGame});
         EXPECT_EQ(questions(), 2U);
-        EXPECT_EQ(serviceCalls(EntryPoint::kPerfGetFeedback).back().time, asked + kSlow + kMs);
-    });
-}
-
-TEST(Registry, KnownPackage_IsTrackedWithoutAnotherQuestion) {
-    play(Scene(), [](Compositor& compositor) {
-        compositor.start(kGame);
-        compositor.queue(sibling(2));
-        compositor.play(sibling(2), 70);
-        EXPECT_EQ(questions(), 1U);
-        EXPECT_EQ(countOf("FPS:60.00[" + sibling(2) + "]"), 1);
+        EXPECT_EQ(sightsOf({"perf_get_feedback("}).back().time, asked + kSlow + kMs);
     });
 }
 
@@ -137,8 +123,7 @@ TEST(Registry, ThirdGame_IsRefused200TimesAndIgnoredAtThe201st) {
         for (int attempt = 2; attempt <= 200; ++attempt) compositor.queue(kThirdGame);
         EXPECT_EQ(countOf(kMultiActive), 0);
         compositor.queue(kThirdGame);
-        EXPECT_EQ(countOf(kMultiActive), 1);
-        EXPECT_NE(record().find(" W Cindral: " + std::string(kMultiActive)), std::string::npos);
+        EXPECT_EQ(linesOf({"W Cindral: " + std::string(kMultiActive)}).size(), 1U);
         compositor.queue(kThirdGame);
         EXPECT_EQ(countOf(kMultiActive), 1) << "an ignored layer does not ask";
         compositor.queue(sibling(5));
@@ -168,10 +153,11 @@ TEST(Registry, OldestTracker_IsGivenUpOnceSilentForAWholeSecond) {
 
 TEST(Registry, TrackerInTheMiddleOfASlowSetUp_IsGivenUpOnlyAfterwards) {
     playThree([](Compositor& compositor) {
-        device::StandInDevice::instance().setDelay(EntryPoint::kPerfGetFeedbackExtn, 3 * kSecond);
+        device::StandInDevice::instance().setDelay(device::EntryPoint::kPerfGetFeedbackExtn,
+                                                   3 * kSecond);
         int64_t built = 0;
         std::thread producer([&] {
-            while (serviceCalls(EntryPoint::kPerfGetFeedbackExtn).empty()) {
+            while (sightsOf({"perf_get_feedback_extn"}).empty()) {
                 compositor.queueAt(Compositor::now() + kPeriod60);
             }
             built = Compositor::now();
@@ -210,6 +196,9 @@ TEST(Registry, VerdictOnAThirdGame_EndsTheOldestTrackerBeforeTheNewOneBegins) {
         compositor.library.setVsyncPeriod(18 * kMs);  // which every tracker complains about
         ask(compositor, {kThirdGame});
     });
-    EXPECT_EQ(countOf("unexpected vsync recevied: ld\n"), 3);
-    EXPECT_LT(record().find(kRetired), record().rfind("unexpected vsync"));
+    const std::string complaint = "E Cindral.BufferLayerTracker: unexpected vsync recevied: ld\n";
+    EXPECT_EQ(linesOf({"unexpected", kRetired}),
+              (std::vector<std::string>{complaint, complaint,
+                                        "D Cindral.BufferLayerTracker: ~BufferLayerTracker",
+                                        complaint}));
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <map>
 #include <thread>
 
 #include "headroom/HeadroomRules.h"
@@ -15,86 +17,54 @@ using namespace android::cindral;
 
 namespace {
 
-// Does to a regulator what the letters of a script say, and notes how long each buffer was held.
-class Script {
-  public:
-    Script(PresetHeadroomRegulator& regulator, int64_t period, int32_t displayClass, int64_t timer)
-          : mRegulator(regulator), mPeriod(period), mDisplayClass(displayClass), mTimer(timer) {}
-
-    std::vector<int64_t> run(const std::string& letters) {
-        for (const char letter : letters) step(letter);
-        for (std::thread& thread : mThreads) thread.join();
-        return mHeld;
-    }
-
-  private:
-    void step(char letter) {
-        switch (letter) {
-            case 'V':  // a vsync now
-                return mRegulator.onVsync(mVsync = sim::now());
-            case 'F':  // one whose time lies 5 ms behind its release
-                return mRegulator.onVsync(sim::now() + mTimer + 5 * kMs);
-            case 'c':  // the release is over
-                return sim::sleepFor(mPeriod);
-            case 'r':  // half a millisecond before the release
-                return sim::sleepUntil(mVsync + mTimer - kMs / 2);
-            case 'Q':
-                return queue();
-            case 'P':
-                return mRegulator.updateAccumulationStatus(true);
-            case 'N':
-                return mRegulator.updateAccumulationStatus(false);
-            case '-':
-            case '+':
-                return mRegulator.setActiveStatus(letter == '+');
-            case '^':
-                return mRegulator.increasePresetHeadroom();
-            case '=':
-                return mRegulator.setVsyncInfo(mPeriod, 0);
-            case '~':
-                return mRegulator.setVsyncInfo(mPeriod - 1, mDisplayClass);
-            case 'x':
-                mRegulator.forceStop();
-                return sim::sleepFor(kMs);
-            case 'v':  // on threads of their own: a vsync after the release of this one, and an early one
-                return later(mPeriod * 3 / 5, [this] { mRegulator.onVsync(sim::now()); });
-            case 'w':
-                return later(kMs, [this] { mRegulator.onVsync(sim::now()); });
-            case 'p':  // reports in the middle of the first pass of a check for pending buffers
-                return later(mTimer + kMs / 2,
-                             [this] { mRegulator.updateAccumulationStatus(true); });
-            case 'n':
-                return later(mTimer + kMs / 2,
-                             [this] { mRegulator.updateAccumulationStatus(false); });
-            case 's':
-                return later(3 * kMs, [this] { mRegulator.forceStop(); });
-            default:
-                FAIL() << letter;
-        }
-    }
-
-    void queue() {
-        const int64_t queued = sim::now();
-        mRegulator.trackQueueBuffer();
-        mHeld.push_back(sim::now() - queued);
-    }
-
-    template <typename Act>
-    void later(int64_t duration, Act act) {
-        mThreads.emplace_back([=] {
+// Does to a regulator what the letters of a script say, and tells how long each buffer was held. `timer`
+// is the time from a vsync to its release.
+std::vector<int64_t> holds(PresetHeadroomRegulator& regulator, int64_t period, int32_t displayClass,
+                           int64_t timer, const std::string& script) {
+    std::vector<int64_t> held;
+    std::vector<std::thread> threads;
+    int64_t vsync = 0;
+    const auto later = [&](int64_t duration, const std::function<void()>& act) {
+        threads.emplace_back([=] {
             sim::sleepFor(duration);
             act();
         });
-    }
-
-    PresetHeadroomRegulator& mRegulator;
-    const int64_t mPeriod;
-    const int32_t mDisplayClass;
-    const int64_t mTimer;  // from a vsync to its release
-    int64_t mVsync = 0;
-    std::vector<int64_t> mHeld;
-    std::vector<std::thread> mThreads;
-};
+    };
+    const auto vsyncNow = [&] { regulator.onVsync(vsync = sim::now()); };
+    const auto stop = [&] { regulator.forceStop(); };
+    const auto report = [&](bool pending) { regulator.updateAccumulationStatus(pending); };
+    const std::map<char, std::function<void()>> acts = {
+            {'V', vsyncNow},
+            // One whose time lies 5 ms behind its release.
+            {'F', [&] { regulator.onVsync(sim::now() + timer + 5 * kMs); }},
+            {'c', [&] { sim::sleepFor(period); }},  // the release is over
+            {'r', [&] { sim::sleepUntil(vsync + timer - kMs / 2); }},
+            {'Q',
+             [&] {
+                 const int64_t queued = sim::now();
+                 regulator.trackQueueBuffer();
+                 held.push_back(sim::now() - queued);
+             }},
+            {'P', [&] { report(true); }},
+            {'N', [&] { report(false); }},
+            {'-', [&] { regulator.setActiveStatus(false); }},
+            {'+', [&] { regulator.setActiveStatus(true); }},
+            {'^', [&] { regulator.increasePresetHeadroom(); }},
+            {'=', [&] { regulator.setVsyncInfo(period, 0); }},
+            {'~', [&] { regulator.setVsyncInfo(period - 1, displayClass); }},
+            // On threads of their own: a vsync after the release of this one, and an early one; a
+            // report in the middle of the first pass of a check for pending buffers; a stop.
+            {'v', [&] { later(period * 3 / 5, vsyncNow); }},
+            {'w', [&] { later(kMs, vsyncNow); }},
+            {'p', [&] { later(timer + kMs / 2, [&] { report(true); }); }},
+            {'n', [&] { later(timer + kMs / 2, [&] { report(false); }); }},
+            {'s', [&] { later(3 * kMs, stop); }},
+            {'x', stop},
+    };
+    for (const char letter : script) acts.at(letter)();
+    for (std::thread& thread : threads) thread.join();
+    return held;
+}
 
 }  // namespace
 
@@ -144,7 +114,9 @@ TEST(Regulator, Buffers_AreHeldAsLongAsTheirReleaseTakes) {
                  "PVPQNVcQ",
                  {timer + period, 0}},
                 {"a stop lets a held buffer go at once and holds no other", "sQQ", {3 * kMs, 0}},
-                {"switched on after its end, nobody releases and nothing pends", "Px+VQ", {period}},
+                {"switched on after its end, nobody releases and nothing pends",
+                 "Pxc+VQ",
+                 {period}},
         };
         for (const Case& c : cases) {
             withClient({}, [&, period = period, displayClass = displayClass](PerfProxy& client) {
@@ -154,7 +126,7 @@ TEST(Regulator, Buffers_AreHeldAsLongAsTheirReleaseTakes) {
                 regulator->setVsyncInfo(period, displayClass);
                 regulator->setActiveStatus(true);
                 sim::sleepFor(kMs);
-                EXPECT_EQ(Script(*regulator, period, displayClass, timer).run(c.script), c.held)
+                EXPECT_EQ(holds(*regulator, period, displayClass, timer, c.script), c.held)
                         << c.what << " at " << displayClass;
                 regulator->forceStop();
             });

@@ -5,17 +5,8 @@
 #include "device/Process.h"
 #include "tests/library/Compositor.h"
 
+using device::EntryPoint;
 using device::isMapped;
-
-TEST(Unload, WithTheCheckerAsking_WaitsForItsAnswer) {
-    play(Scene(), [&](Compositor& compositor) {
-        device::StandInDevice::instance().setDelay(device::EntryPoint::kPerfGetFeedback, kSecond);
-        compositor.library.init();
-        compositor.queue(kGame);
-    });
-    EXPECT_EQ(timeOf("isGameLayer:1 [" + kGame + "][com.example.game]"), kSecond);
-    EXPECT_FALSE(isMapped("libcindral.so"));
-}
 
 // Closing the service's libraries takes the loader's lock, which the unload holds while it waits for
 // the checker. A checker that closed them would hang the process, and this test with it.
@@ -24,8 +15,7 @@ TEST(Unload, WhileTheCheckersVerdictRetiresATracker_TheUnloadClosesItsLibraries)
         compositor.start(kGame);
         compositor.playUntilEnvironment(kGame);
         compositor.start(kOtherGame);
-        device::StandInDevice::instance().setDelay(device::EntryPoint::kPerfGetFeedback,
-                                                   2 * kSecond);
+        device::StandInDevice::instance().setDelay(EntryPoint::kPerfGetFeedback, 2 * kSecond);
         compositor.queue(kThirdGame);
     });
     EXPECT_EQ(countOf("~BufferLayerTracker"), 1);
@@ -33,18 +23,20 @@ TEST(Unload, WhileTheCheckersVerdictRetiresATracker_TheUnloadClosesItsLibraries)
     EXPECT_FALSE(isMapped("libcindral.so"));
 }
 
-TEST(Unload, WhileTheCheckerAsksAClientThatWasReplaced_TheUnloadClosesItsLibraries) {
-    play(Scene(), [&](Compositor& compositor) {
-        device::StandInDevice::instance().setDelay(device::EntryPoint::kPerfGetFeedback, kSecond);
-        compositor.library.init();
-        compositor.queue(kGame);
-        Compositor::waitUntil(Compositor::now() + kMs);
-        compositor.library.clearConfigs();
-        EXPECT_TRUE(compositor.library.init());
-    });
-    EXPECT_EQ(countOf("isGameLayer:1 [" + kGame + "][com.example.game]"), 1);
-    EXPECT_FALSE(isMapped("libcindral.so"));
-    EXPECT_FALSE(isMapped("libskewknob_system.so"));
+TEST(Unload, WhileTheCheckerAsks_WaitsForItsAnswerAndClosesTheLibrariesOfItsClient) {
+    for (const bool replaced : {false, true}) {
+        play(Scene(), [&](Compositor& compositor) {
+            device::StandInDevice::instance().setDelay(EntryPoint::kPerfGetFeedback, kSecond);
+            compositor.library.init();
+            compositor.queue(kGame);
+            Compositor::waitUntil(kMs);
+            if (replaced) compositor.library.clearConfigs();
+            EXPECT_TRUE(compositor.library.init());
+        });
+        EXPECT_EQ(timeOf("isGameLayer:1 [" + kGame + "][com.example.game]"), kSecond);
+        EXPECT_FALSE(isMapped("libcindral.so"));
+        EXPECT_FALSE(isMapped("libskewknob_system.so"));
+    }
 }
 
 // The stop's signal then finds nobody waiting.
