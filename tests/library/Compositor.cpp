@@ -109,8 +109,11 @@ sim::Outcome play(const Scene& scene, const std::function<void(Compositor&)>& bo
     });
 }
 
-sim::Outcome playGame(const Scene& scene,
-                      const std::function<void(Compositor&, int64_t last)>& body, int64_t period) {
+sim::Outcome playGame(const Scene& scene, const GameScene& body) {
+    return playGame(scene, kPeriod60, body);
+}
+
+sim::Outcome playGame(const Scene& scene, int64_t period, const GameScene& body) {
     return play(scene, [&](Compositor& compositor) {
         compositor.start(kGame, period);
         body(compositor, compositor.playUntilEnvironment(kGame, period));

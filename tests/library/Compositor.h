@@ -88,9 +88,9 @@ class Compositor {
 // run that fails prints its report and aborts.
 sim::Outcome play(const Scene& scene, const std::function<void(Compositor&)>& body);
 // The same once the first game has its environment. `last` is when its last buffer was queued: now.
-sim::Outcome playGame(const Scene& scene,
-                      const std::function<void(Compositor&, int64_t last)>& body,
-                      int64_t period = kPeriod60);
+using GameScene = std::function<void(Compositor&, int64_t last)>;
+sim::Outcome playGame(const Scene& scene, int64_t period, const GameScene& body);
+sim::Outcome playGame(const Scene& scene, const GameScene& body);
 
 // What has been seen since the start of the scene and has one of the parts in its line, in order. A line
 // is a service call with its answer, "priority tag: text", "begin section" or "end".

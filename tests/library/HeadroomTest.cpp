@@ -120,16 +120,14 @@ TEST(Headroom, FastDisplayWithoutTheFrameRegulator_KeepsTheWholeHeadroomForEver)
          {std::tuple{kPeriod60, "0", 8'333'333, 8'333'333},
           {kPeriod90, "1", 6'666'667, 8'333'333},
           {kPeriod75, "0", 11'999'999, 14'999'999}}) {
-        playGame(
-                Scene().set("vendor.perf.pfar2.enable", frameRegulator),
-                [&, period = period, headroom = headroom, afterwards = afterwards](
-                        Compositor& compositor, int64_t) {
-                    compositor.library.setVsyncPeriod(period);  // no news
-                    EXPECT_EQ(countOf(boundsLine(period, headroom)), 1);
-                    compositor.library.setVsyncPeriod(16'666'666);  // a slow display from now on
-                    EXPECT_EQ(countOf(boundsLine(16'666'666, afterwards)), 1);
-                },
-                period);
+        playGame(Scene().set("vendor.perf.pfar2.enable", frameRegulator), period,
+                 [&, period = period, headroom = headroom, afterwards = afterwards](
+                         Compositor& compositor, int64_t) {
+                     compositor.library.setVsyncPeriod(period);  // no news
+                     EXPECT_EQ(countOf(boundsLine(period, headroom)), 1);
+                     compositor.library.setVsyncPeriod(16'666'666);  // a slow display from now on
+                     EXPECT_EQ(countOf(boundsLine(16'666'666, afterwards)), 1);
+                 });
     }
 }
 
@@ -145,9 +143,8 @@ TEST(Headroom, SmallestRate_IsTheNumberThatThePropertyBeginsWith) {
             {-999'999'986'991'104, {"-1e30"}}};
     for (const auto& [headroom, rates] : cases) {
         for (const char* const rate : rates) {
-            playGame(
-                    Scene().headroomOnly().set("vendor.perf.phr.hr_min_rate", rate),
-                    [](Compositor&, int64_t) {}, kPeriod);
+            playGame(Scene().headroomOnly().set("vendor.perf.phr.hr_min_rate", rate), kPeriod,
+                     [](Compositor&, int64_t) {});
             EXPECT_EQ(countOf(boundsLine(kPeriod, headroom)), 1) << rate;
         }
     }

@@ -17,9 +17,12 @@ constexpr int64_t kSpacing60 = 8'333'333;
 using Degrees = std::vector<int>;
 
 // A game with the frame regulator alone, from its last buffer before the environment on.
-void playWatched(const std::function<void(Compositor&, int64_t last)>& body,
-                 int64_t period = kPeriod60) {
-    playGame(Scene().frameRegulatorOnly(), body, period);
+void playWatched(int64_t period, const GameScene& body) {
+    playGame(Scene().frameRegulatorOnly(), period, body);
+}
+
+void playWatched(const GameScene& body) {
+    playWatched(kPeriod60, body);
 }
 
 Degrees expectations() {
@@ -33,26 +36,23 @@ Degrees expectations() {
 
 TEST(Monitor, LayerStopsQueueing_SendsThreeHintsAtTheirDeadlinesAndGoesOff) {
     const auto fallSilent = [](int64_t period, int pending) {
-        playWatched(
-                [&](Compositor& compositor, int64_t last) {
-                    compositor.consume(kGame, pending);
-                    Compositor::waitUntil(last + 3 * kSecond);
-                    // Slow displays have room for two checkpoints in a period.
-                    const int64_t spacing = period == kPeriod60 ? kSpacing60 : period;
-                    const int64_t first = last + period * (1 + pending);
-                    const int64_t second = first + spacing;
-                    const int64_t third = second + spacing;
-                    EXPECT_EQ(timeOf(kOn), last);
-                    EXPECT_EQ(countOf(kAccumulated), pending);
-                    EXPECT_EQ(timeOf(kCheckpoint1), first);
-                    EXPECT_EQ(timeOf("skip boost"), first);
-                    EXPECT_EQ(timeOf(kCheckpoint2), second);
-                    EXPECT_EQ(timeOf(kCheckpoint3), third);
-                    EXPECT_EQ(timeOf(kOff), third + kSecond);
-                    EXPECT_EQ(boosts(),
-                              (std::vector<Sight>{{second, "16/2000"}, {third, "1000/10000"}}));
-                },
-                period);
+        playWatched(period, [&](Compositor& compositor, int64_t last) {
+            compositor.consume(kGame, pending);
+            Compositor::waitUntil(last + 3 * kSecond);
+            // Slow displays have room for two checkpoints in a period.
+            const int64_t spacing = period == kPeriod60 ? kSpacing60 : period;
+            const int64_t first = last + period * (1 + pending);
+            const int64_t second = first + spacing;
+            const int64_t third = second + spacing;
+            EXPECT_EQ(timeOf(kOn), last);
+            EXPECT_EQ(countOf(kAccumulated), pending);
+            EXPECT_EQ(timeOf(kCheckpoint1), first);
+            EXPECT_EQ(timeOf("skip boost"), first);
+            EXPECT_EQ(timeOf(kCheckpoint2), second);
+            EXPECT_EQ(timeOf(kCheckpoint3), third);
+            EXPECT_EQ(timeOf(kOff), third + kSecond);
+            EXPECT_EQ(boosts(), (std::vector<Sight>{{second, "16/2000"}, {third, "1000/10000"}}));
+        });
     };
     for (const int64_t period : kPeriods) {
         fallSilent(period, 0);
@@ -127,12 +127,10 @@ TEST(Monitor, ExpectationAfterAHint_FollowsOnceHowLateTheFrameWasForItsDisplay) 
     };
     for (const int64_t period : kPeriods) {
         for (const auto& [late, expected] : cases) {
-            playWatched(
-                    [&, late = late](Compositor& compositor, int64_t last) {
-                        const int64_t next = compositor.queueAt(last + period + late);
-                        for (int i = 1; i <= 3; ++i) compositor.queueAt(next + i * kMs);
-                    },
-                    period);
+            playWatched(period, [&, late = late](Compositor& compositor, int64_t last) {
+                const int64_t next = compositor.queueAt(last + period + late);
+                for (int i = 1; i <= 3; ++i) compositor.queueAt(next + i * kMs);
+            });
             EXPECT_EQ(expectations(), expected) << late << " at " << period;
         }
     }
@@ -152,18 +150,16 @@ TEST(Monitor, HeldBuffer_CountsAsComeAtItsQueueAndIsNotWatchedWhileHeld) {
 
 TEST(Monitor, Stutter_ForgetsThatFramesCameByThemselvesButOnlyWhileTheRegulatorIsOn) {
     for (const int64_t period : kPeriods) {
-        playWatched(
-                [&](Compositor& compositor, int64_t last) {
-                    compositor.consume(kGame);
-                    compositor.queueAt(last + period + 1);
-                    compositor.consume(kGame);
-                    for (int stutter = 0; stutter < 2; ++stutter) {
-                        Compositor::waitUntil(Compositor::now() + period + period / 2 + 2);
-                        compositor.consume(kGame);
-                        compositor.queue(kGame);
-                    }
-                },
-                period);
+        playWatched(period, [&](Compositor& compositor, int64_t last) {
+            compositor.consume(kGame);
+            compositor.queueAt(last + period + 1);
+            compositor.consume(kGame);
+            for (int stutter = 0; stutter < 2; ++stutter) {
+                Compositor::waitUntil(Compositor::now() + period + period / 2 + 2);
+                compositor.consume(kGame);
+                compositor.queue(kGame);
+            }
+        });
         EXPECT_EQ(expectations(), (Degrees{-1, 1, 2}))
                 << "up from 0, not from -1; a positive expectation is kept";
     }

@@ -28,7 +28,8 @@ void withPower(bool debuggable, const std::function<void(PowerProxy&)>& body) {
 
 TEST(PowerProxy, LinesMarkersAndCalls_ComeInTheirOrder) {
     withPower(true, [](PowerProxy& power) {
-        power.scaleEnergyIfNeed(8'000'000);
+        power.negativeBoostAcq(0);
+        StandInDevice::instance().clearEvents();
         power.scaleEnergyIfNeed(8'000'000);
         power.updateStatusAndRel(true);
         power.updateStatusAndRel(false);
@@ -36,33 +37,26 @@ TEST(PowerProxy, LinesMarkersAndCalls_ComeInTheirOrder) {
         power.increaseThreshold();
     });
     const std::string tag = "D Cindral.PowerProxy: ";
-    const std::string early = tag + "renderTime(8000000), targetRenderTime(11666666), coe(-32)";
     std::vector<std::string> lines = seen();
     lines.erase(std::remove(lines.begin(), lines.end(), "end"), lines.end());
-    EXPECT_EQ(lines,
-              (std::vector<std::string>{"begin scaleEnergyIfNeed",
-                                        early,
-                                        "begin negativeBoostAcq",
-                                        tag + "negativeBoostAcq: newCoe(0), prevCoe(0)",
-                                        "perf_hint(4166, (null), 500, 65536) = 1",
-                                        "begin newCoe = 0",
-                                        "begin renderTime = 8000000 targetRenderTime = 11666666",
-                                        "begin scaleEnergyIfNeed",
-                                        early,
-                                        "begin negativeBoostAcq",
-                                        tag + "negativeBoostAcq: newCoe(-30), prevCoe(0)",
-                                        "perf_hint(4166, (null), 500, 65566) = 2",
-                                        "begin newCoe = -30",
-                                        "begin renderTime = 8000000 targetRenderTime = 11666666",
-                                        tag + "release negative boost by  perf",
-                                        "begin negativeBoostRel",
-                                        "perf_hint(4166, (null), 0, 65536) = 3",
-                                        tag + "release negative boost by  power",
-                                        "begin negativeBoostRel",
-                                        "begin reduceThreshold",
-                                        tag + "prev thresh:70, curr thresh:60",
-                                        "begin increaseThreshold",
-                                        tag + "prev thresh:60, curr thresh:63"}));
+    const std::vector<std::string> expected = {
+            "begin scaleEnergyIfNeed",
+            tag + "renderTime(8000000), targetRenderTime(11666666), coe(-32)",
+            "begin negativeBoostAcq",
+            tag + "negativeBoostAcq: newCoe(-30), prevCoe(0)",
+            "perf_hint(4166, (null), 500, 65566) = 2",
+            "begin newCoe = -30",
+            "begin renderTime = 8000000 targetRenderTime = 11666666",
+            tag + "release negative boost by  perf",
+            "begin negativeBoostRel",
+            "perf_hint(4166, (null), 0, 65536) = 3",
+            tag + "release negative boost by  power",
+            "begin negativeBoostRel",
+            "begin reduceThreshold",
+            tag + "prev thresh:70, curr thresh:60",
+            "begin increaseThreshold",
+            tag + "prev thresh:60, curr thresh:63"};
+    EXPECT_EQ(lines, expected);
 }
 
 TEST(PowerProxy, MissAcquisitionMiss_CountsAsAPingpong) {

@@ -100,15 +100,13 @@ TEST(NegativeBoost, NeedsItsPropertyAndTheFrameRegulator) {
 
 TEST(NegativeBoost, PacedFramesMoreThan2msOff_MoveTheTargetDownBy10AndUpBy3AtEveryRate) {
     for (const int64_t period : kPeriods) {
-        playGame(
-                Scene().set("vendor.perf.pfar2.hgpe.enable", "1"),
-                [&](Compositor& game, int64_t time) {
-                    game.startPacing();
-                    // Without vsyncs each buffer is held for a period.
-                    for (const int64_t late : {2'000'000, 2'000'001, -2'000'000, -2'000'001})
-                        time = game.queueAt(time + period + late);
-                },
-                period);
+        playGame(Scene().set("vendor.perf.pfar2.hgpe.enable", "1"), period,
+                 [&](Compositor& game, int64_t time) {
+                     game.startPacing();
+                     // Without vsyncs each buffer is held for a period.
+                     for (const int64_t late : {2'000'000, 2'000'001, -2'000'000, -2'000'001})
+                         time = game.queueAt(time + period + late);
+                 });
         EXPECT_EQ(countOf("prev thresh:70, curr thresh:60"), 1) << period;
         EXPECT_EQ(countOf("prev thresh:60, curr thresh:63"), 1) << period;
         if (period != kPeriod60) continue;
@@ -158,24 +156,20 @@ TEST(PowerOptimisation, LayerAFrameBelowItsRate_IsOptimisedOnlyWhileItRunsAheadO
 }
 
 TEST(PowerOptimisation, PropertiesLevelAndWeight_DecideWhichLocksAreUsed) {
-    struct Case {
-        const char* property;
-        const char* value;
-        int weight;
-        std::vector<std::string> locks;
-    };
+    using Case = std::tuple<const char*, const char*, int, std::vector<std::string>>;
     const std::string pl = "perf_lock_acq(0, 0, {0x41444000, 0}, 2) = 1";
     const std::string coreControl = "perf_lock_acq(0, 0, {0x41000000, 3}, 2) = 1";
     const std::string coreControlToo = "perf_lock_acq(0, 0, {0x41000000, 3}, 2) = 2";
-    for (const Case& c : {Case{"vendor.perf.pfar2.disable_pl", "1", 1, {pl, coreControlToo}},
-                          Case{"vendor.perf.pfar2.disable_pl", "0", 1, {coreControl}},
-                          Case{"vendor.perf.pfar2.disable_core_ctl", "0", 1, {pl}},
-                          Case{"vendor.perf.pfar2.boost_level", "2", 1, {}},
-                          Case{"vendor.perf.pfar2.boost_level", "1", 0, {pl}}}) {  // no game
-        Scene scene = Scene().frameRegulatorOnly().set(c.property, c.value);
-        scene.weights["com.example.game"] = c.weight;
+    for (const auto& [property, value, weight, locks] :
+         {Case{"vendor.perf.pfar2.boost_level", " ", 1, {pl, coreControlToo}},
+          Case{"vendor.perf.pfar2.disable_pl", "0", 1, {coreControl}},
+          Case{"vendor.perf.pfar2.disable_core_ctl", "0", 1, {pl}},
+          Case{"vendor.perf.pfar2.boost_level", "x", 1, {}},
+          Case{"vendor.perf.pfar2.boost_level", "1", 0, {pl}}}) {  // no game
+        Scene scene = Scene().frameRegulatorOnly().set(property, value);
+        scene.weights["com.example.game"] = weight;
         playGame(scene, [](Compositor& game, int64_t) { game.play(kGame, 130); });
         EXPECT_EQ(countOf("enable power opt."), 1);
-        EXPECT_EQ(linesOf({"perf_lock_acq"}), c.locks) << c.property;
+        EXPECT_EQ(linesOf({"perf_lock_acq"}), locks) << property << value;
     }
 }

@@ -164,11 +164,17 @@ TEST(Registry, TrackerInTheMiddleOfASlowSetUp_IsGivenUpOnlyAfterwards) {
         });
         Compositor::waitUntil(3 * kSecond);
         ASSERT_EQ(built, 0);
+        std::thread display([&] {
+            Compositor::waitUntil(3 * kSecond + kMs);
+            compositor.library.setVsyncPeriod(18 * kMs);
+        });
         compositor.queue(kThirdGame);
         EXPECT_GT(built, 3 * kSecond);
         EXPECT_EQ(Compositor::now(), built);
         EXPECT_EQ(timeOf(kRetired), built);
         producer.join();
+        display.join();
+        EXPECT_EQ(countOf("unexpected vsync recevied: ld\n"), 3) << "the newcomer learns it twice";
     });
 }
 

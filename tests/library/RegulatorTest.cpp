@@ -75,61 +75,43 @@ TEST(Regulator, Buffers_AreHeldAsLongAsTheirReleaseTakes) {
         const int64_t timer = period - bounds.min;
         const int64_t raised = period - raisedHeadroom(bounds.min, bounds.max);
         const int64_t anew = period - 1 - headroomBounds(period - 1, displayClass, 0.5F).min;
-        struct Case {
-            const char* what;
-            const char* script;
-            std::vector<int64_t> held;
-        };
+        using Case = std::tuple<const char*, const char*, std::vector<int64_t>>;
         const Case cases[] = {
                 {"until the release", "VQ", {timer}},
                 {"a release serves one buffer", "VcQwQ", {0, kMs + timer}},
-                {"a vsync that comes early releases and starts no timer", "VwQQ", {kMs, period}},
-                {"a release is spent on a wait that ran out, the next is kept",
-                 "QVcVcQ",
-                 {period, 0}},
-                {"a wait that a release ended leaves the next release alone", "VQVcQ", {timer, 0}},
-                {"inactive: holds nobody, ignores vsyncs, keeps its release",
-                 "Vc-QV+QQ",
-                 {0, 0, period}},
-                {"the same period changes nothing, another sets the headroom back",
-                 "^=VQ~VQ",
-                 {raised, anew}},
-                {"pending buffers are waited for until the clock is beyond the vsync",
-                 "PFQ",
-                 {timer + 6 * kMs}},
-                {"pending buffers without a report cost two passes", "PVQ", {timer + 2 * kMs}},
-                {"a report of none ends the check with its pass", "PVnQ", {timer + kMs}},
-                {"a report of pending ones is worth another period",
-                 "PVpQ",
-                 {timer + kMs + period}},
+                {"an early vsync releases and starts no timer", "VwQQ", {kMs, period}},
+                {"a release is spent on a wait that ran out", "QVcVcQ", {period, 0}},
+                {"a wait that a release ended leaves the next alone", "VQVcQ", {timer, 0}},
+                {"inactive it holds nobody, but keeps its release", "Vc-QV+QQ", {0, 0, period}},
+                {"another period sets the headroom back", "^=VQ~VQ", {raised, anew}},
+                {"the check for pending buffers ends behind the vsync", "PFQ", {timer + 6 * kMs}},
+                {"without a report it costs two passes", "PVQ", {timer + 2 * kMs}},
+                {"a report of none ends it with its pass", "PVnQ", {timer + kMs}},
+                {"a report of pending ones is worth a period", "PVpQ", {timer + kMs + period}},
                 {"a report of none before the release costs nothing", "PVNQ", {timer}},
-                {"a release in the check for pending ones ends its pass, which counts, and is used "
-                 "up",
+                {"a release in that check ends its pass, which counts, and is used up",
                  "VcPVrQQ",
                  {kMs / 2 + kMs, period + 2 * kMs}},
-                {"an accumulation delay ends with the next release, which is used up",
+                {"a delay ends with the next release, which is used up",
                  "PVPvQNQ",
                  {period * 3 / 5 + timer, period}},
-                {"an accumulation delay that runs out costs no release",
-                 "PVPQNVcQ",
-                 {timer + period, 0}},
-                {"a stop lets a held buffer go at once and holds no other", "sQQ", {3 * kMs, 0}},
-                {"switched on after its end, nobody releases and nothing pends",
-                 "Pxc+VQ",
-                 {period}},
-        };
-        for (const Case& c : cases) {
-            withClient({}, [&, period = period, displayClass = displayClass](PerfProxy& client) {
+                {"a delay that runs out costs no release", "PVPQNVcQ", {timer + period, 0}},
+                {"a stop lets a held buffer go and holds no other", "sQQ", {3 * kMs, 0}},
+                {"switched on after its end, nobody releases", "Pxc+VQ", {period}}};
+        for (const auto& [what, script, expected] : cases) {
+            std::vector<int64_t> held;
+            withClient({}, [&, period = period, displayClass = displayClass,
+                            script = script](PerfProxy& client) {
                 sp<PerfProxy> owner = &client;
                 const sp<PresetHeadroomRegulator> regulator =
                         new PresetHeadroomRegulator(owner, true, true);
                 regulator->setVsyncInfo(period, displayClass);
                 regulator->setActiveStatus(true);
                 sim::sleepFor(kMs);
-                EXPECT_EQ(holds(*regulator, period, displayClass, timer, c.script), c.held)
-                        << c.what << " at " << displayClass;
+                held = holds(*regulator, period, displayClass, timer, script);
                 regulator->forceStop();
             });
+            EXPECT_EQ(held, expected) << what << " at " << displayClass;
             EXPECT_EQ(seen().back(), "D Cindral.HeadroomRegulator: ~PresetHeadroomRegulator");
         }
     }
