@@ -18,6 +18,7 @@ struct Dimension {
 
     // `share` from 0 to 1 of the way through them.
     std::string valueAt(double share) const;
+    std::string assignmentAt(double share) const { return property + "=" + valueAt(share); }
     // How many there are; 0 if there are too many to try them all.
     size_t count() const;
 };

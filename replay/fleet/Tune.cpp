@@ -108,8 +108,7 @@ Setup withAssignments(const Setup& base, const std::vector<Dimension>& dimension
                       const Point& point) {
     std::string changes;
     for (size_t i = 0; i < dimensions.size(); ++i) {
-        changes += (changes.empty() ? "" : ", ") + dimensions[i].property + "=" +
-                   dimensions[i].valueAt(point[i]);
+        changes += (changes.empty() ? "" : ", ") + dimensions[i].assignmentAt(point[i]);
     }
     return changedSetup(base, changes);
 }
@@ -126,8 +125,14 @@ class Tuner : public Landscape {
           : mOptions(options),
             mObjective(levelsOf(options), options.limits),
             mGames(options, mObjective) {
-        for (const std::string& over : options.over) mDimensions.push_back(parseDimension(over));
         if (!mOptions.base.model) mOptions.base.model.emplace();
+        for (const std::string& over : options.over) {
+            mDimensions.push_back(parseDimension(over));
+            // Whether a device takes them, before anything is played.
+            for (const double share : {0.0, 1.0}) {
+                changedSetup(mOptions.base, mDimensions.back().assignmentAt(share));
+            }
+        }
         const double forRivals = kRivalShare * static_cast<double>(options.budget);
         mRivals = std::min(kMaxRivals, static_cast<size_t>(forRivals) / kLooks);
         mMaySearch = options.budget - mRivals * kLooks;
