@@ -6,13 +6,12 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <utility>
 
 #include "replay/base/Error.h"
 #include "replay/base/Text.h"
+#include "replay/fleet/WholeFile.h"
 
 namespace replay {
 
@@ -22,12 +21,6 @@ namespace fs = std::filesystem;
 
 constexpr char kManifestName[] = "captures.csv";
 constexpr char kPathColumn[] = "path";
-
-std::string contentOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw InputError(path + ": cannot be opened: " + std::strerror(errno));
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // Fields in quotes may hold commas, line breaks and doubled quotes, as spreadsheets write them.
 class CsvReader {
@@ -88,7 +81,7 @@ void requireHeader(const std::string& path, const std::vector<std::string>& head
 void addManifest(std::vector<FleetCapture>& captures, const std::string& path) {
     CsvReader reader(contentOf(path));
     std::vector<std::string> header;
-    reader.readLine(header);
+    reader.readLine(header);  // of nothing, if the file cannot be read
     requireHeader(path, header);
     std::vector<std::string> fields;
     for (size_t line = 2; reader.readLine(fields); ++line) {

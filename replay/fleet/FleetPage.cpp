@@ -12,6 +12,7 @@
 #include "replay/base/Text.h"
 #include "replay/findings/Figures.h"
 #include "replay/fleet/Row.h"
+#include "replay/fleet/Sketch.h"
 #include "replay/fleet/Table.h"
 #include "replay/fleet/WholeFile.h"
 #include "replay/report/Html.h"
@@ -86,7 +87,7 @@ class PageData {
     static constexpr int kFirstColumn = 3;  // of the manifest, in the table of captures
 
     void readCaptures() {
-        Statement all(mTable.handle(), "SELECT * FROM captures ORDER BY name");
+        Statement all(mTable, "SELECT * FROM captures ORDER BY name");
         for (int i = kFirstColumn; i < all.columns(); ++i) mColumns[all.name(i)];
         while (all.step()) {
             mCaptures[all.text(0)] = mNames.size();
@@ -105,7 +106,7 @@ class PageData {
 
     // Several libraries, or versions of the model, make settings of their own.
     void readSettings() {
-        Statement all(mTable.handle(),
+        Statement all(mTable,
                       "SELECT setting, library, model, max(options), "
                       "count(*) OVER (PARTITION BY setting) FROM runs "
                       "GROUP BY setting, library, model ORDER BY setting, library, model");
@@ -135,7 +136,7 @@ class PageData {
         std::string sql = "SELECT capture, setting, library, model, failure";
         for (const char* summary : kSummaries) sql += std::string(",") + summary + "_summary";
         for (const Figure& figure : figures()) sql += "," + sqlName(figure.name);
-        Statement all(mTable.handle(), sql + " FROM runs");
+        Statement all(mTable, sql + " FROM runs");
         while (all.step()) {
             const auto setting =
                     mBySetting.find(all.text(1) + "\n" + all.text(2) + "\n" + all.text(3));
@@ -161,7 +162,7 @@ class PageData {
             setting.summaries[summary].merge(Sketch::parse(run.text(column++)));
         }
         for (std::vector<float>& values : setting.values) {
-            values[capture] = static_cast<float>(run.number(column++).value_or(NAN));
+            values[capture] = static_cast<float>(run.number(column++));
         }
     }
 

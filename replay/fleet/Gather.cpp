@@ -2,9 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 
@@ -37,15 +37,14 @@ void addFile(Found& found, const fs::path& path) {
 
 // What has one name in several folders should be the same, but for a library or a manifest that was
 // changed by hand; then the choice must at least not depend on the order.
-template <typename Parse, typename Take>
-void forEachRecord(const Files& files, GatherResult& result, Parse parse, Take take) {
+template <typename Record, typename Take>
+void forEachRecord(const Files& files, GatherResult& result, Take take) {
     for (const auto& [name, paths] : files) {
-        std::map<std::string, decltype(parse("", ""))> byText;
+        std::map<std::string, Record> byText;
         for (const std::string& path : paths) {
-            std::ifstream file(path, std::ios::binary);
-            const std::string text{std::istreambuf_iterator<char>(file), {}};
+            const std::string text = contentOf(path);
             try {
-                byText.emplace(text, parse(text, path));
+                byText.emplace(text, parseRecord<Record>(text, path));
             } catch (const InputError& error) {
                 ++result.unreadable;
                 complain(error.what());
@@ -78,81 +77,70 @@ class TableWriter {
             mCaptures[record.capture][record.name] = record.columns;
             for (const auto& [column, value] : record.columns) mColumns.insert(column);
         };
-        forEachRecord(mFound.captures, mResult, parseCaptureRecord, take);
+        forEachRecord<CaptureRecord>(mFound.captures, mResult, take);
         mResult.captures = mCaptures.size();
     }
 
     // A capture that is known by several names has one line, under the first of them.
     void writeCaptures(Table& table) {
-        std::string fields = "capture TEXT PRIMARY KEY, name TEXT, other_names TEXT";
-        std::string places = "?,?,?";
-        for (const std::string& column : mColumns) {
-            fields += "," + sqlName(column) + " TEXT";
-            places += ",?";
-        }
+        std::string fields = "capture TEXT PRIMARY KEY,name TEXT,other_names TEXT";
+        for (const std::string& column : mColumns) fields += "," + sqlName(column) + " TEXT";
         table.run("CREATE TABLE captures(" + fields + ") WITHOUT ROWID");
-        Statement insert(table.handle(), "INSERT INTO captures VALUES(" + places + ")");
+        Statement insert(table, "INSERT INTO captures VALUES(" + places(3 + mColumns.size()) + ")");
         for (const auto& [capture, names] : mCaptures) {
-            std::string others;
+            std::vector<std::string> values{capture, names.begin()->first, ""};
             for (auto name = std::next(names.begin()); name != names.end(); ++name) {
-                others += (others.empty() ? "" : "; ") + name->first;
+                values[2] += (values[2].empty() ? "" : "; ") + name->first;
             }
-            insert.bind(0, capture);
-            insert.bind(1, names.begin()->first);
-            insert.bind(2, others);
-            bindColumns(insert, names.begin()->second);
-            insert.step();
+            for (const std::string& column : mColumns) {
+                const Columns& known = names.begin()->second;
+                values.push_back(known.count(column) == 0 ? "" : known.at(column));
+            }
+            insert.run(values, {});
         }
     }
-
-    void bindColumns(Statement& insert, const Columns& columns) const {
-        int parameter = 3;
-        for (const std::string& column : mColumns) {
-            const auto found = columns.find(column);
-            insert.bind(parameter++, found == columns.end() ? "" : found->second);
-        }
-    }
-
-    static constexpr const char* kRunFields[] = {
-            "capture TEXT",    "setting TEXT",       "library TEXT", "model TEXT",
-            "failure TEXT",    "layer TEXT",         "damage TEXT",  "options TEXT",
-            "conditions TEXT", "other_figures TEXT", "seconds REAL"};
 
     void writeRows(Table& table) {
-        std::string fields;
-        std::string places;
-        const auto add = [&](const std::string& field) {
-            fields += (fields.empty() ? "" : ",") + field;
-            places += places.empty() ? "?" : ",?";
-        };
-        for (const char* field : kRunFields) add(field);
-        for (const Figure& figure : figures()) add(sqlName(figure.name) + " REAL");
-        for (const char* summary : kSummaries) add(std::string(summary) + "_summary TEXT");
+        std::string fields =
+                "capture TEXT,setting TEXT,library TEXT,model TEXT,failure TEXT,layer TEXT,"
+                "damage TEXT,options TEXT,conditions TEXT,other_figures TEXT";
+        for (const char* summary : kSummaries)
+            fields += std::string(",") + summary + "_summary TEXT";
+        fields += ",seconds REAL";
+        for (const Figure& figure : figures()) fields += "," + sqlName(figure.name) + " REAL";
         table.run("CREATE TABLE runs(" + fields + ")");
-        Statement insert(table.handle(), "INSERT INTO runs VALUES(" + places + ")");
-        forEachRecord(mFound.rows, mResult, parseRow,
-                      [&](const Row& row) { insertRow(insert, row); });
+        const auto count = std::count(fields.begin(), fields.end(), ',') + 1;
+        Statement insert(table,
+                         "INSERT INTO runs VALUES(" + places(static_cast<size_t>(count)) + ")");
+        forEachRecord<Row>(mFound.rows, mResult, [&](const Row& row) { insertRow(insert, row); });
+    }
+
+    static std::string places(size_t count) {
+        std::string text = "?";
+        for (size_t i = 1; i < count; ++i) text += ",?";
+        return text;
     }
 
     void insertRow(Statement& insert, Row row) {
-        int next = 0;
-        for (const std::string& text :
-             {row.key.capture, row.key.setting, row.key.library, std::to_string(row.key.model),
-              row.failure, row.layer, row.damage, row.key.options,
-              nlohmann::json(row.conditions).dump()}) {
-            insert.bind(next++, text);
-        }
-        const int others = next++;
-        insert.bind(next++,
-                    row.failure.empty() ? std::optional<double>(row.seconds) : std::nullopt);
+        std::vector<double> numbers{row.failure.empty() ? row.seconds : NAN};
         for (const Figure& figure : figures()) {
             const auto node = row.figures.extract(figure.name);
-            insert.bind(next++, node ? std::optional<double>(node.mapped()) : std::nullopt);
+            numbers.push_back(node ? node.mapped() : NAN);
         }
-        for (const char* summary : kSummaries) insert.bind(next++, row.summaries[summary].text());
-        // Those of a program that has other figures than this one.
-        insert.bind(others, row.figures.empty() ? "" : nlohmann::json(row.figures).dump());
-        insert.step();
+        // What is left is of a program that has other figures than this one.
+        const std::string others = row.figures.empty() ? "" : nlohmann::json(row.figures).dump();
+        std::vector<std::string> texts{row.capture,
+                                       row.setting,
+                                       row.library,
+                                       std::to_string(row.model),
+                                       row.failure,
+                                       row.layer,
+                                       row.damage,
+                                       row.options,
+                                       nlohmann::json(row.conditions).dump(),
+                                       others};
+        for (const char* summary : kSummaries) texts.push_back(row.summaries[summary]);
+        insert.run(texts, numbers);
         ++mResult.rows;
         if (!row.failure.empty()) ++mResult.failed;
     }
@@ -189,8 +177,7 @@ GatherResult gatherRows(const std::vector<std::string>& folders, const std::stri
 
 void writeCsv(const std::string& table, const std::string& csv) {
     const Table source(table, Table::Use::kRead);
-    Statement all(source.handle(),
-                  "SELECT * FROM fleet ORDER BY name, setting, library, model, options");
+    Statement all(source, "SELECT * FROM fleet ORDER BY name, setting, library, model, options");
     const auto line = [&](std::ostream& out, const auto& textOf) {
         for (int i = 0; i < all.columns(); ++i) out << (i > 0 ? "," : "") << csvField(textOf(i));
         out << "\n";

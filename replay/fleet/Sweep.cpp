@@ -34,72 +34,59 @@ std::string reasonOf(const std::string& error, const FleetCapture& capture) {
     return reason.substr(reason.find_first_not_of(' '), kMaxReasonChars);
 }
 
-Row played(const RowKey& key, const FleetCapture& capture, const Input& input, const Setup& setup) {
-    const Job job = [&] { return toText(rowOf(key, playInput(input, setup).findings)); };
+InputChoice choiceOf(const Sweep& sweep, const FleetCapture& capture) {
+    InputChoice choice;
+    choice.capture = capture.path;
+    choice.layerPattern = sweep.layerPattern;
+    return choice;
+}
+
+Row played(Row row, const FleetCapture& capture, const Input& input, const Setup& setup) {
+    const Job job = [&] {
+        row.take(playInput(input, setup).findings);
+        return toText(row);
+    };
     const JobResult result = runJobs(std::vector<Job>{job}, 1).front();
-    if (result.error.empty()) return parseRow(result.output, capture.path);
+    if (result.error.empty()) return parseRecord<Row>(result.output, capture.path);
     if (result.signal != 0 && !isOwnFault(result.signal)) throw ReplayError(result.error);
-    return failedRow(key, reasonOf(result.error, capture));
+    row.failure = reasonOf(result.error, capture);
+    return row;
 }
 
 // What a worker does with one capture.
-class CaptureSweep {
-  public:
-    CaptureSweep(const Sweep& sweep, const RowFolder& folder, const FleetCapture& capture)
-          : mSweep(sweep), mFolder(folder), mCapture(capture) {}
-
-    SweepResult run() {
-        const std::string hash = mCapture.hash.empty() ? hashOfFile(mCapture.path) : mCapture.hash;
-        mFolder.put(CaptureRecord{hash, mCapture.name, mCapture.columns});
-        for (const Setup& setup : mSweep.setups) {
-            const RowKey key = keyOf(mSweep, hash, setup);
-            if (mFolder.find(key)) {
-                ++mResult.present;
-            } else {
-                mMissing.emplace_back(key, &setup);
-            }
+SweepResult sweepCapture(const Sweep& sweep, const RowFolder& folder, const FleetCapture& capture) {
+    const std::string hash = capture.hash.empty() ? hashOfFile(capture.path) : capture.hash;
+    folder.put(CaptureRecord{hash, capture.name, capture.columns});
+    SweepResult result;
+    std::optional<Input> input;
+    std::string failure;
+    for (const Setup& setup : sweep.setups) {
+        Row row = rowFor(sweep, hash, setup);
+        if (folder.find(row)) {
+            ++result.present;
+            continue;
         }
-        if (!mMissing.empty()) makeMissing();
-        return mResult;
-    }
-
-  private:
-    void makeMissing() {
         try {
-            InputChoice choice;
-            choice.capture = mCapture.path;
-            choice.layerPattern = mSweep.layerPattern;
-            const Input input = openInput(choice);
-            for (const auto& [key, setup] : mMissing) put(played(key, mCapture, input, *setup));
+            if (!input && failure.empty()) input = openInput(choiceOf(sweep, capture));
         } catch (const InputError& error) {
-            const std::string reason = reasonOf(error.what(), mCapture);
-            for (const auto& [key, setup] : mMissing) put(failedRow(key, reason));
+            failure = reasonOf(error.what(), capture);
         }
+        row.failure = failure;
+        if (input) row = played(row, capture, *input, setup);
+        folder.put(row);
+        ++result.made;
+        if (!row.failure.empty()) ++result.failed;
     }
-
-    void put(const Row& row) {
-        mFolder.put(row);
-        ++mResult.made;
-        if (!row.failure.empty()) ++mResult.failed;
-    }
-
-    const Sweep& mSweep;
-    const RowFolder& mFolder;
-    const FleetCapture& mCapture;
-    std::vector<std::pair<RowKey, const Setup*>> mMissing;
-    SweepResult mResult;
-};
+    return result;
+}
 
 constexpr char kOutputFailed[] = "output ";
-
-std::string resultText(const SweepResult& result) {
-    return format("%zu %zu %zu", result.made, result.failed, result.present);
-}
 
 // A full disk is one trouble, however many captures it meets.
 std::string sweepOne(const Sweep& sweep, const RowFolder& folder, const FleetCapture& capture) {
     try {
-        return resultText(CaptureSweep(sweep, folder, capture).run());
+        const SweepResult result = sweepCapture(sweep, folder, capture);
+        return format("%zu %zu %zu", result.made, result.failed, result.present);
     } catch (const OutputError& error) {
         return std::string(kOutputFailed) + error.what();
     }
@@ -151,16 +138,16 @@ class Tally {
 
 }  // namespace
 
-RowKey keyOf(const Sweep& sweep, const std::string& capture, const Setup& setup) {
-    RowKey key;
-    key.capture = capture;
-    key.setting = setup.label;
+Row rowFor(const Sweep& sweep, const std::string& capture, const Setup& setup) {
+    Row row;
+    row.capture = capture;
+    row.setting = setup.label;
     for (const std::string& option : setup.toOptions()) {
-        key.options += (key.options.empty() ? "" : " ") + option;
+        row.options += (row.options.empty() ? "" : " ") + option;
     }
-    if (!sweep.layerPattern.empty()) key.options += " --layer " + sweep.layerPattern;
-    key.library = sweep.library;
-    return key;
+    if (!sweep.layerPattern.empty()) row.options += " --layer " + sweep.layerPattern;
+    row.library = sweep.library;
+    return row;
 }
 
 SweepResult makeRows(const Sweep& sweep) {

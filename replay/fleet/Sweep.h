@@ -28,7 +28,8 @@ struct SweepResult {
     size_t lost = 0;     // captures that left rows missing; each was complained of
 };
 
-RowKey keyOf(const Sweep& sweep, const std::string& capture, const Setup& setup);
+// Of a run that is still to be played.
+Row rowFor(const Sweep& sweep, const std::string& capture, const Setup& setup);
 
 // Makes the rows that are not there yet, each in a process of its own. What fails always is a row
 // with its reason; what may go well another time, such as a run that somebody killed or a file that

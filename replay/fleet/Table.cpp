@@ -1,5 +1,7 @@
 #include "replay/fleet/Table.h"
 
+#include <cmath>
+
 #include "replay/base/Error.h"
 #include "replay/base/Output.h"
 
@@ -14,23 +16,21 @@ namespace {
 
 }  // namespace
 
-Statement::Statement(sqlite3* database, const std::string& sql) {
-    if (sqlite3_prepare_v2(database, sql.c_str(), -1, &mStatement, nullptr) != SQLITE_OK) {
-        fail(database);
+Statement::Statement(const Table& table, const std::string& sql) {
+    if (sqlite3_prepare_v2(table.handle(), sql.c_str(), -1, &mStatement, nullptr) != SQLITE_OK) {
+        fail(table.handle());
     }
 }
 
-void Statement::bind(int parameter, const std::string& text) {
-    sqlite3_bind_text(mStatement, parameter + 1, text.data(), static_cast<int>(text.size()),
-                      SQLITE_TRANSIENT);
-}
-
-void Statement::bind(int parameter, std::optional<double> number) {
-    if (number) {
-        sqlite3_bind_double(mStatement, parameter + 1, *number);
-    } else {
-        sqlite3_bind_null(mStatement, parameter + 1);
+void Statement::run(const std::vector<std::string>& texts, const std::vector<double>& numbers) {
+    int parameter = 0;
+    for (const std::string& text : texts) {
+        sqlite3_bind_text(mStatement, ++parameter, text.data(), static_cast<int>(text.size()),
+                          SQLITE_STATIC);
     }
+    // SQLite keeps no number that is none: it becomes nothing.
+    for (const double number : numbers) sqlite3_bind_double(mStatement, ++parameter, number);
+    step();
 }
 
 bool Statement::step() {
@@ -46,9 +46,10 @@ std::string Statement::text(int column) const {
     return text == nullptr ? "" : reinterpret_cast<const char*>(text);
 }
 
-std::optional<double> Statement::number(int column) const {
-    if (sqlite3_column_type(mStatement, column) == SQLITE_NULL) return std::nullopt;
-    return sqlite3_column_double(mStatement, column);
+double Statement::number(int column) const {
+    return sqlite3_column_type(mStatement, column) == SQLITE_NULL
+                   ? NAN
+                   : sqlite3_column_double(mStatement, column);
 }
 
 Table::Table(const std::string& path, Use use) {

@@ -4,35 +4,10 @@
 
 #include <sqlite3.h>
 
-#include <cstdint>
-#include <functional>
-#include <optional>
 #include <string>
+#include <vector>
 
 namespace replay {
-
-// One statement, used over and over. Parameters and columns count from 0.
-class Statement {
-  public:
-    Statement(sqlite3* database, const std::string& sql);
-    ~Statement() { sqlite3_finalize(mStatement); }
-    Statement(const Statement&) = delete;
-    Statement& operator=(const Statement&) = delete;
-
-    void bind(int parameter, const std::string& text);
-    void bind(int parameter, std::optional<double> number);
-    // False at the end, after which it can be used anew.
-    bool step();
-
-    int columns() const { return sqlite3_column_count(mStatement); }
-    const char* name(int column) const { return sqlite3_column_name(mStatement, column); }
-    // Empty if there is nothing.
-    std::string text(int column) const;
-    std::optional<double> number(int column) const;
-
-  private:
-    sqlite3_stmt* mStatement = nullptr;
-};
 
 // Throws OutputError: what goes wrong is the file.
 class Table {
@@ -50,6 +25,28 @@ class Table {
 
   private:
     sqlite3* mDatabase = nullptr;
+};
+
+// One statement, used over and over. Columns count from 0.
+class Statement {
+  public:
+    Statement(const Table& table, const std::string& sql);
+    ~Statement() { sqlite3_finalize(mStatement); }
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    // Runs it with these, of which the later ones may be numbers; not a number is nothing.
+    void run(const std::vector<std::string>& texts, const std::vector<double>& numbers);
+
+    // The next row. False at the end.
+    bool step();
+    int columns() const { return sqlite3_column_count(mStatement); }
+    const char* name(int column) const { return sqlite3_column_name(mStatement, column); }
+    std::string text(int column) const;  // empty if there is nothing
+    double number(int column) const;     // not a number if there is nothing
+
+  private:
+    sqlite3_stmt* mStatement = nullptr;
 };
 
 // A name in SQL, whatever is in it.

@@ -65,7 +65,7 @@ class Games {
         for (const Setup& setup : setups) {
             all.emplace_back();
             for (const FleetCapture& capture : captures) {
-                const auto row = mFolder.find(keyOf(mSweep, capture.hash, setup));
+                const auto row = mFolder.find(rowFor(mSweep, capture.hash, setup));
                 all.back().push_back(row ? mObjective.valuesOf(*row) : Values());
             }
         }

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 
 #include "replay/base/Error.h"
 #include "replay/base/Output.h"
@@ -39,6 +41,11 @@ void writeWhole(const std::string& path, const std::string& text) {
     replaceFile(path, [&](const std::string& part) {
         writeFile(part, [&](std::ostream& out) { out << text; });
     });
+}
+
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 }  // namespace replay

@@ -11,4 +11,7 @@ void replaceFile(const std::string& path, const std::function<void(const std::st
 
 void writeWhole(const std::string& path, const std::string& text);
 
+// Empty if it cannot be read.
+std::string contentOf(const std::string& path);
+
 }  // namespace replay
