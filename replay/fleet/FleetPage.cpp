@@ -28,7 +28,7 @@ constexpr double kThousandths = 1000;  // what the page counts in
 constexpr double kPercents[] = {50, 99};
 constexpr size_t kHashDigits = 16;
 constexpr size_t kReasonChars = 200;
-constexpr const char* kFirstFigures[] = {"stutters", "latency_p50_ms"};
+constexpr const char* kFirstFigures[] = {"repeated_vsyncs", "latency_p50_ms"};
 
 // One row of the settings' table.
 struct ShownSetting {

@@ -34,13 +34,6 @@ std::string reasonOf(const std::string& error, const FleetCapture& capture) {
     return reason.substr(reason.find_first_not_of(' '), kMaxReasonChars);
 }
 
-InputChoice choiceOf(const Sweep& sweep, const FleetCapture& capture) {
-    InputChoice choice;
-    choice.capture = capture.path;
-    choice.layerPattern = sweep.layerPattern;
-    return choice;
-}
-
 Row played(Row row, const FleetCapture& capture, const Input& input, const Setup& setup) {
     const Job job = [&] {
         row.take(playInput(input, setup).findings);
@@ -57,6 +50,8 @@ Row played(Row row, const FleetCapture& capture, const Input& input, const Setup
 SweepResult sweepCapture(const Sweep& sweep, const RowFolder& folder, const FleetCapture& capture) {
     const std::string hash = capture.hash.empty() ? hashOfFile(capture.path) : capture.hash;
     folder.put(CaptureRecord{hash, capture.name, capture.columns});
+    InputChoice choice = sweep.input;
+    choice.capture = capture.path;
     SweepResult result;
     std::optional<Input> input;
     std::string failure;
@@ -67,7 +62,7 @@ SweepResult sweepCapture(const Sweep& sweep, const RowFolder& folder, const Flee
             continue;
         }
         try {
-            if (!input && failure.empty()) input = openInput(choiceOf(sweep, capture));
+            if (!input && failure.empty()) input = openInput(choice);
         } catch (const InputError& error) {
             failure = reasonOf(error.what(), capture);
         }
@@ -142,10 +137,14 @@ Row rowFor(const Sweep& sweep, const std::string& capture, const Setup& setup) {
     Row row;
     row.capture = capture;
     row.setting = setup.label;
-    for (const std::string& option : setup.toOptions()) {
+    std::vector<std::string> options = setup.toOptions();
+    if (!sweep.input.join && !sweep.input.layerPattern.empty()) {
+        options.insert(options.end(), {"--layer", sweep.input.layerPattern});
+    }
+    for (const std::string& option : sweep.input.toOptions()) options.push_back(option);
+    for (const std::string& option : options) {
         row.options += (row.options.empty() ? "" : " ") + option;
     }
-    if (!sweep.layerPattern.empty()) row.options += " --layer " + sweep.layerPattern;
     row.library = sweep.library;
     return row;
 }

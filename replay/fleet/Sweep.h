@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "replay/fleet/Row.h"
+#include "replay/plan/Input.h"
 #include "replay/plan/Setup.h"
 
 namespace replay {
@@ -14,7 +15,7 @@ namespace replay {
 struct Sweep {
     std::vector<FleetCapture> captures;
     std::vector<Setup> setups;
-    std::string layerPattern;
+    InputChoice input;    // but for the capture, the same for all
     std::string library;  // hash of its file, see buildOf
     std::string folder;   // of the rows
     unsigned jobs = 1;    // processes at a time

@@ -18,7 +18,7 @@ namespace replay {
 
 namespace {
 
-constexpr const char* kDefaultObjective[] = {"stutters", "latency_p50_ms", "negative_s"};
+constexpr const char* kDefaultObjective[] = {"repeated_vsyncs", "latency_p50_ms", "negative_s"};
 constexpr int kResamples = 2000;
 constexpr double kHarm = 0.01;
 constexpr double kLeastGain = 1e-6;  // of the objective; less is arithmetic
@@ -49,7 +49,7 @@ class Games {
   public:
     Games(const TuneOptions& options, const Objective& objective)
           : mObjective(objective), mFolder(options.rows) {
-        mSweep.layerPattern = options.layerPattern;
+        mSweep.input = options.input;
         mSweep.library = buildOf(options.base.library);
         mSweep.folder = options.rows;
         mSweep.jobs = options.jobs;

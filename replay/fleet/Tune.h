@@ -7,14 +7,15 @@
 #include <vector>
 
 #include "replay/fleet/Captures.h"
+#include "replay/plan/Input.h"
 #include "replay/plan/Setup.h"
 
 namespace replay {
 
 struct TuneOptions {
     std::vector<FleetCapture> captures;
-    Setup base;  // played by the model, whether it asks for it or not
-    std::string layerPattern;
+    Setup base;                          // played by the model, whether it asks for it or not
+    InputChoice input;                   // but for the capture, the same for all
     std::string rows;                    // folder
     std::vector<std::string> over;       // see parseDimension
     std::vector<std::string> objective;  // levels, see Objective; empty: the default

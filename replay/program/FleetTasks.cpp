@@ -19,7 +19,7 @@ ExitStatus sweepCaptures(const CommandLine& line) {
     for (const std::string& comparison : line.comparisons) {
         sweep.setups.push_back(changedSetup(line.setup, comparison));
     }
-    sweep.layerPattern = line.input.layerPattern;
+    sweep.input = line.input;
     sweep.library = buildOf(line.setup.library);
     sweep.folder = line.fleet.rows;
     sweep.jobs = line.jobsAtATime();
@@ -48,7 +48,7 @@ ExitStatus tuneSetting(const CommandLine& line) {
     TuneOptions options;
     options.captures = listCaptures(line.captures);
     options.base = line.setup;
-    options.layerPattern = line.input.layerPattern;
+    options.input = line.input;
     options.rows = line.fleet.rows;
     options.over = line.fleet.over;
     options.objective = line.fleet.objective;
