@@ -49,8 +49,8 @@ class PeekedSource : public ByteSource {
     size_t mUsed = 0;  // of mPeeked
 };
 
-// Keeps a stream from being read for ever, and a small file from unpacking to an endless one. One for a whole file, because packings
-// may be nested.
+// Keeps a stream from being read for ever, and a small file from unpacking to an endless one. One
+// for a whole file, because packings may be nested.
 class UnpackBudget {
   public:
     // The name is for the message.

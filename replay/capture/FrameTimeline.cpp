@@ -40,7 +40,7 @@ std::string verdictOf(const TimelineFrame& frame) {
 }
 
 bool isMissed(const TimelineFrame& frame) {
-    return frame.present > kOnTime;
+    return frame.present > kOnTime && frame.present < int{std::size(kPresents)};
 }
 
 void FrameTimeline::begin(int64_t cookie, TimelineFrame frame) {

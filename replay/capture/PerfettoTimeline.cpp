@@ -42,8 +42,11 @@ void PerfettoTimeline::noteClocks(const perfetto::TracePacket& packet) {
                 packet.trace_packet_defaults().timestamp_clock_id();
     }
     const perfetto::FtraceEventBundle& bundle = packet.ftrace_events();
-    const bool related = bundle.ftrace_timestamp() > 0 && bundle.boot_timestamp() > 0;
-    if (related) mEventsLessBootNs = bundle.ftrace_timestamp() - bundle.boot_timestamp();
+    const auto isGiven = [](int64_t timeNs) {
+        return timeNs > 0 && isTime(static_cast<uint64_t>(timeNs));
+    };
+    if (isGiven(bundle.ftrace_timestamp()) && isGiven(bundle.boot_timestamp()))
+        mEventsLessBootNs = bundle.ftrace_timestamp() - bundle.boot_timestamp();
     std::optional<int64_t> monotonicNs, bootNs;
     for (const auto& clock : packet.clock_snapshot().clocks()) {
         if (!isTime(clock.timestamp())) continue;

@@ -17,9 +17,10 @@ namespace {
 constexpr size_t kMaxNameChars = 40;
 
 constexpr const char* kOverviewFigures[] = {
-        "frames",       "frames_per_second", "late_frames",       "late_frames_over_1_vsync",
-        "stutters",     "frame_time_p99_ms", "frame_time_max_ms", "latency_p95_ms",
-        "held_total_s", "boosted_s",         "negative_s",
+        "frames",          "frames_per_second", "shown_in_time_percent",
+        "repeated_vsyncs", "low_1_percent_fps", "late_frames",
+        "stutters",        "frame_time_p99_ms", "latency_p95_ms",
+        "held_total_s",    "boosted_s",         "negative_s",
 };
 
 std::string valueText(const Figure& figure, double value) {

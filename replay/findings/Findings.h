@@ -62,8 +62,8 @@ struct Findings {
     // What the phone itself said of the layer's frames, if the capture has that.
     std::vector<TimelineFrame> phone;
 
-    // How the frames did, by the library's own notion. `late[n]` counts frames that were late by more than n vsyncs: their
-    // interval exceeds (n + 1) periods by more than the library's 2 ms tolerance.
+    // How the frames did, by the library's own notion. `late[n]` counts frames that were late by more
+    // than n vsyncs: their interval exceeds (n + 1) periods by more than the library's 2 ms tolerance.
     std::vector<Frame> frames;
     std::array<size_t, kLateClasses> late{};
     std::vector<Stutter> stutters;

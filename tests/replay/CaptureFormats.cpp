@@ -125,6 +125,24 @@ std::string perfettoOf(const Samples& samples, PacketPacking packing) {
     return trace;
 }
 
+std::string timelineOf(const TimelinePackets& frame, int64_t behindNs) {
+    const auto number = [](int64_t value) { return static_cast<uint64_t>(value); };
+    const auto clock = [&](uint64_t id, int64_t timeNs) {
+        return bytesField(1, numberField(1, id) + numberField(2, number(timeNs)));
+    };
+    const auto event = [&](int64_t timeNs, int field, const std::string& fields) {
+        return bytesField(1, numberField(8, number(timeNs - behindNs)) + numberField(58, 3) +
+                                     bytesField(76, bytesField(field, fields)));
+    };
+    const std::string cookie = numberField(1, 5);
+    return bytesField(1,
+                      bytesField(6, clock(3, frame.beginNs - behindNs) + clock(6, frame.beginNs))) +
+           event(frame.beginNs, 4,
+                 cookie + bytesField(5, frame.layer) + numberField(6, number(frame.present)) +
+                         numberField(9, number(frame.jank))) +
+           event(frame.endNs, 5, cookie);
+}
+
 std::string zstdOf(const std::string& bytes) {
     std::string packed(ZSTD_compressBound(bytes.size()), '\0');
     packed.resize(ZSTD_compress(packed.data(), packed.size(), bytes.data(), bytes.size(), 1));

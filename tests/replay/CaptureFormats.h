@@ -24,6 +24,17 @@ enum class PacketPacking { kNone, kZlib, kZstd };
 // A Perfetto trace: bundles of two CPUs in turn, with packets of other kinds in between.
 std::string perfettoOf(const Samples& samples, PacketPacking packing);
 
+// The packets of one frame in a Perfetto trace's frame timeline, on the monotonic clock, which is
+// `behindNs` behind that of the other packets.
+struct TimelinePackets {
+    std::string layer;
+    int64_t beginNs = 0;
+    int64_t endNs = 0;
+    int present = 0;
+    int jank = 0;
+};
+std::string timelineOf(const TimelinePackets& frame, int64_t behindNs);
+
 std::string ftraceOf(const Samples& samples);
 std::string gzipOf(const std::string& bytes);
 std::string zstdOf(const std::string& bytes);

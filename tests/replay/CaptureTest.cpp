@@ -6,6 +6,7 @@
 
 #include "replay/base/Error.h"
 #include "replay/capture/Capture.h"
+#include "replay/capture/Part.h"
 #include "tests/ErrorOf.h"
 
 namespace replay {
@@ -65,6 +66,20 @@ TEST(Capture, FallsOnOtherThreads_AreReplacedBuffersAndNotConsumedOnes) {
     EXPECT_EQ(layer.queueTimesNs, (Times{10, 20}));
     EXPECT_EQ(layer.replacedTimesNs, (Times{30}));
     EXPECT_EQ(layer.consumes, (std::vector<ConsumeEvent>{{40, 0}}));
+}
+
+TEST(Capture, LayersThatFollowEachOther_CanBeJoined) {
+    CaptureBuilder builder;
+    const std::string second = "SurfaceView - a.b/c.D#1";
+    for (const auto& [timeNs, level] : {std::pair{10, 0}, {20, 1}, {30, 0}, {40, 1}}) {
+        builder.addCounter(timeNs, kOldCounter, level);
+        builder.addCounter(timeNs + 50, second, level);
+    }
+    Capture capture = builder.build("test");
+    const LayerEvents& joined = capture.layers.at(joinLayers(capture, {0, 1}));
+    EXPECT_EQ(joined.name.layer, "SurfaceView[a.b/c.D](BLAST)#1");
+    EXPECT_EQ(joined.queueTimesNs, (Times{10, 30, 60, 80}));
+    EXPECT_EQ(joined.consumes, (std::vector<ConsumeEvent>{{20, 0}, {70, 0}}));
 }
 
 TEST(Capture, LinesOutOfOrder_AreSortedAndCounted) {

@@ -240,6 +240,18 @@ TEST(ReadCapture, FurtherCapturesInAnArchive_AreNamed) {
     EXPECT_EQ(capture.lost, "2 further captures in it not read, \"b\", \"c\"");
 }
 
+TEST(ReadCapture, TheFrameTimeline_IsBroughtToTheClockOfTheCounters) {
+    const std::string trace = perfettoOf(shortSession(), PacketPacking::kNone);
+    const int64_t origin = read(trace).originNs;
+    const TimelinePackets frame{"TX - game#1", origin + 1'000, origin + 5'000, 2, 64};
+    const Capture capture = read(trace + timelineOf(frame, 777'000'000));
+    ASSERT_EQ(capture.timeline.size(), 1u);
+    EXPECT_EQ(capture.timeline[0].layer, frame.layer);
+    EXPECT_EQ(capture.timeline[0].endNs, 5'000);
+    EXPECT_TRUE(isMissed(capture.timeline[0]));
+    EXPECT_EQ(verdictOf(capture.timeline[0]), "late: application deadline missed");
+}
+
 class EndlessSource : public ByteSource {
   public:
     explicit EndlessSource(std::string piece) : mPiece(std::move(piece)) {}
