@@ -241,7 +241,7 @@ TEST(ReadCapture, FurtherCapturesInAnArchive_AreNamed) {
 }
 
 TEST(ReadCapture, TheFrameTimeline_IsBroughtToTheClockOfTheCounters) {
-    const std::string trace = perfettoOf(shortSession(), PacketPacking::kNone);
+    const std::string trace = perfettoOf(gameSamples(130), PacketPacking::kNone);
     const int64_t origin = read(trace).originNs;
     const TimelinePackets frame{"TX - game#1", origin + 1'000, origin + 5'000, 2, 64};
     const Capture capture = read(trace + timelineOf(frame, 777'000'000));
