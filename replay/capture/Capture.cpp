@@ -86,6 +86,21 @@ std::optional<Refresh> refreshOf(const Capture& capture, const VsyncCounter& cou
     });
 }
 
+// A compositor that has something to do at every second vsync only shows that in its own counter;
+// another one may show the display's beat. Says which, if so.
+std::string takeFasterBeat(Refresh& refresh, const Capture& capture) {
+    constexpr int64_t kHundredth = 100;
+    for (const VsyncCounter& other : capture.vsyncs) {
+        const int64_t periodNs = measurePeriodNs(other.timesNs).value_or(refresh.periodNs);
+        const int64_t count = (refresh.periodNs + periodNs / 2) / periodNs;
+        const int64_t missNs = std::abs(refresh.periodNs - count * periodNs);
+        if (count < 2 || missNs * kHundredth > refresh.periodNs || !isPlausible(periodNs)) continue;
+        refresh.periodNs = periodNs;
+        return ", at the rate of " + other.name;
+    }
+    return "";
+}
+
 // How far a counter's name is from that of a layer with a queue: 0 for the queues of other windows,
 // 1 for what is numbered as layers are, 2 for anything else.
 size_t distanceFromLayer(std::string_view name) {
@@ -336,10 +351,15 @@ VsyncTrack vsyncTrack(const Capture& capture, std::optional<double> refreshHz) {
                 format("--refresh: give a rate from %g to %g Hz", kMinRefreshHz, kMaxRefreshHz));
     }
     for (const VsyncCounter& counter : capture.vsyncs) {
-        const std::optional<Refresh> measured = refreshOf(capture, counter);
+        std::optional<Refresh> measured = refreshOf(capture, counter);
         if (!measured || !isPlausible(measured->periodNs)) continue;
+        auto& changes = measured->changes;
+        changes.erase(std::remove_if(changes.begin(), changes.end(),
+                                     [](const auto& c) { return !isPlausible(c.periodNs); }),
+                      changes.end());
+        const std::string beat = changes.empty() ? takeFasterBeat(*measured, capture) : "";
         if (refreshHz) checkRefresh(*measured, counter.name, *refreshHz);
-        VsyncTrack track{*measured, {}, counter.name, 0};
+        VsyncTrack track{*measured, {}, counter.name + beat, 0};
         track.timesNs = continueVsyncs(counter.timesNs, track, 0, capture.durationNs);
         track.continued = track.timesNs.size() - counter.timesNs.size();
         return track;

@@ -211,6 +211,10 @@ TEST(VsyncTrack, Source_IsTheFirstCounterThatTells) {
               "VSYNC-app");
     EXPECT_EQ(vsyncTrack(vsyncCapture({{"HW_VSYNC_0", 20}, {"VSYNC-appSf", 20}}), {}).source,
               "VSYNC-appSf");
+    Capture halfRate = vsyncCapture({{"VSYNC-sf", 20}, {"VSYNC-app", 20}});
+    for (int64_t& timeNs : halfRate.vsyncs.at(1).timesNs) timeNs /= 2;
+    EXPECT_EQ(vsyncTrack(halfRate, {}).periodNs, 8'333'500);
+    EXPECT_EQ(vsyncTrack(halfRate, {}).source, "VSYNC-sf, at the rate of VSYNC-app");
     const VsyncTrack track =
             vsyncTrack(vsyncCapture({{"HW_VSYNC_0", 10}, {"HW_VSYNC_ON_0", 15}}), {});
     EXPECT_EQ(track.source, "HW_VSYNC_0");
