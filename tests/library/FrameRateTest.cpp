@@ -135,15 +135,15 @@ TEST(FrameRate, BeforeAnyVsyncPeriod_ARateOfNoClassCountsAsMatching) {
 }
 
 TEST(FrameRate, ThreadsThatCannotBeMade_AreLoggedAndLeftOut) {
-    // After the checker: the monitor, the boost thread, the headroom thread.
-    const char* const lines[] = {"MonitorThread Creation Failed", "BoostThread Creation Failed",
+    const char* const lines[] = {"game checker thread create failed!",
+                                 "MonitorThread Creation Failed", "BoostThread Creation Failed",
                                  "HeadroomThread Creation Failed"};
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 4; ++i) {
         Scene scene;
-        scene.schedule.failThreadCreation = 2 + i;
+        scene.schedule.failThreadCreation = 1 + i;
         const sim::Outcome outcome = playGame(
                 scene, [](Compositor& game, int64_t) { game.play(kGame, 10, kPeriod60, 1); });
         EXPECT_EQ(countOf(lines[i]), 1);
-        EXPECT_EQ(outcome.threads.size(), 4U);
+        EXPECT_EQ(outcome.threads.size(), i == 0 ? 5U : 4U) << "the next buffer finds a checker";
     }
 }

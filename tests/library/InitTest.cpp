@@ -11,10 +11,6 @@ namespace {
 
 // "5=1;phr=1": knob 5 and the property that enables the headroom regulator.
 Scene sceneOf(const std::string& settings) {
-    const std::map<std::string, std::string> properties = {{"pfar", "vendor.perf.pfar.enable"},
-                                                           {"pfar2", "vendor.perf.pfar2.enable"},
-                                                           {"phr", "vendor.perf.phr.enable"},
-                                                           {"zgpe", "ro.vendor.perf.zgpe"}};
     Scene scene;
     scene.knobs = {{5, 0}, {6, 0}, {7, 0}};
     scene.properties.clear();
@@ -22,11 +18,11 @@ Scene sceneOf(const std::string& settings) {
     for (std::string item; std::getline(items, item, ';');) {
         const std::string name = item.substr(0, item.find('='));
         const std::string value = item.substr(item.find('=') + 1);
-        if (std::isdigit(name[0])) {
+        if (std::isdigit(name[0]))
             scene.knobs[std::stoi(name)] = std::stoi(value);
-        } else {
-            scene.set(properties.at(name), value);
-        }
+        else
+            scene.set(name == "zgpe" ? "ro.vendor.perf.zgpe" : "vendor.perf." + name + ".enable",
+                      value);
     }
     return scene;
 }
@@ -76,16 +72,11 @@ TEST(Init, DecidedAnew_NothingOfTheFormerDecisionRemains) {
         compositor.start(kGame);
         EXPECT_TRUE(linesOf({"begin"}).empty())
                 << "without knob 5 or 6 the debug switch is not read";
-    });
-}
-
-TEST(Init, DecidedAnew_TheNewClientAnswers) {
-    play(Scene().set("vendor.perf.cindral.debug", "0"), [](Compositor& compositor) {
-        ASSERT_TRUE(compositor.library.init());
-        device::StandInDevice::instance().setProperty("vendor.perf.cindral.debug", "1");
+        device.setKnob(6, 1);
         compositor.library.clearConfigs();
         compositor.start(kNoGame);
-        EXPECT_EQ(countOf("isGameLayer:0 [" + kNoGame + "][com.example.video]"), 1);
+        EXPECT_EQ(countOf("isGameLayer:0 [" + kNoGame + "][com.example.video]"), 1)
+                << "the new client answers";
     });
 }
 

@@ -90,6 +90,7 @@ TEST(PerfProxy, Boosts_AreCountedAndSentAsTheLevelTheRateAndTheExpectationSay) {
         sim::sleepFor(kMs);
         perf.stopBoostThread();
     });
+    // The stop wakes the thread, which serves the stored release again.
     EXPECT_EQ(seen(),
               (std::vector<std::string>{
                       "begin skip boost", "end", "begin Boost CHECKPOINT1_NOT_QUEUED",
@@ -98,9 +99,8 @@ TEST(PerfProxy, Boosts_AreCountedAndSentAsTheLevelTheRateAndTheExpectationSay) {
                       "begin Boost CHECKPOINT2_NOT_QUEUED",
                       "D Cindral.PerfProxy: Boost CHECKPOINT2_NOT_QUEUED",
                       "perf_hint(4166, (null), 0, 2000) = 2", "end", "begin boostReleaseImp",
-                      "perf_hint(4166, (null), 0, 0) = 3", "end",
-                      // The stop wakes the thread, which serves the stored request again.
-                      "begin boostReleaseImp", "perf_hint(4166, (null), 0, 0) = 4", "end"}));
+                      "perf_hint(4166, (null), 0, 0) = 3", "end", "begin boostReleaseImp",
+                      "perf_hint(4166, (null), 0, 0) = 4", "end"}));
 }
 
 TEST(PerfProxy, ModuleInitialisedAnew_DestroysItsFormerClientUnlessACheckerIsAskingIt) {

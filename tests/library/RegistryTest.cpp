@@ -106,18 +106,6 @@ TEST(Registry, SlowService_HoldsNobodyAndOneQuestionIsUnderWayAtATime) {
     });
 }
 
-TEST(Registry, CheckerThatCannotStart_IsLoggedAndTriedAgainWithTheNextBuffer) {
-    Scene scene;
-    scene.schedule.failThreadCreation = 1;
-    play(scene, [](Compositor& compositor) {
-        compositor.start(kGame);
-        EXPECT_EQ(questions(), 0U);
-        EXPECT_EQ(countOf("game checker thread create failed!"), 1);
-        ask(compositor, {kGame});
-        EXPECT_EQ(questions(), 1U);
-    });
-}
-
 TEST(Registry, ThirdGame_IsRefused200TimesAndIgnoredAtThe201st) {
     playThree([](Compositor& compositor) {
         for (int attempt = 2; attempt <= 200; ++attempt) compositor.queue(kThirdGame);

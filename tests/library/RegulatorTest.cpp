@@ -128,9 +128,9 @@ TEST(Regulator, SwitchedOnTwice_SaysItOnceAndHasLeftTheVsyncBeforeAlone) {
         StandInDevice::instance().clearEvents();
         regulator->setActiveStatus(true);
         regulator->setActiveStatus(true);
-        const std::vector<std::string> expected = {
-                "begin enable PHR", "D Cindral.HeadroomRegulator: enable PHR", "end"};
-        EXPECT_EQ(seen(), expected);
+        EXPECT_EQ(seen(),
+                  (std::vector<std::string>{"begin enable PHR",
+                                            "D Cindral.HeadroomRegulator: enable PHR", "end"}));
         regulator->forceStop();
     });
 }
