@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <ostream>
 
 using device::EntryPoint;
 using device::Event;
@@ -29,28 +28,6 @@ void configure(const Scene& scene) {
 
 }  // namespace
 
-Scene::Scene()
-      : properties{{"vendor.perf.pfar2.enable", "1"},
-                   {"vendor.perf.phr.enable", "1"},
-                   {"vendor.perf.cindral.debug", "1"}} {}
-
-Scene& Scene::set(const std::string& property, const std::string& value) {
-    properties[property] = value;
-    return *this;
-}
-
-Scene& Scene::headroomOnly() {
-    return set("vendor.perf.pfar2.enable", "0");
-}
-
-Scene& Scene::frameRegulatorOnly() {
-    return set("vendor.perf.phr.enable", "0");
-}
-
-void PrintTo(const Sight& sight, std::ostream* stream) {
-    *stream << sight.time << " ns: " << sight.what;
-}
-
 int64_t Compositor::now() {
     return sim::now() - kStart;
 }
@@ -73,14 +50,6 @@ int64_t Compositor::vsyncAt(int64_t time) {
     waitUntil(time);
     library.trackVsyncSignal();
     return now();
-}
-
-void Compositor::startPacing() {
-    device::Game(library, {kGame}, kPeriod60).startPacing();
-}
-
-void Compositor::start(const std::string& layer, int64_t period) {
-    ASSERT_TRUE(device::Game(library, {layer}, period).start());
 }
 
 void Compositor::play(const std::string& layer, int frames, int64_t period, int pending) {
@@ -109,10 +78,6 @@ sim::Outcome play(const Scene& scene, const std::function<void(Compositor&)>& bo
     });
 }
 
-sim::Outcome playGame(const Scene& scene, const GameScene& body) {
-    return playGame(scene, kPeriod60, body);
-}
-
 sim::Outcome playGame(const Scene& scene, int64_t period, const GameScene& body) {
     return play(scene, [&](Compositor& compositor) {
         compositor.start(kGame, period);
@@ -133,7 +98,7 @@ std::vector<Sight> sightsOf(const std::vector<std::string>& parts) {
 
 std::vector<std::string> linesOf(const std::vector<std::string>& parts) {
     std::vector<std::string> lines;
-    for (const Sight& sight : sightsOf(parts)) lines.push_back(sight.what);
+    for (const auto& [time, line] : sightsOf(parts)) lines.push_back(line);
     return lines;
 }
 

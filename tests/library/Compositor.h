@@ -3,10 +3,13 @@
 // A compositor for tests: plays scenes to the shipped library in virtual time, on the stand-in
 // device.
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "device/Game.h"
@@ -32,9 +35,9 @@ inline const std::string kNoGame = "SurfaceView[com.example.video/com.example.vi
 // The device and the schedule of a scene. The default device has both regulators and the debug
 // switch on, and knows the three games above.
 struct Scene {
-    Scene();
-
-    std::map<std::string, std::string> properties;
+    std::map<std::string, std::string> properties = {{"vendor.perf.pfar2.enable", "1"},
+                                                     {"vendor.perf.phr.enable", "1"},
+                                                     {"vendor.perf.cindral.debug", "1"}};
     // What differs from a device that offers everything to the three games.
     std::map<int, int> knobs;
     std::map<std::string, int> verdicts;  // package -> answer of the service
@@ -43,19 +46,16 @@ struct Scene {
     std::vector<std::string> without;  // missing libraries or entry points
     sim::Options schedule;
 
-    Scene& set(const std::string& property, const std::string& value);
-    Scene& headroomOnly();
-    Scene& frameRegulatorOnly();
+    Scene& set(const std::string& property, const std::string& value) {
+        properties[property] = value;
+        return *this;
+    }
+    Scene& headroomOnly() { return set("vendor.perf.pfar2.enable", "0"); }
+    Scene& frameRegulatorOnly() { return set("vendor.perf.phr.enable", "0"); }
 };
 
-// One thing seen from outside, and when, in ns since the start of the scene.
-struct Sight {
-    int64_t time;
-    std::string what;
-
-    bool operator==(const Sight& other) const { return time == other.time && what == other.what; }
-};
-void PrintTo(const Sight& sight, std::ostream* stream);
+// When something was seen from outside, in ns since the start of the scene, and what.
+using Sight = std::pair<int64_t, std::string>;
 
 // The library, loaded, inside a running scene. Times are ns since the start of the scene.
 class Compositor {
@@ -68,7 +68,9 @@ class Compositor {
     void queue(const std::string& layer) { library.trackBufferIncrement(layer.c_str()); }
     void consume(const std::string& layer, int pending = 0, int times = 1);
     // Initialises, sets the period and lets the layer be classified.
-    void start(const std::string& layer, int64_t period = kPeriod60);
+    void start(const std::string& layer, int64_t period = kPeriod60) {
+        EXPECT_TRUE(device::Game(library, {layer}, period).start());
+    }
     // Queues and consumes `frames` buffers, the first one now and the last one period before the
     // end.
     void play(const std::string& layer, int frames, int64_t period = kPeriod60, int pending = 0);
@@ -81,7 +83,7 @@ class Compositor {
     int64_t vsyncAt(int64_t time);
     // Lets buffers of the first game accumulate until its headroom regulator goes on; none is pending
     // in the end.
-    void startPacing();
+    void startPacing() { device::Game(library, {kGame}, kPeriod60).startPacing(); }
 };
 
 // Plays a scene. The library is loaded before the body and unloaded after it, in virtual time. A
@@ -90,7 +92,9 @@ sim::Outcome play(const Scene& scene, const std::function<void(Compositor&)>& bo
 // The same once the first game has its environment. `last` is when its last buffer was queued: now.
 using GameScene = std::function<void(Compositor&, int64_t last)>;
 sim::Outcome playGame(const Scene& scene, int64_t period, const GameScene& body);
-sim::Outcome playGame(const Scene& scene, const GameScene& body);
+inline sim::Outcome playGame(const Scene& scene, const GameScene& body) {
+    return playGame(scene, kPeriod60, body);
+}
 
 // What has been seen since the start of the scene and has one of the parts in its line, in order. A line
 // is a service call with its answer, "priority tag: text", "begin section" or "end".

@@ -19,8 +19,8 @@ TEST(FrameRate, FirstMatchingPeriod_BuildsTheEnvironmentInOrder) {
         compositor.start(kGame);
         const int64_t last = compositor.playUntilEnvironment(kGame);
         EXPECT_EQ(timeOf(rateLine("60.00")), last);
-        for (const Sight& call : sightsOf({"boost_level", "hr_min_rate"}))
-            EXPECT_EQ(call.time, last) << call.what;
+        for (const auto& [time, call] : sightsOf({"boost_level", "hr_min_rate"}))
+            EXPECT_EQ(time, last) << call;
     });
     const std::vector<std::string> expected = {
             // First it is decided what runs, and the layer found to be a game's.

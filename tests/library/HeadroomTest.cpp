@@ -70,7 +70,7 @@ TEST(Headroom, Vsync_CountsFromItsReportAlsoWhenItHasToWaitForTheLayerLock) {
                 compositor.queue(kOtherGame);
         });
         while (!isSetUp()) Compositor::waitUntil(Compositor::now() + kMs);
-        const int64_t free = sightsOf({"perf_get_feedback_extn"}).back().time + kSetUp;
+        const int64_t free = sightsOf({"perf_get_feedback_extn"}).back().first + kSetUp;
         const int64_t vsync = free - 6'500'000;
         compositor.vsyncAt(vsync - kPeriod60);
         compositor.consume(kGame, 1);

@@ -178,8 +178,25 @@ TEST(Monitor, BoostLevel_HoldsBackTheCheckpointsBelowIt) {
                  EXPECT_EQ(countOf(kCheckpoint2), 1);
              });
     ASSERT_EQ(boosts().size(), 1U);
-    EXPECT_EQ(boosts()[0].what, "1000/10000");
+    EXPECT_EQ(boosts()[0].second, "1000/10000");
     EXPECT_EQ(countOf("skip boost"), 0);
+}
+
+// The stop's signal then finds nobody waiting.
+TEST(Monitor, UnloadInTheMomentAWaitRunsOut_IsOverAtOnceAndSendsNothing) {
+    for (const int64_t silence : {kPeriod60, kPeriod60 + kSpacing60, kPeriod60 + 2 * kSpacing60,
+                                  kPeriod60 + 2 * kSpacing60 + kSecond}) {
+        int64_t stopped = 0;
+        size_t sent = 0;
+        const sim::Outcome outcome =
+                playGame(Scene().frameRegulatorOnly(), [&](Compositor&, int64_t last) {
+                    Compositor::waitUntil(last + silence);
+                    stopped = sim::now();
+                    sent = boosts().size();
+                });
+        EXPECT_EQ(outcome.endTimeNs, stopped) << silence;
+        EXPECT_LE(boosts().size(), sent + 1) << silence << ": the release that the stop serves";
+    }
 }
 
 TEST(Monitor, ThreadsAreRealTimeAndNamedOnlyWhileDebugging) {
