@@ -24,23 +24,18 @@ std::string boundsLine(int64_t period, int64_t headroom) {
 
 }  // namespace
 
-TEST(Headroom, ThirtyFirstAccumulatingDecrement_SwitchesRegulationOn) {
-    playGame(Scene().headroomOnly(), [](Compositor& compositor, int64_t) {
-        compositor.consume(kGame, 1, 30);
-        compositor.consume(kGame, 0);  // breaks the run
-        compositor.consume(kGame, 2, 30);
-        EXPECT_EQ(countOf(kOn), 0);
-        compositor.consume(kGame, 2);
-        EXPECT_EQ(countOf(kOn), 1);
-    });
-}
-
-TEST(Headroom, TwoLayers_AreEachHeldUntilTheirOwnReleaseAfterOneVsync) {
+TEST(Headroom, TwoLayers_ArePacedFromTheir31stAccumulatingBufferOnAndEachUntilItsOwnRelease) {
     playGame(Scene().headroomOnly(), [](Compositor& compositor, int64_t) {
         compositor.start(kOtherGame);
         compositor.play(kOtherGame, 70);
+        int on = 0;
         for (const std::string& layer : {kGame, kOtherGame}) {
-            compositor.consume(layer, 1, 31);
+            compositor.consume(layer, 1, 30);
+            compositor.consume(layer, 0);  // breaks the run
+            compositor.consume(layer, 2, 30);
+            EXPECT_EQ(countOf(kOn), on++);
+            compositor.consume(layer, 2);
+            EXPECT_EQ(countOf(kOn), on);
             compositor.consume(layer, 0);
         }
         // The first game is late, which makes its headroom a millisecond longer.
