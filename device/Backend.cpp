@@ -2,6 +2,7 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -113,9 +114,10 @@ void Backend::getProp(const char* property, const char* defaultValue, char* valu
     event.defaultValue = orNull(defaultValue);
     const std::string answer = serve(std::move(event), [&](const StandInDevice::State& device) {
         return valueOr(device.content.properties, name, defaultValue ? defaultValue : "")
-                .substr(0, size - 1);
+                .substr(0, size);
     });
-    std::memcpy(value, answer.c_str(), answer.size() + 1);
+    // A value that fills the field is left without an end, which a client must not take for granted.
+    std::memcpy(value, answer.c_str(), std::min(answer.size() + 1, size));
 }
 
 int Backend::getFeedback(int request, const char* package) {

@@ -24,6 +24,13 @@ TEST(PerfProxy, WithoutLibraries_EveryWrapperGivesItsFixedAnswer) {
     });
 }
 
+TEST(PerfProxy, PropertyThatTheServiceDoesNotEnd_EndsWithItsField) {
+    withClient({}, [](PerfProxy& client) {
+        StandInDevice::instance().setProperty("long", std::string(92, 'x'));
+        EXPECT_EQ(std::string(client.perfGetProp("long", "").text), std::string(91, 'x'));
+    });
+}
+
 TEST(PerfProxy, Locks_AreHandedBackByTheHandleThatStaysStored) {
     withClient({}, [](PerfProxy& client) {
         client.disablePl(false);
