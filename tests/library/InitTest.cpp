@@ -80,6 +80,20 @@ TEST(Init, DecidedAnew_NothingOfTheFormerDecisionRemains) {
     });
 }
 
+// Closing the service's libraries takes the loader's lock, which the unload holds while it waits for
+// the checker. A checker that closed them would hang the process, and this test with it.
+TEST(Init, DecidedAnewWhileTheFormerClientIsAsked_TheUnloadClosesItsLibraries) {
+    play(Scene(), [&](Compositor& compositor) {
+        device::StandInDevice::instance().setDelay(device::EntryPoint::kPerfGetFeedback, kSecond);
+        compositor.library.init();
+        compositor.queue(kGame);
+        Compositor::waitUntil(kMs);
+        compositor.library.clearConfigs();
+        EXPECT_TRUE(compositor.library.init());
+    });
+    EXPECT_EQ(timeOf("isGameLayer:1 [" + kGame + "][com.example.game]"), kSecond);
+}
+
 TEST(Init, AfterClearConfigs_LayersAreServedUntilTheNextInitSwitchesEverythingOff) {
     playGame(Scene().headroomOnly(), [](Compositor& compositor, int64_t) {
         device::StandInDevice& device = device::StandInDevice::instance();
