@@ -27,7 +27,6 @@ using Json = nlohmann::json;
 constexpr double kThousandths = 1000;  // what the page counts in
 constexpr double kPercents[] = {50, 99};
 constexpr size_t kHashDigits = 16;
-constexpr size_t kReasonChars = 200;
 constexpr const char* kFirstFigures[] = {"repeated_vsyncs", "latency_p50_ms"};
 
 // One row of the settings' table.
@@ -37,11 +36,6 @@ struct ShownSetting {
     size_t failed = 0;
     std::map<std::string, Sketch> summaries;
     std::vector<std::vector<float>> values;  // by figure and capture; not a number: not known
-};
-
-struct Failure {
-    size_t count = 0;
-    std::string example;
 };
 
 class PageData {
@@ -99,32 +93,31 @@ class PageData {
         }
     }
 
-    bool isShown(const std::string& label) const {
-        const auto& shown = mPage.settings;
-        return shown.empty() || std::find(shown.begin(), shown.end(), label) != shown.end();
+    bool isShown(const std::string& options) const {
+        const auto& shown = mPage.options;
+        return shown.empty() || std::find(shown.begin(), shown.end(), options) != shown.end();
     }
 
-    // Several libraries, or versions of the model, make settings of their own.
+    // One label may stand for several: other options, another library or version of the model.
     void readSettings() {
         Statement all(mTable,
-                      "SELECT setting, library, model, max(options), "
+                      "SELECT setting, options, library, model, "
                       "count(*) OVER (PARTITION BY setting) FROM runs "
-                      "GROUP BY setting, library, model ORDER BY setting, library, model");
+                      "GROUP BY setting, options, library, model ORDER BY 1, 2, 3, 4");
         while (all.step()) {
-            const std::string label = all.text(0);
-            if (!isShown(label)) continue;
-            if (label == mPage.base && !mHasBase) {
+            ShownSetting setting;
+            setting.label = all.text(0);
+            setting.options = all.text(1);
+            if (!isShown(setting.options)) continue;
+            if (setting.label == mPage.base && !mHasBase) {
                 mBase = mSettings.size();
                 mHasBase = true;
             }
-            mBySetting[label + "\n" + all.text(1) + "\n" + all.text(2)] = mSettings.size();
-            ShownSetting setting;
-            setting.label = label;
+            mBySetting[keyOf(all, 0)] = mSettings.size();
             if (all.text(4) != "1") {
-                setting.label +=
-                        " (library " + all.text(1).substr(0, 8) + ", model " + all.text(2) + ")";
+                setting.label += format(" (%zu: library %.8s, model %s)", mSettings.size(),
+                                        all.text(2).c_str(), all.text(3).c_str());
             }
-            setting.options = all.text(3);
             setting.values.assign(figures().size(), std::vector<float>(mNames.size(), NAN));
             mSettings.push_back(std::move(setting));
         }
@@ -132,14 +125,19 @@ class PageData {
             throw InputError("no run is labelled " + inQuotes(mPage.base) + "; see --base");
     }
 
+    static std::string keyOf(const Statement& run, int first) {
+        std::string key;
+        for (int i = first; i < first + 4; ++i) key += run.text(i) + "\n";
+        return key;
+    }
+
     void readRuns() {
-        std::string sql = "SELECT capture, setting, library, model, failure";
+        std::string sql = "SELECT capture, setting, options, library, model, failure";
         for (const char* summary : kSummaries) sql += std::string(",") + summary + "_summary";
         for (const Figure& figure : figures()) sql += "," + sqlName(figure.name);
         Statement all(mTable, sql + " FROM runs");
         while (all.step()) {
-            const auto setting =
-                    mBySetting.find(all.text(1) + "\n" + all.text(2) + "\n" + all.text(3));
+            const auto setting = mBySetting.find(keyOf(all, 1));
             const auto capture = mCaptures.find(all.text(0));
             if (setting == mBySetting.end() || capture == mCaptures.end()) continue;
             takeRun(all, mSettings[setting->second], capture->second);
@@ -147,15 +145,9 @@ class PageData {
     }
 
     void takeRun(const Statement& run, ShownSetting& setting, size_t capture) {
-        int column = 4;
-        const std::string failure = run.text(column++);
-        if (!failure.empty()) {
+        int column = 5;
+        if (!run.text(column++).empty()) {
             ++setting.failed;
-            const std::string reason =
-                    failure.substr(0, failure.find('\n')).substr(0, kReasonChars);
-            if (mFailures[reason].count++ == 0) {
-                mFailures[reason].example = mNames[capture] + ", " + setting.label;
-            }
             return;
         }
         for (const char* summary : kSummaries) {
@@ -231,12 +223,15 @@ class PageData {
 
     Json failures() const {
         Json all = Json::array();
-        for (const auto& [reason, failure] : mFailures) {
-            all.push_back(
-                    {{"reason", reason}, {"count", failure.count}, {"example", failure.example}});
+        Statement failed(mTable,
+                         "SELECT count(*), substr(failure, 1, instr(failure || char(10), char(10)) "
+                         "- 1) AS reason, min(name) FROM fleet WHERE failure <> '' "
+                         "GROUP BY reason ORDER BY 1 DESC, 2");
+        while (failed.step()) {
+            all.push_back({{"count", failed.number(0)},
+                           {"reason", failed.text(1)},
+                           {"example", failed.text(2)}});
         }
-        std::stable_sort(all.begin(), all.end(),
-                         [](const Json& a, const Json& b) { return a["count"] > b["count"]; });
         return all;
     }
 
@@ -250,7 +245,6 @@ class PageData {
     std::vector<ShownSetting> mSettings;
     size_t mBase = 0;
     bool mHasBase = false;
-    std::map<std::string, Failure> mFailures;
 };
 
 }  // namespace

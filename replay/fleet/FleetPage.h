@@ -9,9 +9,9 @@ namespace replay {
 
 struct FleetPage {
     std::string title = "A fleet of captures";
-    std::vector<std::string> answer;    // paragraphs at the top
-    std::string base = "as given";      // label of the setting that the others are compared with
-    std::vector<std::string> settings;  // labels of those to show; empty: all
+    std::vector<std::string> answer;   // paragraphs at the top
+    std::string base = "as given";     // label of the setting that the others are compared with
+    std::vector<std::string> options;  // of the settings to show; empty: all
 };
 
 // Of a table that gatherRows wrote. Throws InputError if it has no base, and OutputError.

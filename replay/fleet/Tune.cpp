@@ -72,7 +72,7 @@ class Games {
         return all;
     }
 
-    const std::string& library() const { return mSweep.library; }
+    std::string optionsOf(const Setup& setup) const { return rowFor(mSweep, "", setup).options; }
 
   private:
     const Objective& mObjective;
@@ -146,7 +146,6 @@ class Tuner : public Landscape {
         check();
         findTurns();
         mTuned.objective = mObjective.text();
-        mTuned.library = mGames.library();
         for (const size_t figure : mObjective.figures()) {
             mTuned.figures.emplace_back(figures()[figure].label);
         }
@@ -200,7 +199,8 @@ class Tuner : public Landscape {
             throw InputError("no capture can be played under the base; try one by itself");
         }
         mTuned.left += static_cast<size_t>(failed);
-        mTuned.tried.push_back({mOptions.base, 0, meansOf(mBaseRuns)});
+        mTuned.tried.push_back(
+                {mOptions.base, mGames.optionsOf(mOptions.base), 0, meansOf(mBaseRuns)});
     }
 
     std::vector<double> meansOf(const Runs& runs) const {
@@ -217,8 +217,8 @@ class Tuner : public Landscape {
                        mTuned.tried.size() + setups.size(), mMaySearch);
         const std::vector<Runs> all = mGames.play(mToChoose, setups, title);
         for (size_t i = 0; i < setups.size(); ++i) {
-            mTuned.tried.push_back(
-                    {setups[i], mObjective.change(mBaseRuns, all[i]), meansOf(all[i])});
+            mTuned.tried.push_back({setups[i], mGames.optionsOf(setups[i]),
+                                    mObjective.change(mBaseRuns, all[i]), meansOf(all[i])});
         }
     }
 

@@ -34,6 +34,7 @@ struct Effect {
 
 struct TriedSetting {
     Setup setup;
+    std::string options;        // that make it, see Row
     double change = 0;          // of the objective, on the captures to choose by
     std::vector<double> means;  // of the objective's figures
 };
@@ -57,7 +58,6 @@ struct Tuned {
     std::vector<TriedSetting> tried;    // best first, the base among them
     size_t base = 0;                    // in `tried`
     bool keepsBase = true;              // nothing is better, or not on captures it has not seen
-    std::string library;                // hash of its file
     size_t choosing = 0;                // captures to choose by
     size_t left = 0;                    // captures that cannot be read or played
     Effect unseen;                      // of the best, on the captures to check by

@@ -127,7 +127,7 @@ void writeTunedPage(const std::string& path, const std::string& rows, const Tune
     page.answer = answerOf(tuned);
     page.base = tuned.tried[tuned.base].setup.label;
     for (const size_t i : shownSettings(tuned)) {
-        page.settings.push_back(tuned.tried[i].setup.label);
+        page.options.push_back(tuned.tried[i].options);
     }
     writeFleetPage(path, table, page);
     std::filesystem::remove(table);
