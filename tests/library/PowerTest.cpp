@@ -128,7 +128,7 @@ TEST(PowerOptimisation, IsSwitchedAndVerifiedOverThreePeriodsEach) {
           std::tuple{"misses count across evaluations; an active headroom regulator is enough",
                      Scene(), "=====<<<Phhhh", "||E++|||v|||d--|e|||E++"},
           std::tuple{"the samples before it are consecutive, those behind it not",
-                     Scene().frameRegulatorOnly(), "=<=====<<", "|||e|||E++|||p--"},
+                     Scene().frameRegulatorOnly(), "=<====<<<", "|||e|||E++|||p--"},
           std::tuple{"a rate of another class hands the locks back and forgets the samples",
                      Scene().frameRegulatorOnly(), "=/=====/======", "|||||E++|||--|||E++|||v"},
           std::tuple{"and so without a monitor, which hands back what nobody else does",
