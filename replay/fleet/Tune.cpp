@@ -242,7 +242,7 @@ class Tuner : public Landscape {
         std::sort(mTuned.harmed.begin(), mTuned.harmed.end(), [](const auto& a, const auto& b) {
             return a.change != b.change ? a.change > b.change : a.name < b.name;
         });
-        const bool isConfirmed = mTuned.unseen.captures == 0 || mTuned.unseen.most < 0;
+        const bool isConfirmed = mTuned.unseen.captures >= kLeastUnseen && mTuned.unseen.most < 0;
         mTuned.keepsBase = mTuned.base == 0 || !isConfirmed;
     }
 

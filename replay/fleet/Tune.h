@@ -52,6 +52,9 @@ struct Turn {
     double bestChange = 0;  // of the setting that is best as assumed
 };
 
+// Fewer captures to check by confirm nothing.
+constexpr size_t kLeastUnseen = 5;
+
 struct Tuned {
     std::string objective;
     std::vector<std::string> figures;   // the objective's

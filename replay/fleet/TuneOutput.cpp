@@ -36,8 +36,9 @@ std::string verdictOf(const Tuned& tuned) {
 std::string unseenText(const Tuned& tuned) {
     const Effect& unseen = tuned.unseen;
     if (tuned.base == 0) return "";
-    if (unseen.captures == 0) {
-        return "Unseen captures: none, so nothing confirms it; give more captures.";
+    if (unseen.captures < kLeastUnseen) {
+        return format("Unseen captures: %zu, too few to confirm it; give more captures.",
+                      unseen.captures);
     }
     return format(
             "Unseen captures: %zu change by %s, 95 %% interval %s to %s (bootstrap over captures).",
