@@ -126,7 +126,7 @@ TEST(PowerOptimisation, IsSwitchedAndVerifiedOverThreePeriodsEach) {
                      Scene().frameRegulatorOnly(), "==~~~===~~~===~~~===~~~====z===z",
                      "||E++|||p--|||E++|||p--|||E++|||p--|||E++|||p--|||r|r|||E++--"},
           std::tuple{"misses count across evaluations; an active headroom regulator is enough",
-                     Scene(), "=====<<<Phhhh", "||E++|||v|||d--|e|||E++"},
+                     Scene(), "========<<<Phhhh", "||E++|||v||||||d--|e|||E++"},
           std::tuple{"the samples before it are consecutive, those behind it not",
                      Scene().frameRegulatorOnly(), "=<====<<<", "|||e|||E++|||p--"},
           std::tuple{"a rate of another class hands the locks back and forgets the samples",
