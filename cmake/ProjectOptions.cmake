@@ -49,7 +49,7 @@ else()
         -fsanitize-undefined-trap-on-error -fno-gnu-unique)
 endif()
 if(CINDRAL_EXPLORE)
-    target_compile_definitions(cindral_flags_shipping INTERFACE CINDRAL_EXPLORE)
+    target_compile_definitions(cindral_flags_common INTERFACE CINDRAL_EXPLORE)
 endif()
 if(CINDRAL_SANITIZE STREQUAL "thread")
     # It looks at the library alone; sim/Unseen.h says why. The platform's reference counts have a fence, of

@@ -13,6 +13,9 @@ namespace sim {
 //     do run(choices); while (choices.next());
 class Choices {
   public:
+    // Its memory is there before the first run, for those who count a run's.
+    Choices() { mPath.reserve(1); }
+
     // In [0, options), for options > 0. What has not been chosen before begins with 0.
     size_t choose(size_t options) {
         if (mTaken == mPath.size()) mPath.push_back({0, options});

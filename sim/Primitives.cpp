@@ -132,7 +132,7 @@ void Primitives::take(Mutex& mutex, const void* address) {
     mutex.owner->heldAddresses.push_back(address);
     learn(mutex.owner->view, mutex.view);
     if (isUnderThreadSanitizer()) __tsan_acquire(const_cast<void*>(address));
-    if (mEngine.options().onLock) mEngine.options().onLock(address);
+    if (mEngine.options().onUse) mEngine.options().onUse(address);
 }
 
 void Primitives::release(Mutex& mutex, const void* address) {
@@ -189,9 +189,20 @@ int Primitives::timedWait(pthread_cond_t* conditionHandle, pthread_mutex_t* mute
     return wait(conditionHandle, mutex, toNs(deadline));
 }
 
+// Without the lock it can come between a waiter's look and its wait, and is lost.
+void Primitives::checkSignal(const Condition& condition) {
+    if (!mEngine.options().checkSignals || !condition.mutex) return;
+    const auto& held = mEngine.current().heldAddresses;
+    if (std::find(held.begin(), held.end(), condition.mutex) != held.end()) return;
+    mEngine.fail(Failure::kBareSignal, nameOf(mEngine.current()) + " signals " +
+                                               numbered("condition", condition) +
+                                               " without the lock that is waited with");
+}
+
 void Primitives::signal(pthread_cond_t* handle) {
     mEngine.step(Call::kSignal);
     Condition& condition = mConditions.at(handle);
+    checkSignal(condition);
     if (!condition.waiters.empty()) mEngine.wake(*condition.waiters.front(), Wake::kSignal);
     mEngine.progress();
 }
@@ -199,6 +210,7 @@ void Primitives::signal(pthread_cond_t* handle) {
 void Primitives::broadcast(pthread_cond_t* handle) {
     mEngine.step(Call::kBroadcast);
     Condition& condition = mConditions.at(handle);
+    checkSignal(condition);
     while (!condition.waiters.empty()) mEngine.wake(*condition.waiters.front(), Wake::kSignal);
     mEngine.progress();
 }

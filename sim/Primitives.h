@@ -113,7 +113,7 @@ class Primitives {
     };
     struct Condition {
         int number = 0;
-        const void* mutex = nullptr;  // of the present waiters
+        const void* mutex = nullptr;  // of the latest waiters
         WaitQueue waiters;
 
         bool idle() const { return waiters.empty(); }
@@ -122,6 +122,7 @@ class Primitives {
     void acquire(const pthread_mutex_t* handle);
     void take(Mutex& mutex, const void* address);
     void checkOrder(const Mutex& mutex);
+    void checkSignal(const Condition& condition);
     void release(Mutex& mutex, const void* address);
     int lockAgain(Mutex& mutex, int kind);
     void requireHeldOnce(const Mutex& mutex);

@@ -88,6 +88,8 @@ const char* toString(Failure failure) {
             return "thread not joined";
         case Failure::kMisuse:
             return "misuse";
+        case Failure::kBareSignal:
+            return "signal without its lock";
         case Failure::kLockOrder:
             return "lock order";
     }

@@ -34,7 +34,7 @@ enum class Schedule {
     // switches away from it.
     kPriorityChanges,
     kFewPreemptions,
-    // One of all there are up to Options::preemptions and staleLoads: the one Options::choices is at.
+    // One of all there are up to Options::departures and staleLoads: the one Options::choices is at.
     kAll,
 };
 
@@ -58,11 +58,13 @@ struct Options {
     // the memory as the machine has it.
     int64_t staleForNs = 0;
     Choices* choices = nullptr;  // kAll: not null
-    int preemptions = 0;         // kAll: at most so many in a run
+    int departures = 0;          // kAll: at most so many in a run
     int staleLoads = 0;          // kAll: likewise
-    // Called by the thread that has just taken a mutex. Must not call anything that is modelled.
-    std::function<void(const void* mutex)> onLock;
+    // Called by the thread that has just taken a mutex, or is about to access a shared cell. Must not
+    // call anything that is modelled.
+    std::function<void(const void* object)> onUse;
     bool checkLockOrder = false;  // locks taken in both orders are a failure, deadlock or not
+    bool checkSignals = false;    // a signal without the lock that is waited with is a failure
     bool abortOnFailure = true;   // print the report and abort; otherwise only return it
 };
 
@@ -73,6 +75,7 @@ enum class Failure {
     kTimeBudget,       // Options::timeBudgetNs used up
     kThreadNotJoined,  // a thread ended, or the body did, and nobody joined or detached it
     kMisuse,           // an error in the use of a primitive; the report says which
+    kBareSignal,       // a signal without its lock; only with Options::checkSignals
     kLockOrder,        // two locks were taken in both orders; only with Options::checkLockOrder
 };
 

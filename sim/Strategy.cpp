@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 #include <iterator>
+#include <utility>
 
 #include "sim/SplitMix64.h"
 
@@ -35,7 +36,7 @@ Strategy::Strategy(const Options& options)
         mExpectedSteps(options.expectedSteps),
         mChoices(options.choices),
         mClockJumps(options.clockJumps),
-        mPreemptionsLeft(options.preemptions),
+        mDeparturesLeft(options.departures),
         mStaleLoadsLeft(options.staleLoads) {
     switch (options.schedule) {
         case Schedule::kFirstCome:
@@ -105,9 +106,8 @@ bool Strategy::isDue(std::vector<uint64_t>& steps) {
 bool Strategy::jumpsClock(bool hasDeadline) {
     switch (mKind) {
         case Kind::kAll:
-            mJumped =
-                    hasDeadline && mClockJumps && mPreemptionsLeft > 0 && mChoices->choose(2) == 1;
-            if (mJumped) --mPreemptionsLeft;
+            mJumped = hasDeadline && mClockJumps && mDeparturesLeft > 0 && mChoices->choose(2) == 1;
+            if (mJumped) --mDeparturesLeft;
             return mJumped;
         case Kind::kPriorityChanges:
         case Kind::kFewPreemptions:
@@ -152,13 +152,14 @@ size_t Strategy::choose(const std::vector<Thread*>& ready, const Thread* current
     return 0;
 }
 
+// Who comes if nobody departs from it: the running thread, or the longest waiting one.
 size_t Strategy::chooseNext(size_t ready, bool mayStay) {
-    if (!mayStay) return mChoices->choose(ready);
-    if (!mJumped && mPreemptionsLeft == 0) return ready;
-    const size_t choice = mChoices->choose(ready + 1);
-    if (choice == 0) return ready;
-    if (!mJumped) --mPreemptionsLeft;
-    return choice - 1;
+    const bool paid = std::exchange(mJumped, false);
+    const size_t choice =
+            paid || mDeparturesLeft > 0 ? mChoices->choose(ready + (mayStay ? 1 : 0)) : 0;
+    if (choice != 0 && !paid) --mDeparturesLeft;
+    if (!mayStay) return choice;
+    return choice == 0 ? ready : choice - 1;
 }
 
 size_t Strategy::chooseAge(size_t ages) {

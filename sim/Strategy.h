@@ -23,10 +23,10 @@ namespace sim {
 // need two or three switches at the right places, and then their places are found sooner than among
 // the many switches of a random schedule.
 //
-// The systematic schedule asks for every choice in turn; its first answers are those of first come.
-// Taking the turn away from a thread that could go on costs one of the preemptions allowed, and so
-// does a move of the clock while threads could run, after which any of them may be the next. Who
-// comes next after a thread that waits is free. Conditions never wake without a signal.
+// The systematic schedule asks for every choice in turn. It is that of first come but for so many
+// departures: the turn is taken away, another than the longest waiting thread comes next, or the clock
+// moves though threads could run, after which any of them may come next. Conditions never wake
+// without a signal.
 class Strategy {
   public:
     explicit Strategy(const Options& options);
@@ -91,7 +91,7 @@ class Strategy {
     Choices* mChoices;                  // kAll
     bool mJumped = false;               // in this step, which has paid for a switch
     bool mClockJumps;
-    int mPreemptionsLeft;
+    int mDeparturesLeft;
     int mStaleLoadsLeft;
 };
 

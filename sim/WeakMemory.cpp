@@ -45,7 +45,7 @@ void learn(View& view, const View& other) {
 }
 
 uint64_t WeakMemory::load(const void* address, int bytes, int order) {
-    mEngine.step(Call::kCell);
+    comeTo(address);
     const uint64_t value = read(address, bytes);
     if (mEngine.options().staleForNs == 0) return value;
     const Cell& cell = cellAt(address, value);
@@ -60,7 +60,7 @@ uint64_t WeakMemory::load(const void* address, int bytes, int order) {
 }
 
 void WeakMemory::store(void* address, int bytes, uint64_t value, int order) {
-    mEngine.step(Call::kCell);
+    comeTo(address);
     const uint64_t before = read(address, bytes);
     write(address, bytes, value);
     mEngine.progress();
@@ -72,7 +72,7 @@ void WeakMemory::store(void* address, int bytes, uint64_t value, int order) {
 }
 
 uint64_t WeakMemory::add(void* address, int bytes, uint64_t summand, int order) {
-    mEngine.step(Call::kCell);
+    comeTo(address);
     const uint64_t before = read(address, bytes);
     write(address, bytes, before + summand);
     mEngine.progress();
@@ -86,6 +86,11 @@ uint64_t WeakMemory::add(void* address, int bytes, uint64_t summand, int order) 
     if (releases(order)) learn(released, view);
     append(cell, before + summand, std::move(released));
     return before + summand;
+}
+
+void WeakMemory::comeTo(const void* address) {
+    mEngine.step(Call::kCell);
+    if (mEngine.options().onUse) mEngine.options().onUse(address);
 }
 
 // A value that came into memory in another way is the first of a new cell.

@@ -47,6 +47,7 @@ class WeakMemory {
         uint32_t newest() const { return first + static_cast<uint32_t>(stores.size()) - 1; }
     };
 
+    void comeTo(const void* address);
     Cell& cellAt(const void* address, uint64_t value);
     uint32_t oldestVisible(const Cell& cell) const;
     void append(Cell& cell, uint64_t value, View released);

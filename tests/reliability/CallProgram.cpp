@@ -59,7 +59,7 @@ class Generator {
         features = pick(kinds);
         if (!oneIn(4)) features += 'd';
         if (oneIn(2)) features += 'n';
-        if (oneIn(6)) features += 't';
+        if (oneIn(2)) features += 't';
         if (oneIn(8)) features += 'f';
         if (oneIn(2)) features += 's';
         if (oneIn(4)) features += 'u';

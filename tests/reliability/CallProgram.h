@@ -62,7 +62,7 @@ int framesToClose(int period);
 struct CallProgram {
     // The device: g frame regulator, p headroom regulator, d debug switch, n negative boosts,
     // t trace tags, f fickle answers. And s: in the end everything has to work as ever;
-    // u: the last thing before the unload is a new layer.
+    // u: the last thing before the unload is a new layer; c: nothing disturbs the end, the unload included.
     std::string features;
     int games = 1;          // layers that the undisturbed beginning plays
     int frames = 0;         // so many; 0 for none, and then nothing is initialised either

@@ -4,12 +4,16 @@
 #include <CLI/CLI.hpp>
 #include <time.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 
 #include "tests/reliability/Player.h"
+#include "tests/reliability/SmallPrograms.h"
 #include "tests/reliability/Workers.h"
 
 using namespace reliability;
@@ -31,7 +35,7 @@ uint64_t seedOf(const Campaign& campaign, uint64_t run) {
 }
 
 // A schedule's number is its seed as well, so it is different in every program.
-uint64_t scheduleOf(const Campaign& campaign, uint64_t run) {
+uint64_t numberOf(const Campaign& campaign, uint64_t run) {
     return campaign.seed * 1'000'000'007 + run;
 }
 
@@ -46,59 +50,93 @@ void exploreShare(const Campaign& campaign, uint64_t job, Report& report) {
             program = generate(seedOf(campaign, run));
         }
         Worker::begins(report, run);
-        const Reached reached = play(program, scheduleOf(campaign, run), campaign.library);
+        const Reached reached =
+                play(program, scheduleOf(numberOf(campaign, run)), campaign.library);
         ++report.done;
         report.record += reached.record;  // a sum, for which it does not matter who was first
         for (int i = 0; i < Reached::kCount; ++i) report.counts[i] += reached.all()[i] ? 1 : 0;
     }
 }
 
-void showProgress(uint64_t done, uint64_t record, const uint64_t (&counts)[Reached::kCount]) {
-    std::cout << done << " schedules of "
-              << (done + kSchedulesPerProgram - 1) / kSchedulesPerProgram << " programs, record "
-              << std::hex << record << std::dec << '\n';
-    for (size_t i = 0; i < Reached::kCount; ++i)
-        std::cout << "  " << Reached::names()[i] << " in " << counts[i] << '\n';
+// What all workers did.
+struct Sum {
+    bool clean = true;
+    Finding finding;
+    uint64_t done = 0;
+    uint64_t record = 0;
+    uint64_t counts[std::size(Report{}.counts)] = {};
+};
+
+Sum doShares(uint64_t jobs, const std::function<void(uint64_t job, Report& report)>& share) {
+    std::vector<std::unique_ptr<Worker>> workers;
+    for (uint64_t job = 0; job < jobs; ++job) {
+        workers.push_back(
+                std::make_unique<Worker>([&, job](Report& report) { share(job, report); }));
+    }
+    Sum sum;
+    for (const auto& worker : workers) {
+        sum.clean = worker->wait(sum.finding);
+        sum.done += worker->report().done;
+        sum.record += worker->report().record;
+        for (size_t i = 0; i < std::size(sum.counts); ++i)
+            sum.counts[i] += worker->report().counts[i];
+        if (!sum.clean) break;
+    }
+    return sum;
 }
 
-void showFinding(const Campaign& campaign, const Finding& finding, uint64_t done) {
-    std::cout << "violated: " << finding.invariant << ", in schedule " << finding.at << " (after "
-              << done << ")\n"
-              << finding.text << std::endl;
-    std::cout << "replay with\nexplore --program '"
-              << toText(generate(seedOf(campaign, finding.at))) << "' --schedule "
-              << scheduleOf(campaign, finding.at) << '\n';
+void showFinding(const Sum& sum, const char* kind) {
+    std::cout << "violated: " << sum.finding.invariant << ", in " << kind << ' ' << sum.finding.at
+              << " (after " << sum.done << ")\n"
+              << sum.finding.text << std::endl;
 }
 
 int explore(const Campaign& campaign) {
-    std::vector<std::unique_ptr<Worker>> workers;
-    for (uint64_t job = 0; job < campaign.jobs; ++job) {
-        workers.push_back(std::make_unique<Worker>(
-                [&, job](Report& report) { exploreShare(campaign, job, report); }));
-    }
-    Finding finding;
-    bool clean = true;
-    uint64_t done = 0;
-    uint64_t record = 0;
-    uint64_t counts[Reached::kCount] = {};
-    for (const auto& worker : workers) {
-        clean = worker->wait(finding) && clean;
-        done += worker->report().done;
-        record += worker->report().record;
-        for (int i = 0; i < Reached::kCount; ++i) counts[i] += worker->report().counts[i];
-        if (!clean) break;
-    }
-    workers.clear();
-    showProgress(done, record, counts);
-    if (clean) return EXIT_SUCCESS;
-    showFinding(campaign, finding, done);
+    const Sum sum = doShares(campaign.jobs, [&](uint64_t job, Report& report) {
+        exploreShare(campaign, job, report);
+    });
+    std::cout << sum.done << " schedules of "
+              << (sum.done + kSchedulesPerProgram - 1) / kSchedulesPerProgram
+              << " programs, record " << std::hex << sum.record << std::dec << '\n';
+    for (size_t i = 0; i < Reached::kCount; ++i)
+        std::cout << "  " << Reached::names()[i] << " in " << sum.counts[i] << '\n';
+    if (sum.clean) return EXIT_SUCCESS;
+    showFinding(sum, "schedule");
+    std::cout << "replay with\nexplore --program '"
+              << toText(generate(seedOf(campaign, sum.finding.at))) << "' --schedule "
+              << numberOf(campaign, sum.finding.at) << '\n';
+    return EXIT_FAILURE;
+}
+
+// Every schedule of the small programs. The protocols, which come first, are counted one by one.
+int exploreAll(const Campaign& campaign) {
+    const std::vector<SmallProgram> programs = smallPrograms();
+    const Sum sum = doShares(campaign.jobs, [&](uint64_t job, Report& report) {
+        for (size_t i = job; i < programs.size(); i += campaign.jobs) {
+            sim::Choices choices;
+            do {
+                Worker::begins(report, i);
+                play(programs[i].program, scheduleOf(programs[i], choices), campaign.library);
+                ++report.done;
+                ++report.counts[std::min(i, kProtocols)];
+            } while (choices.next());
+        }
+    });
+    for (size_t i = 0; i < kProtocols; ++i)
+        std::cout << programs[i].name << ": " << sum.counts[i] << " schedules\n";
+    std::cout << programs.size() - kProtocols
+              << " programs of two threads with two calls each: " << sum.counts[kProtocols]
+              << " schedules\n";
+    if (sum.clean) return EXIT_SUCCESS;
+    showFinding(sum, "program");
+    std::cout << programs[sum.finding.at].name << '\n';
     return EXIT_FAILURE;
 }
 
 int playOne(const CallProgram& program, uint64_t schedule, const std::string& library) {
     Worker worker([&](Report& report) {
         Worker::begins(report, schedule);
-        play(program, schedule, library);
+        play(program, scheduleOf(schedule), library);
     });
     Finding finding;
     if (worker.wait(finding)) {
@@ -119,6 +157,8 @@ int main(int argc, char** argv) {
     app.add_option("--schedules", campaign.schedules, "so many, 10000 if there is no --seconds");
     app.add_option("--seconds", campaign.seconds, "so long")->check(CLI::NonNegativeNumber);
     app.add_option("--seed", campaign.seed, "of programs and schedules");
+    bool all = false;
+    app.add_flag("--all", all, "every schedule of small programs, up to a bound (SmallPrograms.h)");
     app.add_option("--jobs", campaign.jobs, "at the same time")->check(CLI::PositiveNumber);
     app.add_option("--library", campaign.library, "the library to play to");
     app.add_option("--program", program, "plays this one, as a failure printed it");
@@ -127,7 +167,7 @@ int main(int argc, char** argv) {
     if (campaign.schedules == 0 && campaign.seconds == 0) campaign.schedules = 10'000;
     try {
         if (!program.empty()) return playOne(parse(program), schedule, campaign.library);
-        return explore(campaign);
+        return all ? exploreAll(campaign) : explore(campaign);
     } catch (const std::exception& error) {
         std::cerr << "explore: " << error.what() << '\n';
         return 2;

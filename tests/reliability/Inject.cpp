@@ -85,7 +85,7 @@ class Injector {
                 event.entryPoint == EntryPoint::kPerfGetProp)
                 measured.properties.insert(event.text);
         };
-        measured.sound = play(measured.program, kUndisturbed, mLibrary, &counting);
+        measured.sound = play(measured.program, scheduleOf(kUndisturbed), mLibrary, &counting);
         return measured;
     }
 
@@ -124,7 +124,7 @@ class Injector {
 
     void playWith(const Fault& fault, CallProgram program) const {
         program.failThread = fault.failThread;
-        const Reached reached = play(program, kUndisturbed, mLibrary, &fault.trouble);
+        const Reached reached = play(program, scheduleOf(kUndisturbed), mLibrary, &fault.trouble);
         if (!fault.complaint) return;
         const std::string complaint = fault.complaint(reached);
         if (!complaint.empty()) violate("fallback-in-force", complaint);

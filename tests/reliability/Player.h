@@ -15,6 +15,8 @@ namespace reliability {
 // A schedule is a number: it says the kind, whether the clock may overtake threads, whether loads may
 // be late where the library is built for it (CINDRAL_EXPLORE), and the seed.
 sim::Options scheduleOf(uint64_t number);
+// Many times what a store takes in a processor, and far less than any deadline.
+inline constexpr int64_t kStaleForNs = 1'000;
 
 // What is wrong with the device or the system during a run.
 struct Trouble {
@@ -38,7 +40,7 @@ Shortage countedMemory();
 
 // Plays the program to the library, in this process, and unloads it. Does not return if an
 // invariant is violated.
-Reached play(const CallProgram& program, uint64_t schedule, const std::string& library,
+Reached play(const CallProgram& program, const sim::Options& schedule, const std::string& library,
              const Trouble* trouble = nullptr);
 
 // The same with real threads in real time, which only has to end, and to leave no memory behind.

@@ -23,6 +23,7 @@ constexpr int kLongBoostMs = 1000;
 constexpr int kMostStrength = 45;
 
 constexpr int64_t kLongestPeriodNs = 16'666'667;
+constexpr int64_t kShortestPeriodNs = 8'333'333;
 // One buffer: a period, the passes that look for a report, and another period.
 constexpr int64_t kHoldNs = 2 * kLongestPeriodNs + 3 * kMs;
 // A monitor that misses the stop by a hair finishes its pass.
@@ -67,6 +68,8 @@ const char* invariantOf(sim::Failure failure) {
             return "threads-joined";
         case sim::Failure::kMisuse:
             return "locks-well-used";
+        case sim::Failure::kBareSignal:
+            return "signals-under-lock";
         case sim::Failure::kLockOrder:
             return "lock-order";
         default:
@@ -99,12 +102,22 @@ void Watch::seeCall(const Event& event) {
     checkSender(event, sim::heldMutexes().size() - 1);
     mReached.calledEntryPoints |= 1U << static_cast<unsigned>(event.entryPoint);
     mServed.push_back({event.timeNs, event.timeNs + event.takesNs});
+    if (event.entryPoint == EntryPoint::kPerfGetFeedback) seeQuestion(event);
     if (event.entryPoint == EntryPoint::kPerfGetFeedbackExtn) {
         ++mEnvironments;
         mReached.environment = true;
     }
     if (event.entryPoint == EntryPoint::kPerfHint && event.arguments[0] == kBoostHint)
         seeHint(event);
+}
+
+// A package that was found to be a game is known from then on; asked about again, its layer gets a
+// second tracker.
+void Watch::seeQuestion(const Event& event) {
+    const bool forgets = mProgram.uses(Act::kClear) || mProgram.uses(Act::kMood) ||
+                         mProgram.has('f') || mUnexpecting;
+    if (forgets || std::atoi(event.result.c_str()) == 0) return;
+    if (!mGames.insert(event.text).second) violate("asked-once", device::describe(event));
 }
 
 // Who may call what, and how many locks may be held then: an initialisation its own, an increment
@@ -193,6 +206,7 @@ void Watch::seeSection(const Event& event) {
     const bool begins = event.kind == EventKind::kTraceBegin;
     if (mustBeQuiet()) violate("quiet-without-debug", device::describe(event));
     if (begins) seeMarker(event.text);
+    if (!begins && thread.name == "PHR") seeRelease();
     const bool inCall = at(mCalls, thread.id).letter != '\0';
     if (!isTrackerThread(thread) && !inCall) return;  // the checker's switch may change in between
     int& open = at(mOpenSections, thread.id);
@@ -200,7 +214,28 @@ void Watch::seeSection(const Event& event) {
     if (open < 0) violate("sections-balanced", "an end without a beginning");
 }
 
+// The headroom thread's only section ends with the release.
+void Watch::seeRelease() {
+    if (mQueuedNs >= 0 && !mReleaseIsSpent && mReleasedNs < 0) mReleasedNs = sim::now();
+    mReleaseIsSpent = false;
+}
+
+void Watch::followQueueing(const std::string& text) {
+    if (text == "trackQueueBuffer") {
+        mQueuedNs = sim::now();
+        mReleasedNs = -1;
+    } else if (text == "timer expired" || text == "delay finish") {
+        if (mExactTimes && mReleasedNs >= 0 && sim::now() > mReleasedNs)
+            violate("release-taken", "held " + std::to_string(sim::now() - mReleasedNs) +
+                                             " ns longer than to the release");
+        // After a wait that ran out the next release only makes up for it.
+        if (sim::now() - mQueuedNs >= kShortestPeriodNs) mReleaseIsSpent = true;
+        mQueuedNs = -1;
+    }
+}
+
 void Watch::seeMarker(const std::string& text) {
+    if (mSolo && !mUnexpecting) followQueueing(text);
     if (!mUnexpecting) checkRange(text, "headroom = ", 6'666'666, 15'000'000);
     checkRange(text, "mBoostExpectationDegree = ", -3, 3);
     if (text == "skip boost") ++mBoostsHandled;

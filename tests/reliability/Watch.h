@@ -7,6 +7,9 @@
 //   unload-returns-in-time
 //   locks-in-service       the service is called under more or fewer locks than it may be
 //   who-sends              a thread makes a service call that is not its business
+//   signals-under-lock     a condition is signalled without the lock that is waited with
+//   asked-once             a checker asks about a package that was found to be a game
+//   release-taken          a queueing thread stays held though a release came while it queued
 //   known-requests         a hint with arguments that mean nothing
 //   values-in-range        headroom, expectation, strength or threshold out of its bounds
 //   games-tracked          a game plays and gets no environment
@@ -21,6 +24,7 @@
 // Bounds on time are looked at only in runs whose clock overtakes no thread that can run.
 
 #include <array>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -89,10 +93,13 @@ class Watch {
 
     bool mustBeQuiet() const { return !mProgram.has('d') && !mUnexpecting; }
     void seeCall(const device::Event& event);
+    void seeQuestion(const device::Event& event);
     void seeHint(const device::Event& event);
     void seeLog(const device::Event& event);
     void seeSection(const device::Event& event);
     void seeMarker(const std::string& text);
+    void seeRelease();
+    void followQueueing(const std::string& text);
     void checkSender(const device::Event& event, size_t held) const;
     int64_t servedWithin(int64_t startNs, int64_t endNs) const;
     void checkTrackerThreads() const;
@@ -111,7 +118,8 @@ class Watch {
     int64_t mEndedIncrements = 0;
     std::vector<int> mOpenSections;
     std::vector<Served> mServed;
-    int mRegulators = 0;  // that were said to go on and not to go off
+    std::set<std::string> mGames;  // packages that the service called so
+    int mRegulators = 0;           // that were said to go on and not to go off
     Reached mReached;
     int mEnvironments = 0;
     int mMissedCheckpoints = 0;
@@ -121,6 +129,9 @@ class Watch {
     bool mRegulatorOn = false;
     int64_t mLongBoostEndNs = -1;  // when the service returned from the one in force
     bool mReleaseDue = false;
+    int64_t mQueuedNs = -1;        // since when the game's thread may be held
+    int64_t mReleasedNs = -1;      // the first release since then
+    bool mReleaseIsSpent = false;  // the next one
     int64_t mUnloadNs = 0;
     bool mGone = false;
 };

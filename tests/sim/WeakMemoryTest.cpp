@@ -40,15 +40,15 @@ using Code = std::function<void(Machine&)>;
 constexpr int kUnbounded = 1000;
 constexpr int64_t kStaleForNs = 1'000;
 
-// Of all schedules, or all with so few preemptions, and all values that loads may return.
+// Of all schedules, or all with so few departures from first come, and all values that loads may return.
 Outcomes outcomesOf(const std::vector<Code>& threads, const Code& afterwards = nullptr,
-                    int preemptions = kUnbounded) {
+                    int departures = kUnbounded) {
     Outcomes outcomes;
     sim::Choices choices;
     sim::Options options = firstCome();
     options.schedule = sim::Schedule::kAll;
     options.choices = &choices;
-    options.preemptions = preemptions;
+    options.departures = departures;
     options.staleLoads = kUnbounded;
     options.staleForNs = kStaleForNs;
     options.clockJumps = false;
