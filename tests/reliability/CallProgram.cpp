@@ -42,6 +42,7 @@ class Generator {
         const int waits[] = {0, 0, 1, 20, 300, 1100};
         mProgram.unloadAfterMs = pick(waits);
         if (oneIn(10)) mProgram.failThread = 1 + static_cast<int>(below(6));
+        if (oneIn(3)) meetReleases();
         return mProgram;
     }
 
@@ -96,6 +97,17 @@ class Generator {
                                     {Act::kClear, 0, 0, 1000},
                                     {Act::kInit, 0, 0, 0},
                                     {Act::kDelay, 2, 0, afterUs()}});
+    }
+
+    // Each vsync ends the timer of the one before, and its release meets a buffer.
+    void meetReleases() {
+        std::vector<Op> vsyncs{{Act::kVsync, 0, 0, 0}}, buffers;
+        for (uint32_t i = 12 + below(20); i > 0; --i) {
+            vsyncs.push_back({Act::kVsync, 0, 0, 1000});
+            buffers.push_back({Act::kQueue, 0, 0, 1000});
+        }
+        mProgram.threads.push_back(std::move(vsyncs));
+        mProgram.threads.push_back(std::move(buffers));
     }
 
     void start(std::vector<Op>& ops) const {
