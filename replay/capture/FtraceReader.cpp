@@ -94,8 +94,7 @@ class Reading {
                 mContext.scheduling.addMarker(marker);
                 mSink(marker);
             } else {
-                mContext.scheduling.addEvent(line.timeNs, line.pid, line.interrupt, line.function,
-                                             line.payload);
+                mContext.scheduling.addEvent(line);
             }
             mSawEvent = true;
             mContext.losses.noteGood();

@@ -17,6 +17,7 @@ constexpr size_t kMaxThreads = 64 * 1024;
 constexpr size_t kMaxLayers = 4096;
 constexpr size_t kMaxDepth = 64;
 constexpr int kMaxSlots = 64;
+constexpr std::string_view kNoName = "<...>";  // ftrace has forgotten it
 constexpr char kModernCounter[] = "BufferTX - ";
 // "1.ui over 1.main, nearly always" is a hand-over; interrupts of devices come over anyone.
 constexpr int kUsualShare = 2;
@@ -51,7 +52,7 @@ Kind endOf(Kind begin) {
 
 }  // namespace
 
-Scheduling::Range Scheduling::of(int thread) const {
+ThreadEvents Scheduling::of(int thread) const {
     const auto found = mRanges.find(thread);
     if (found == mRanges.end()) return {};
     return {mEvents.data() + found->second.first, mEvents.data() + found->second.second};
@@ -68,19 +69,20 @@ int Scheduling::callerOf(int transaction) const {
     return found == mCallers.end() ? -1 : found->second;
 }
 
+bool Scheduling::isDequeuing(int thread, int64_t timeNs) const {
+    const ThreadEvent* slice = lastOf(of(thread), timeNs, [](const ThreadEvent& event) {
+        return event.kind == Kind::kDequeues || event.kind == Kind::kDequeued;
+    });
+    return slice != nullptr && slice->kind == Kind::kDequeues;
+}
+
 int Scheduling::queuingAt(int64_t timeNs, int riser) const {
     int found = -1;
     for (const int thread : mQueuing) {
-        if (thread == riser) continue;
-        bool inside = false;
-        for (const ThreadEvent* event = of(thread).end(); event != of(thread).begin();) {
-            --event;
-            if (event->timeNs > timeNs) continue;
-            if (event->kind != Kind::kQueues && event->kind != Kind::kQueued) continue;
-            inside = event->kind == Kind::kQueues;
-            break;
-        }
-        if (!inside) continue;
+        const ThreadEvent* slice = lastOf(of(thread), timeNs, [](const ThreadEvent& event) {
+            return event.kind == Kind::kQueues || event.kind == Kind::kQueued;
+        });
+        if (thread == riser || slice == nullptr || slice->kind != Kind::kQueues) continue;
         if (found >= 0) return -1;
         found = thread;
     }
@@ -154,19 +156,19 @@ void SchedulingBuilder::parseSwitch(int64_t timeNs, std::string_view payload) {
     addSwitch(timeNs, from, startsWith(payload.substr(state), " prev_state=R"), to);
 }
 
-void SchedulingBuilder::addEvent(int64_t timeNs, int running, bool interrupt,
-                                 std::string_view function, std::string_view payload) {
+void SchedulingBuilder::addEvent(const FtraceLine& line) {
     int thread = 0;
-    if (function == "sched_switch") {
-        parseSwitch(timeNs, payload);
-    } else if (function == "sched_wakeup" || function == "sched_waking") {
-        if (!number(payload, " pid=", thread)) return;
-        addName(thread, nameBetween(payload, "comm=", " pid="));
-        addWake(timeNs, function == "sched_waking", running, thread, interrupt);
-    } else if (function == "binder_transaction") {
-        if (number(payload, "transaction=", thread)) addCall(timeNs, running, thread);
-    } else if (function == "binder_transaction_received") {
-        if (number(payload, "transaction=", thread)) addCalled(timeNs, running, thread);
+    if (line.function == "sched_switch") {
+        parseSwitch(line.timeNs, line.payload);
+    } else if (line.function == "sched_wakeup" || line.function == "sched_waking") {
+        if (!number(line.payload, " pid=", thread)) return;
+        addName(thread, nameBetween(line.payload, "comm=", " pid="));
+        if (line.task != kNoName) addName(line.pid, line.task);
+        addWake(line.timeNs, line.function == "sched_waking", line.pid, thread, line.interrupt);
+    } else if (line.function == "binder_transaction") {
+        if (number(line.payload, "transaction=", thread)) addCall(line.timeNs, line.pid, thread);
+    } else if (line.function == "binder_transaction_received") {
+        if (number(line.payload, "transaction=", thread)) addCalled(line.timeNs, line.pid, thread);
     }
 }
 

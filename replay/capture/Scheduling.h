@@ -4,6 +4,7 @@
 // work from its waiting. Recognised are sched_switch, sched_wakeup and sched_waking, binder
 // transactions, the slices of a buffer's road, and of the compositor's queue slices the slots.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -12,6 +13,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "replay/capture/FtraceLine.h"
 #include "replay/capture/Marker.h"
 
 namespace replay {
@@ -43,25 +45,50 @@ struct ThreadEvent {
     bool interrupt = false;
 };
 
-// All of a capture. Times are ns since its first event. Of threads that the
+// Of one thread, ascending.
+struct ThreadEvents {
+    const ThreadEvent* first = nullptr;
+    const ThreadEvent* last = nullptr;
+    const ThreadEvent* begin() const { return first; }
+    const ThreadEvent* end() const { return last; }
+};
+
+// The first event after the time.
+inline const ThreadEvent* firstAfter(ThreadEvents events, int64_t timeNs) {
+    return std::upper_bound(events.begin(), events.end(), timeNs,
+                            [](int64_t time, const ThreadEvent& e) { return time < e.timeNs; });
+}
+
+// The last one that fits, or none.
+template <typename Fits>
+const ThreadEvent* lastOf(ThreadEvents events, Fits&& fits) {
+    for (const ThreadEvent* event = events.end(); event != events.begin();) {
+        if (fits(*--event)) return event;
+    }
+    return nullptr;
+}
+
+template <typename Fits>
+const ThreadEvent* lastOf(ThreadEvents events, int64_t timeNs, Fits&& fits) {
+    return lastOf({events.begin(), firstAfter(events, timeNs)}, fits);
+}
+
+// All of a capture. Times are ns since its first event. Immutable once built; of threads that the
 // capture does not cover there is nothing.
 class Scheduling {
   public:
-    struct Range {
-        const ThreadEvent* first = nullptr;
-        const ThreadEvent* last = nullptr;
-        const ThreadEvent* begin() const { return first; }
-        const ThreadEvent* end() const { return last; }
-    };
-
     // Makes all times earlier by so much.
     void moveOrigin(int64_t byNs) {
         for (ThreadEvent& event : mEvents) event.timeNs -= byNs;
     }
     bool hasSwitches() const { return mHasSwitches; }
     bool empty() const { return mEvents.empty(); }
-    // Ascending.
-    Range of(int thread) const;
+    ThreadEvents of(int thread) const;
+    template <typename Use>
+    void forEachWake(Use&& use) const {
+        for (const ThreadEvent& event : mEvents)
+            if (event.kind == ThreadEvent::Kind::kWoken) use(event);
+    }
     // Empty if the capture does not tell.
     const std::string& nameOf(int thread) const;
     // The caller of a binder transaction; nothing known: -1.
@@ -71,6 +98,8 @@ class Scheduling {
     int slotsOf(const std::string& counter) const;
     // The only thread besides `riser` that is inside queueBuffer then; -1 if there is none.
     int queuingAt(int64_t timeNs, int riser) const;
+    // Inside dequeueBuffer.
+    bool isDequeuing(int thread, int64_t timeNs) const;
     // Where interrupts that wake the thread come over, if that is mostly one thread: an event loop
     // that hands over to another by a timer of no time. Otherwise kIdleThread.
     int usualInterrupted(int thread) const;
@@ -92,9 +121,8 @@ class Scheduling {
 // over: nothing here is needed to replay a capture. Single-threaded.
 class SchedulingBuilder {
   public:
-    // An event of the kernel as ftrace prints it. `running` was on the processor then.
-    void addEvent(int64_t timeNs, int running, bool interrupt, std::string_view function,
-                  std::string_view payload);
+    // An event of the kernel as ftrace prints it.
+    void addEvent(const FtraceLine& line);
     void addMarker(const Marker& marker);
 
     void addSwitch(int64_t timeNs, int from, bool runnable, int to);

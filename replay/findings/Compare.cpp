@@ -152,6 +152,9 @@ ComparedRun comparedRun(const nlohmann::json& run) {
     ComparedRun compared;
     compared.capture = run.value("source", "");
     compared.setting = run.value("setting", "");
+    const auto reproduction = run.find("reproduction");
+    if (reproduction != run.end() && reproduction->is_object() && !reproduction->at("holds"))
+        compared.setting += " (model misses the capture)";
     for (const Figure& figure : figures()) {
         const nlohmann::json& value = run.at("figures").at(figure.name);
         compared.values.push_back(value.is_null() ? std::numeric_limits<double>::quiet_NaN()

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "replay/base/Text.h"
+#include "replay/findings/FrameParts.h"
 
 namespace replay {
 
@@ -36,6 +37,8 @@ void writeDecisionLog(std::ostream& out, const Findings& findings) {
         lines.push_back(
                 {decision.timeNs, decision.frame, onOneLine(decision.what), decision.cause});
     }
+    for (const Decision& late : lateFrames(findings))
+        lines.push_back({late.timeNs, late.frame, late.what, late.cause});
     addSwitches(lines, findings.frameRegulator, "frame regulator");
     addSwitches(lines, findings.headroomRegulator, "headroom regulator");
     std::stable_sort(lines.begin(), lines.end(),

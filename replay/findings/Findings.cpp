@@ -5,6 +5,7 @@
 
 #include "replay/base/Statistics.h"
 #include "replay/findings/FrameFindings.h"
+#include "replay/findings/FrameParts.h"
 #include "replay/findings/Narrator.h"
 #include "replay/findings/Never.h"
 #include "replay/findings/ServiceFindings.h"
@@ -83,6 +84,7 @@ Findings findingsOf(const Capture& capture, const LayerEvents& layer, const Vsyn
     }
     addFrames(findings, run, layer.pendingAtStart);
     if (!run.modelled) addPhone(findings, capture);
+    addParts(findings, capture, layer, run);
     addLibrary(findings, run);
     addNever(findings, run);
     return findings;

@@ -20,6 +20,7 @@
 #include "replay/capture/Capture.h"
 #include "replay/capture/VsyncTrack.h"
 #include "replay/findings/Records.h"
+#include "replay/findings/Reproduction.h"
 #include "replay/play/Run.h"
 
 namespace replay {
@@ -32,6 +33,7 @@ struct Findings {
     std::string source;
     std::string layer;
     std::vector<std::pair<std::string, std::string>> conditions;  // settings and model, in order
+    std::optional<Reproduction> reproduction;                     // of a modelled run of a capture
     std::string damage;      // what the capture lacks; empty if nothing
     int64_t originNs = 0;    // time 0 on the capture's clock
     int64_t durationNs = 0;  // of the capture
@@ -66,6 +68,7 @@ struct Findings {
     // than n vsyncs: their interval exceeds (n + 1) periods by more than the library's 2 ms tolerance.
     std::vector<Frame> frames;
     std::array<size_t, kLateClasses> late{};
+    std::array<size_t, kParts> lateBecause{};  // by Part
     std::vector<Stutter> stutters;
     Distribution frameTimeNs;  // intervals
     Distribution renderTimeNs;

@@ -4,8 +4,10 @@
 
 #include <cmath>
 
+#include "replay/base/Text.h"
 #include "replay/findings/Figures.h"
 #include "replay/findings/Findings.h"
+#include "replay/findings/FrameParts.h"
 #include "tracker/FrameRules.h"
 
 namespace replay {
@@ -27,6 +29,12 @@ Json listOf(const List& list, Convert&& convert) {
     return result;
 }
 
+Json toJson(const Parts& parts) {
+    Json json = Json::object();
+    for (size_t i = 0; i < kParts; ++i) json[fieldOf(static_cast<Part>(i))] = parts[i];
+    return json;
+}
+
 Json toJson(const Frame& frame, const Findings& findings) {
     const auto phone = static_cast<size_t>(frame.phone);
     return {{"phone", frame.phone == kNoFrame ? Json() : Json(verdictOf(findings.phone[phone]))},
@@ -42,7 +50,9 @@ Json toJson(const Frame& frame, const Findings& findings) {
             {"pending", frame.pending},
             {"late", frame.late},
             {"late_vsyncs", frame.lateVsyncs},
-            {"hold", toString(frame.hold)}};
+            {"hold", toString(frame.hold)},
+            {"parts", toJson(frame.parts)},
+            {"late_because", frame.late ? Json(causeText(frame.because)) : Json()}};
 }
 
 Json toJson(const BoostRecord& boost) {
@@ -121,6 +131,36 @@ Json inputJson(const Findings& findings) {
               {"continued_vsyncs", findings.continuedVsyncs},
               {"changes", changes}}},
             {"end_ns", findings.endNs}};
+}
+
+Json toJson(const Reproduction::Figures& figures) {
+    return {{"frames_per_second", figures.framesPerSecond},
+            {"late_frames", figures.lateFrames},
+            {"stutters", figures.stutters},
+            {"latency_p50_ms", toMs(figures.latencyP50Ns)}};
+}
+
+// Null if nothing was modelled, or there is no capture to give back.
+Json toJson(const std::optional<Reproduction>& reproduction) {
+    if (!reproduction) return {};
+    return {{"holds", reproduction->holds()},
+            {"misses", reproduction->misses()},
+            {"captured", toJson(reproduction->captured)},
+            {"modelled", toJson(reproduction->modelled)},
+            {"game", reproduction->game},
+            {"runner_up", reproduction->runnerUp},
+            {"measured", reproduction->measured},
+            {"work_p50_ms", toMs(reproduction->workP50Ns)}};
+}
+
+Json causesJson(const Findings& findings) {
+    Json causes = Json::array();
+    for (size_t i = 0; i < kParts; ++i) {
+        if (findings.lateBecause[i] > 0)
+            causes.push_back({{"cause", causeText(static_cast<Part>(i))},
+                              {"frames", findings.lateBecause[i]}});
+    }
+    return causes;
 }
 
 Json libraryJson(const Findings& findings) {
@@ -203,8 +243,10 @@ void addEverything(Json& json, const Findings& findings) {
 nlohmann::json toJson(const Findings& findings, Detail detail) {
     Json json = inputJson(findings);
     json["library"] = libraryJson(findings);
+    json["reproduction"] = toJson(findings.reproduction);
     json["figures"] = figuresJson(findings);
     json["never"] = neverJson(findings.never);
+    json["late_because"] = causesJson(findings);
     json["regulators"] = {{"frame", switchesJson(findings.frameRegulator)},
                           {"headroom", switchesJson(findings.headroomRegulator)}};
     json["pingpongs"] = pingpongsJson(findings);

@@ -10,8 +10,6 @@ namespace replay {
 
 namespace {
 
-// The library's own tolerance for a late frame.
-constexpr int64_t kLateToleranceNs = 2'000'000;
 // Below this a call took its time, but was not held.
 constexpr int64_t kMinHoldNs = 100'000;
 constexpr size_t kWorstShown = 10;
@@ -175,7 +173,7 @@ Distribution distributionOf(const std::vector<int64_t>& values) {
 
 void addFrames(Findings& findings, const Run& run, int pendingAtStart) {
     addLists(findings, run);
-    addShown(findings, QueueHistory(findings, run, run.modelled ? 0 : pendingAtStart).write());
+    addShown(findings, QueueHistory(findings, run, pendingAtStart).write());
     addStutters(findings, run);
     addCounts(findings);
     addDistributions(findings);

@@ -6,6 +6,9 @@
 
 namespace replay {
 
+// The library's own tolerance for a late frame.
+constexpr int64_t kLateToleranceNs = 2'000'000;
+
 Distribution distributionOf(const std::vector<int64_t>& values);
 
 // Fills in what follows from the calls of the compositor alone: frames, late ones, stutters,

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "replay/game/Road.h"
+
 namespace replay {
 
 constexpr int kNoFrame = -1;
@@ -30,7 +32,9 @@ struct Frame {
     int lateVsyncs = 0;    // whole vsyncs by which the interval exceeds one period, see Findings
     bool late = false;     // the interval exceeds one period by more than 2 ms
     Hold hold = Hold::kNone;
-    int phone = kNoFrame;  // what the phone said of it, in Findings::phone
+    int phone = kNoFrame;           // what the phone said of it, in Findings::phone
+    Parts parts{};                  // of the interval, to the nanosecond
+    Part because = Part::kUnknown;  // of a late frame: the part that made it so
 
     int64_t heldNs() const { return returnedNs - queuedNs; }
     int64_t delayNs() const { return queuedNs - dueNs; }  // its thread was not there in time

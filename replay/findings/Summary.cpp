@@ -5,6 +5,7 @@
 #include "replay/base/Error.h"
 #include "replay/base/Text.h"
 #include "replay/findings/FrameFindings.h"
+#include "replay/findings/FrameParts.h"
 #include "tracker/FrameRules.h"
 
 namespace replay {
@@ -41,6 +42,7 @@ class Writer {
     std::vector<SummaryRow> write() {
         captureSection();
         conditionsSection();
+        mDoubt = doubtOf(mFindings);
         screenSection();
         frameSection();
         holdSection();
@@ -53,8 +55,9 @@ class Writer {
 
   private:
     void section(const std::string& name) { mRows.push_back({"", name, true}); }
+    // A model that does not give back its capture says so beside whatever it claims.
     void row(const std::string& label, const std::string& value) {
-        mRows.push_back({label, value, false});
+        mRows.push_back({label, value + mDoubt, false});
     }
     void countRow(const std::string& label, size_t number) { row(label, format("%zu", number)); }
 
@@ -169,6 +172,7 @@ class Writer {
         countRow("frames", mFindings.frames.size());
         row("late", format("%zu; by more than 1 vsync %zu, by more than 2 vsyncs %zu",
                            mFindings.late[0], mFindings.late[1], mFindings.late[2]));
+        if (mFindings.late[0] > 0) row("late because", describeCauses(mFindings));
         if (!mFindings.phone.empty()) row("by the phone itself", describePhone());
         countRow("stutters", mFindings.stutters.size());
         row("frame time", describe(mFindings.frameTimeNs));
@@ -256,6 +260,7 @@ class Writer {
 
     const Findings& mFindings;
     std::vector<SummaryRow> mRows;
+    std::string mDoubt;  // beside what the model claims, if it misses the capture
 };
 
 }  // namespace

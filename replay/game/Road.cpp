@@ -33,26 +33,6 @@ bool isSwitch(const ThreadEvent& event) {
            event.kind == Kind::kBlocks;
 }
 
-// The first event after the time.
-const ThreadEvent* after(Scheduling::Range events, int64_t timeNs) {
-    return std::upper_bound(events.begin(), events.end(), timeNs,
-                            [](int64_t time, const ThreadEvent& e) { return time < e.timeNs; });
-}
-
-// The last one that fits, or none.
-template <typename Fits>
-const ThreadEvent* lastOf(Scheduling::Range events, Fits&& fits) {
-    for (const ThreadEvent* event = events.end(); event != events.begin();) {
-        if (fits(*--event)) return event;
-    }
-    return nullptr;
-}
-
-template <typename Fits>
-const ThreadEvent* lastOf(Scheduling::Range events, int64_t timeNs, Fits&& fits) {
-    return lastOf({events.begin(), after(events, timeNs)}, fits);
-}
-
 class Walk {
   public:
     Walk(const Scheduling& scheduling, int64_t beginNs)
@@ -81,8 +61,8 @@ class Walk {
 
     // Everything the thread did, or waited for, from `endNs` back to `beginNs`.
     void back(int thread, int64_t endNs, int64_t beginNs, int depth) {
-        const Scheduling::Range events = mScheduling.of(thread);
-        const ThreadEvent* at = after(events, endNs);
+        const ThreadEvents events = mScheduling.of(thread);
+        const ThreadEvent* at = firstAfter(events, endNs);
         while (endNs > beginNs) {
             if (at == events.begin()) return add(beginNs, endNs, Part::kUnknown, thread);
             --at;
@@ -102,7 +82,7 @@ class Walk {
     }
 
     // What a thread does after a switch.
-    static Part since(Scheduling::Range events, const ThreadEvent& change) {
+    static Part since(ThreadEvents events, const ThreadEvent& change) {
         if (change.kind == Kind::kRuns) return Part::kRunning;
         if (change.kind == Kind::kPreempted) return Part::kRunnable;
         // It sleeps, and nobody has woken it yet, or did so while it was on its way.
@@ -116,7 +96,7 @@ class Walk {
     void waited(const ThreadEvent& wake, int64_t asleepNs, int64_t wokenNs, int depth) {
         const bool overIdle = wake.other == kIdleThread;
         int waker = wake.other;
-        if (isDequeuing(wake.thread, wokenNs))
+        if (mScheduling.isDequeuing(wake.thread, wokenNs))
             return add(asleepNs, wokenNs, Part::kBuffer, wake.thread);
         if (wake.interrupt || overIdle) {
             waker = mScheduling.usualInterrupted(wake.thread);
@@ -129,13 +109,6 @@ class Walk {
         if (depth >= kMaxDepth || mScheduling.of(waker).first == nullptr)
             return add(asleepNs, wokenNs, Part::kStage, wake.thread);
         back(waker, wokenNs, asleepNs, depth + 1);
-    }
-
-    bool isDequeuing(int thread, int64_t timeNs) const {
-        const ThreadEvent* slice = lastOf(mScheduling.of(thread), timeNs, [](const ThreadEvent& e) {
-            return e.kind == Kind::kDequeues || e.kind == Kind::kDequeued;
-        });
-        return slice != nullptr && slice->kind == Kind::kDequeues;
     }
 
     // Without the switches of threads, only what happened inside the calls for a buffer is known.

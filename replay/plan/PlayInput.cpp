@@ -3,8 +3,8 @@
 #include <cmath>
 
 #include "replay/base/Error.h"
-#include "replay/base/Statistics.h"
 #include "replay/base/Text.h"
+#include "replay/plan/ChooseGame.h"
 #include "replay/play/Play.h"
 #include "replay/play/Workloads.h"
 
@@ -52,21 +52,33 @@ VsyncTrack capturedVsyncs(const Input& input, const VsyncTrack& played) {
     }
 }
 
-ModelOptions modelOptions(const Input& input, const ModelChoice& choice, const VsyncTrack& played) {
+ModelOptions workloadModel(const Input& input, const ModelChoice& choice,
+                           const VsyncTrack& played) {
     ModelOptions model;
-    model.effects = choice.effects;
-    if (!input.workload.empty()) {
-        model.buffers = choice.buffers.value_or(kDefaultBuffers);
-        model.workNs = workloadNs(input.workload, played.periodNs, input.frames);
-        model.latchDelayNs = usualLatchDelayNs(input.layer(), played);
-        return model;
-    }
+    model.make.buffers = choice.buffers.value_or(kDefaultBuffers);
+    for (const int64_t workNs : workloadNs(input.workload, played.periodNs, input.frames))
+        model.work.push_back({workNs});
+    model.latchDelayNs = usualLatchDelayNs(input.layer(), played);
+    return model;
+}
+
+// What the capture shows is what its game did on its display, whatever it is played on now.
+ModelOptions capturedModel(const Input& input, const ModelChoice& choice, const VsyncTrack& played,
+                           std::optional<Reproduction>& reproduction) {
     const VsyncTrack captured = capturedVsyncs(input, played);
-    // What the capture shows is what its game waited for, whatever the model is given.
-    const int seen = buffersSeen(input.layer());
-    model.buffers = choice.buffers.value_or(seen);
-    model.workNs = workTimesNs(input.layer(), captured.periodNs, seen, choice.work);
-    model.latchDelayNs = std::min(usualLatchDelayNs(input.layer(), captured), played.periodNs / 2);
+    ChosenGame game = chooseGame(input.capture, input.layer(), captured, choice);
+    reproduction = game.reproduction;
+    if (choice.buffers) game.model.make.buffers = *choice.buffers;
+    if (captured.timesNs != played.timesNs) game.model.latchDelaysNs.clear();
+    game.model.latchDelayNs = std::min(game.model.latchDelayNs, played.periodNs / 2);
+    return game.model;
+}
+
+ModelOptions modelOptions(const Input& input, const ModelChoice& choice, const VsyncTrack& played,
+                          std::optional<Reproduction>& reproduction) {
+    ModelOptions model = input.workload.empty() ? capturedModel(input, choice, played, reproduction)
+                                                : workloadModel(input, choice, played);
+    model.effects = choice.effects;
     return model;
 }
 
@@ -74,13 +86,21 @@ std::string effectText(int percent, const char* what) {
     return percent == 0 ? "none assumed" : format("%d %% %s", percent, what);
 }
 
-void addModel(Run& run, const Input& input, const ModelChoice& choice, const ModelOptions& model) {
+void addModel(Run& run, const Input& input, const ModelChoice& choice, const ModelOptions& model,
+              const std::optional<Reproduction>& reproduction) {
     const std::string work =
             input.workload.empty() ? "work " + choice.work.name() : "workload " + input.workload;
     run.conditions.emplace_back(
-            "game", format("modelled: %s (median %.3f ms), %d buffers, latch %.3f ms after vsync",
-                           work.c_str(), toMs(percentile(model.workNs, 50)), model.buffers,
-                           toMs(model.latchDelayNs)));
+            "game", format("modelled: %s (median %.3f ms), %s, latch %.3f ms after vsync",
+                           work.c_str(), toMs(medianWorkNs(model.work)),
+                           model.make.describe().c_str(), toMs(model.latchDelayNs)));
+    if (reproduction) {
+        run.conditions.emplace_back(
+                "told by", reproduction->measured ? "the capture's scheduling"
+                                                  : "trying, as the capture has only counters");
+        run.conditions.emplace_back("runner-up", reproduction->runnerUp);
+        run.conditions.emplace_back("reproduced", reproduction->describe());
+    }
     run.conditions.emplace_back("boost effect",
                                 effectText(choice.effects.boostSpeedupPercent, "faster work"));
     run.conditions.emplace_back(
@@ -111,13 +131,15 @@ Played playInput(const Input& input, const Setup& setup) {
     options.library = setup.library;
     options.withLibrary = setup.withLibrary;
     options.cpuCostPerCallNs = setup.cpuCostNs;
-    if (setup.model) options.model = modelOptions(input, *setup.model, vsyncs);
     Played played;
+    std::optional<Reproduction> reproduction;
+    if (setup.model) options.model = modelOptions(input, *setup.model, vsyncs, reproduction);
     played.run = play(input.layer(), vsyncs, setup.settings, options);
-    if (setup.model) addModel(played.run, input, *setup.model, *options.model);
+    if (setup.model) addModel(played.run, input, *setup.model, *options.model, reproduction);
     addConditions(played.run, setup);
     for (const auto& note : input.notes) played.run.conditions.push_back(note);
     played.findings = findingsOf(input.capture, input.layer(), vsyncs, played.run);
+    played.findings.reproduction = reproduction;
     return played;
 }
 

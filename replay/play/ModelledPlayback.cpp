@@ -1,10 +1,8 @@
-// A closed loop: a game that starts a frame when its queue call has returned and a buffer is free,
-// and a compositor that latches one buffer a vsync. The rules are in docs/model.md.
+// A closed loop: a game that starts a frame when its make lets it and a buffer is free, and a compositor that latches one buffer a vsync. The rules are in docs/model.md.
 
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
-#include <numeric>
 
 #include "replay/play/Playback.h"
 
@@ -18,11 +16,15 @@ constexpr int64_t kPeriodsPerFrame = 6;
 // The layer's buffers: queued ones, the one on the screen, and the one that is worked on.
 class BufferQueue {
   public:
-    explicit BufferQueue(int buffers) : mBuffers(buffers) {}
+    // A game that was captured has shown something before.
+    BufferQueue(int buffers, int pending, bool hasShown)
+          : mBuffers(buffers), mPending(pending), mShown(hasShown ? 1 : 0) {}
 
-    void waitForFreeBuffer() {
+    // Since when there has been one.
+    int64_t waitForFreeBuffer() {
         std::unique_lock<std::mutex> lock(mLock);
         mFreed.wait(lock, [this] { return mPending + mShown < mBuffers; });
+        return mFreeSinceNs;
     }
 
     void queue() {
@@ -35,8 +37,10 @@ class BufferQueue {
     std::optional<int> latch() {
         const std::lock_guard<std::mutex> guard(mLock);
         if (mPending == 0) return std::nullopt;
+        const bool wasFull = mPending + mShown >= mBuffers;
         --mPending;
         mShown = 1;
+        if (wasFull) mFreeSinceNs = sim::now();
         mFreed.notify_one();
         return mPending;
     }
@@ -56,8 +60,9 @@ class BufferQueue {
     const int mBuffers;
     std::mutex mLock;  // guards all below
     std::condition_variable mFreed;
-    int mPending = 0;
-    int mShown = 0;
+    int mPending;
+    int mShown;
+    int64_t mFreeSinceNs = 0;  // virtual time
     bool mClosed = false;
 };
 
@@ -66,7 +71,8 @@ class ModelledPlayback : public Playback {
     ModelledPlayback(const LayerEvents& layer, const VsyncTrack& vsyncs, const PlayOptions& options)
           : Playback(layer, vsyncs, options),
             mModel(*options.model),
-            mQueue(mModel.buffers),
+            mBeats(vsyncs),
+            mQueue(mModel.make.buffers, layer.pendingAtStart, !layer.queueTimesNs.empty()),
             mClocks(mModel.effects) {}
 
     size_t eventCount() const override {
@@ -74,11 +80,14 @@ class ModelledPlayback : public Playback {
     }
 
     int64_t lengthNs() const override {
-        const int64_t workNs =
-                std::accumulate(mModel.workNs.begin(), mModel.workNs.end(), int64_t{0});
-        const auto frames = static_cast<int64_t>(mModel.workNs.size());
+        int64_t workNs = mModel.firstQueuedNs;
+        for (const FrameWork& frame : mModel.work)
+            workNs += frame.workNs + frame.firstStageNs + mModel.make.timerNs;
+        const auto frames = static_cast<int64_t>(mModel.work.size());
         return workNs * slowestShare() + frames * kPeriodsPerFrame * mVsyncs.longestPeriodNs();
     }
+
+    std::vector<FrameRoad> takeRoads() override { return std::move(mRoads); }
 
     void onSeen(const device::Event& event) override {
         if (mModel.effects.any()) mClocks.onCall(event);
@@ -91,19 +100,79 @@ class ModelledPlayback : public Playback {
 
     void produce() override {
         waitUntil(0);
-        for (const int64_t workNs : mModel.workNs) {
-            mQueue.waitForFreeBuffer();
-            work(workNs);
-            queueAt(now(), [this] { mQueue.queue(); });
+        for (mFrame = 0; mFrame < mModel.work.size(); ++mFrame) {
+            FrameRoad road;
+            partOf(road.parts, Part::kHeld) = mReturnedNs - mQueuedNs;
+            waitToBegin(road);
+            workOn(road);
+            queueAt(now(), [this] {
+                mQueuedNs = now();
+                mQueue.queue();
+            });
+            mReturnedNs = now();
+            mRoads.push_back(road);
         }
         mQueue.close();
     }
 
+    // Until the game would begin the frame and has a buffer for it.
+    void waitToBegin(FrameRoad& road) {
+        const bool isFirst = mFrame == 0;
+        const int64_t ready = isFirst ? mModel.firstQueuedNs - mModel.work.front().workNs
+                                      : readyAfter(mReturnedNs);
+        const int64_t unheld = isFirst ? ready : readyAfter(mQueuedNs);
+        waitUntil(std::max(ready, mReturnedNs));
+        if (mModel.make.kind == Make::Kind::kStages && !isFirst) finishFirstStage();
+        mReadyNs = now();
+        partOf(road.parts, mModel.make.waitsFor()) += mReadyNs - mReturnedNs;
+        const int64_t freeNs = mQueue.waitForFreeBuffer() - kOriginNs;
+        if (now() > mReadyNs) sim::sleepFor(mModel.make.freeDelayNs);
+        partOf(road.parts, Part::kBuffer) += now() - mReadyNs;
+        road.heldBackNs = std::max<int64_t>(0, now() - std::max(unheld, std::min(freeNs, now())));
+        mFirstStageFromNs = mReadyNs;
+        // When the first frame of a capture began is not known; the next vsync counts from its end.
+        if (isFirst && mModel.make.kind == Make::Kind::kVsync) mReadyNs = mModel.firstQueuedNs;
+    }
+
+    int64_t readyAfter(int64_t returnedNs) const {
+        return readyNs(mModel.make, mBeats, mVsyncs.periodNs, mModel.work[mFrame], returnedNs,
+                       mReadyNs);
+    }
+
+    // The other thread has worked on this frame since it handed over the one before.
+    void finishFirstStage() {
+        const int64_t doneNs = mFirstStageFromNs + kOriginNs + mModel.work[mFrame].firstStageNs;
+        if (!mModel.effects.any()) return sim::sleepUntil(doneNs);
+        workUntil(mClocks.doneAt(mFirstStageFromNs + kOriginNs) +
+                  mModel.work[mFrame].firstStageNs * Clocks::kNormalSpeed);
+    }
+
+    // Hints change how long it takes, and each of its parts alike.
+    void workOn(FrameRoad& road) {
+        const int64_t beginNs = now();
+        const FrameWork& frame = mModel.work[mFrame];
+        work(frame.workNs);
+        const int64_t tookNs = now() - beginNs;
+        int64_t left = tookNs;
+        for (size_t i = 0; i < kParts; ++i) {
+            const double share = static_cast<double>(frame.parts[i]) /
+                                 static_cast<double>(std::max<int64_t>(frame.workNs, 1));
+            const auto part =
+                    std::min(left, static_cast<int64_t>(share * static_cast<double>(tookNs) + 0.5));
+            road.parts[i] += part;
+            left -= part;
+        }
+        partOf(road.parts, Part::kRunning) += left;
+    }
+
     void work(int64_t workNs) {
         if (!mModel.effects.any()) return sim::sleepFor(workNs);
-        // A hint may change the speed at any time, so never sleep past the earliest possible end.
+        workUntil(mClocks.doneAt(sim::now()) + workNs * Clocks::kNormalSpeed);
+    }
+
+    // A hint may change the speed at any time, so never sleep past the earliest possible end.
+    void workUntil(int64_t target) {
         constexpr int64_t kShortestSleepNs = 1'000;
-        const int64_t target = mClocks.doneAt(sim::now()) + workNs * Clocks::kNormalSpeed;
         for (;;) {
             const int64_t left = target - mClocks.doneAt(sim::now());
             if (left <= 0) return;
@@ -113,7 +182,10 @@ class ModelledPlayback : public Playback {
 
     void compose() override {
         for (size_t i = 0;; ++i) {
-            const int64_t timeNs = vsyncTimeNs(i) + mModel.latchDelayNs;
+            const int64_t delayNs =
+                    i < mModel.latchDelaysNs.size() ? mModel.latchDelaysNs[i] : mModel.latchDelayNs;
+            if (delayNs == kNoLatch) continue;
+            const int64_t timeNs = mBeats.timeNs(i) + delayNs;
             tellRates(timeNs);
             waitUntil(timeNs);
             if (mQueue.isDrained()) return;
@@ -123,24 +195,23 @@ class ModelledPlayback : public Playback {
 
     void beat() override {
         for (size_t i = 0;; ++i) {
-            waitUntil(vsyncTimeNs(i));
+            waitUntil(mBeats.timeNs(i));
             if (mQueue.isDrained()) return;
-            vsyncAt(vsyncTimeNs(i));
+            vsyncAt(mBeats.timeNs(i));
         }
     }
 
-    // The display goes on when the capture is over.
-    int64_t vsyncTimeNs(size_t index) const {
-        const std::vector<int64_t>& times = mVsyncs.timesNs;
-        if (index < times.size()) return times[index];
-        const int64_t last = times.empty() ? 0 : times.back();
-        const size_t known = times.empty() ? 0 : times.size() - 1;
-        return last + static_cast<int64_t>(index - known) * mVsyncs.periodAt(last);
-    }
-
     const ModelOptions mModel;
+    const Beats mBeats;
     BufferQueue mQueue;
     Clocks mClocks;
+    // The producer's alone.
+    size_t mFrame = 0;
+    int64_t mQueuedNs = 0;    // the frame before
+    int64_t mReturnedNs = 0;  // its queue call
+    int64_t mReadyNs = 0;     // it could begin, but for a buffer
+    int64_t mFirstStageFromNs = 0;
+    std::vector<FrameRoad> mRoads;
 };
 
 }  // namespace

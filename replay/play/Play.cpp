@@ -54,6 +54,7 @@ Run play(const LayerEvents& layer, const VsyncTrack& vsyncs, const Settings& set
         throw ReplayError(outcome.report);
     }
     session->checkLibrary();
+    run.roads = session->takeRoads();
     run.fed = session->takeEvents();
     for (const sim::ThreadRecord& thread : outcome.threads) run.threadNames.push_back(thread.name);
     run.endNs = outcome.endTimeNs - Playback::kOriginNs;

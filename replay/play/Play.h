@@ -9,6 +9,7 @@
 
 #include "replay/capture/Capture.h"
 #include "replay/capture/VsyncTrack.h"
+#include "replay/game/Make.h"
 #include "replay/play/Clocks.h"
 #include "replay/play/Run.h"
 #include "replay/play/Settings.h"
@@ -17,9 +18,11 @@ namespace replay {
 
 // The modelled loop; its rules are in docs/model.md.
 struct ModelOptions {
-    std::vector<int64_t> workNs;  // of each frame
-    int buffers = 3;              // of the layer's queue, with the one on the screen
-    int64_t latchDelayNs = 0;     // from a vsync to the latch
+    Make make;
+    std::vector<FrameWork> work;         // of each frame
+    int64_t firstQueuedNs = 0;           // the first one is queued then, or when its work is done
+    std::vector<int64_t> latchDelaysNs;  // from each vsync to its latch, see game/Make.h
+    int64_t latchDelayNs = 0;            // of the vsyncs after those
     HintEffects effects;
 };
 

@@ -27,6 +27,8 @@ class Playback {
     // Throws InputError if there was no library to run. After the simulation.
     void checkLibrary() const;
     std::vector<FedEvent> takeEvents();
+    // How the frames came about, if that is modelled.
+    virtual std::vector<FrameRoad> takeRoads() { return {}; }
 
     // What the run may take before it counts as hanging.
     virtual size_t eventCount() const = 0;

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "replay/game/Road.h"
 #include "replay/play/EventLog.h"
 
 namespace replay {
@@ -30,6 +31,12 @@ struct FedEvent {
 
 const char* toString(FedEvent::Kind kind);
 
+// How a frame came about.
+struct FrameRoad {
+    Parts parts{};           // of the interval since the frame before
+    int64_t heldBackNs = 0;  // by so much it began later than if the one before had not been held
+};
+
 // What went in and what came out, each in the order it happened.
 struct Run {
     std::vector<FedEvent> fed;
@@ -38,6 +45,7 @@ struct Run {
     int64_t endNs = 0;                     // the library was unloaded
     bool withLibrary = true;
     bool modelled = false;  // the game and the compositor reacted; otherwise all came as captured
+    std::vector<FrameRoad> roads;  // of a modelled run, by frame
     // What the user chose, in words, for whoever reads the results.
     std::vector<std::pair<std::string, std::string>> conditions;
 

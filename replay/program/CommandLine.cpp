@@ -130,8 +130,8 @@ void addModelOptions(CLI::App& app, CommandLine& line, Raw& raw) {
                  "captured")
             ->group(group);
     app.add_option("--work", raw.work,
-                   "What of a captured interval is work: shortest-after-stall (the default), "
-                   "since-free, interval, percent:P, fixed:MS; all compares the first three")
+                   "What of a captured interval is work: inferred (the default, by what the game "
+                   "waited for), interval, percent:P, fixed:MS; all compares the first two")
             ->type_name("NAME")
             ->group(group);
     app.add_option(

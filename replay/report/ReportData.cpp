@@ -6,6 +6,7 @@
 #include <cmath>
 #include <map>
 
+#include "replay/findings/FrameParts.h"
 #include "replay/report/Column.h"
 #include "replay/report/Html.h"
 
@@ -47,6 +48,18 @@ json frameColumns(const std::vector<Frame>& frames) {
                                                                              << kHoldShift;
                                })},
     };
+}
+
+// By the names of the parts; those that no frame has are left out.
+json partColumns(const Findings& findings) {
+    json columns = json::object();
+    for (size_t i = 0; i < kParts; ++i) {
+        const auto hasPart = [&](const Frame& frame) { return frame.parts[i] != 0; };
+        if (std::any_of(findings.frames.begin(), findings.frames.end(), hasPart))
+            columns[partText(static_cast<Part>(i))] =
+                    columnOf(findings.frames, [&](const Frame& frame) { return frame.parts[i]; });
+    }
+    return columns;
 }
 
 json sampleColumns(const std::vector<Sample>& samples, double scale) {
@@ -110,6 +123,8 @@ void addSwitches(std::vector<Decision>& log, const Findings& findings, const Reg
 
 std::vector<Decision> allDecisions(const Findings& findings) {
     std::vector<Decision> log;
+    const std::vector<Decision> late = lateFrames(findings);
+    log.insert(log.end(), late.begin(), late.end());
     addSwitches(log, findings, findings.frameRegulator, "frame regulator");
     addSwitches(log, findings, findings.headroomRegulator, "headroom regulator");
     log.insert(log.end(), findings.log.begin(), findings.log.end());
@@ -171,6 +186,7 @@ json runData(const ReportRun& run, const Findings* previous) {
             {"periodNs", findings.refresh.longestPeriodNs()},
             {"durationNs", findings.durationNs},
             {"frames", frameColumns(findings.frames)},
+            {"parts", partColumns(findings)},
             {"series", series(findings)},
             {"log", decisionLog(findings)},
             {"phone", phoneVerdicts(findings)},

@@ -6,6 +6,7 @@
 
 #include "replay/base/Text.h"
 #include "replay/findings/Figures.h"
+#include "replay/findings/FrameParts.h"
 #include "replay/findings/Ranking.h"
 #include "replay/report/Html.h"
 #include "tracker/FrameRules.h"
@@ -43,6 +44,10 @@ std::string lateFrames(const Findings& f) {
     if (f.late[1] > 0) text += format(", %zu by over 1 vsync", f.late[1]);
     if (f.late[2] > 0) text += format(", %zu by over 2", f.late[2]);
     return text;
+}
+
+std::string causes(const Findings& f) {
+    return f.late[0] == 0 ? kNone : describeCauses(f);
 }
 
 std::string stutters(const Findings& f) {
@@ -103,7 +108,14 @@ std::string lows(const Findings& f) {
                   f.screen.tenthPercentLow);
 }
 
+std::string model(const Findings& f) {
+    if (!f.reproduction) return "not of a captured game";
+    return (f.reproduction->holds() ? "gives back the capture: " : "misses the capture: ") +
+           f.reproduction->describe();
+}
+
 const Line kLines[] = {
+        {"Model without library", "", model},
         {"Shown at the vsync they were meant for", "shown_in_time_percent", shownInTime},
         {"Old picture shown again", "repeated_vsyncs",
          [](const auto& f) { return format("at %zu vsyncs", f.screen.repeated); }},
@@ -111,6 +123,7 @@ const Line kLines[] = {
         {"Animation error", "animation_error_mean_ms",
          [](const auto& f) { return spread(f.screen.animationErrorNs); }, kSpread},
         {"Late frames", "late_frames", lateFrames},
+        {"Late because", "", causes},
         {"Stutters on the screen", "stutters", stutters},
         {"Frame time", "frame_time_p99_ms", [](const auto& f) { return spread(f.frameTimeNs); },
          kSpread},
@@ -133,6 +146,11 @@ const Line kLines[] = {
              return regulator(f, f.headroomRegulator, f.never.headroomRegulator);
          }},
 };
+
+// What a model claims that misses its capture is marked wherever it stands.
+std::string answerOf(const Line& line, const Findings& findings) {
+    return line.answer(findings) + doubtOf(findings);
+}
 
 std::vector<std::vector<double>> valuesOfAll(const std::vector<ReportRun>& runs) {
     std::vector<std::vector<double>> values;
@@ -229,8 +247,8 @@ class Writer {
     void list(const Findings& findings) {
         mOut << "<dl id=\"summary\">\n";
         for (const Line& line : kLines) {
-            mOut << "<div><dt>" << nameOf(line) << "</dt><dd>" << escapeHtml(line.answer(findings))
-                 << "</dd></div>\n";
+            mOut << "<div><dt>" << nameOf(line) << "</dt><dd>"
+                 << escapeHtml(answerOf(line, findings)) << "</dd></div>\n";
         }
         mOut << "</dl>\n";
     }
@@ -241,7 +259,7 @@ class Writer {
         heading("How it went");
         for (const Line& line : kLines) {
             row(nameOf(line), [&](size_t run) {
-                return escapeHtml(line.answer(*mRuns[run].findings)) + verdict(line, run);
+                return escapeHtml(answerOf(line, *mRuns[run].findings)) + verdict(line, run);
             });
         }
         mOut << "</tbody></table></div>\n";

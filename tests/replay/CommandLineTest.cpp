@@ -61,7 +61,7 @@ TEST_F(Replay, BadInput_GivesOneLineAndStatusTwo) {
             {"--log --compare none", "show one run"},
             {"--trace " + path("x.txt"), ".pftrace"},
             {one + " --work interval", "belong to --model"},
-            {one + " --model --work longest", "shortest-after-stall"},
+            {one + " --model --work longest", "inferred"},
             {one + " --model --work percent:120", "at most 100"},
             {one + " --model --work fixed:-1", "above 0"},
             {"--work interval", "a workload says itself"},

@@ -187,7 +187,8 @@ void collectKeys(const json& value, std::set<std::string>& keys) {
 
 TEST_F(Replay, EveryJsonField_IsDocumentedAndEveryDocumentedOneExists) {
     std::set<std::string> keys;
-    for (const std::string& arguments : {capture("captured"), std::string("--workload bursts")}) {
+    for (const std::string& arguments :
+         {capture("captured") + " --model", std::string("--workload bursts")}) {
         collectKeys(jsonOf(arguments), keys);
     }
     std::set<std::string> documented;

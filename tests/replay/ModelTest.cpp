@@ -12,7 +12,7 @@ TEST_F(Replay, ModelledLoop_NeverDeliversAFrameThatTookNoTime) {
     const std::string captured = capture("captured");
     EXPECT_GT(jsonOf(captured)["figures"]["zero_render_times"], 0);
     for (const char* options :
-         {"--model", "--model --work since-free", "--model --work percent:80 --buffers 4",
+         {"--model", "--model --work interval", "--model --work percent:80 --buffers 4",
           "--model --work fixed:0.2 --buffers 5", "--model --boost-speedup 1000"}) {
         const std::string arguments = captured + " " + options;
         const json run = jsonOf(arguments);

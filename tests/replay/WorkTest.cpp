@@ -31,39 +31,27 @@ LayerEvents layer() {
     return events;
 }
 
-TEST(Work, Estimators_TellWorkFromWaitingEachInItsWay) {
-    ASSERT_EQ(buffersSeen(layer()), 3);
+TEST(Work, Estimators_ReplaceWhatWasInferredEachInItsWay) {
+    ASSERT_EQ(buffersOf(layer(), {}), std::vector<int>({3, 4}));
+    // The buffer of 30 ms had to wait until 23 ms for one, that of 90 ms until 33 ms.
+    const std::vector<int64_t> free = freeTimesNs(layer(), 3);
+    EXPECT_EQ(inMs({free[3], free[4]}), Times({23, 33}));
+    EXPECT_LT(free[1], 0);
     const std::pair<const char*, Times> kCases[] = {
+            {"inferred", {4, 4, 4, 4, 4, 4, 4, 4}},
             {"interval", {6, 8, 6, 10, 60, 6, 5, 8}},
-            // 30 ms: a buffer was free since 23 ms; 90 ms: since 33 ms.
-            {"since-free", {6, 8, 6, 7, 57, 6, 5, 8}},
-            {"shortest-after-stall", {5, 5, 5, 5, 57, 5, 5, 5}},
-            {"percent:50", {3, 4, 3, 3, 28, 3, 2, 4}},
+            {"percent:50", {2, 2, 2, 2, 2, 2, 2, 2}},
             {"fixed:7", {7, 7, 7, 7, 7, 7, 7, 7}},
     };
     for (const auto& [name, expected] : kCases) {
         const WorkEstimator estimator = parseWorkEstimator(name);
         EXPECT_EQ(estimator.name(), name);
-        EXPECT_EQ(inMs(workTimesNs(layer(), 10 * kMs, 3, estimator)), expected) << name;
+        std::vector<FrameWork> work(8, FrameWork{4 * kMs});
+        applyEstimator(estimator, layer(), 10 * kMs, work);
+        Times times;
+        for (const FrameWork& frame : work) times.push_back(frame.workNs);
+        EXPECT_EQ(inMs(times), expected) << name;
     }
-}
-
-TEST(Work, FramesOfOneInstant_StillTakeSomeWork) {
-    LayerEvents events;
-    events.queueTimesNs = {0, 0, 0};
-    for (const WorkEstimator& estimator : allWorkEstimators()) {
-        EXPECT_EQ(workTimesNs(events, 10 * kMs, 3, estimator), Times(3, kMinWorkNs))
-                << estimator.name();
-    }
-}
-
-TEST(Work, WithoutAStall_TheShortestTimesOfAllCount) {
-    Times times(10, 9 * kMs);
-    times[4] = 4 * kMs;
-    EXPECT_EQ(busyWorkNs(times, 10 * kMs), 4 * kMs);
-    times[0] = 16 * kMs;  // a stall: only the three after it count
-    EXPECT_EQ(busyWorkNs(times, 10 * kMs), 9 * kMs);
-    EXPECT_EQ(busyWorkNs({}, 10 * kMs), 0);
 }
 
 device::Event hint(int64_t timeNs, int durationMs, int type) {

@@ -43,6 +43,7 @@ function unpackRun(raw, index, previous) {
   run.frames = decodeTable(raw.frames);
   run.frames.interval = run.frames.queued.map(
       (queued, i) => i === 0 ? 0 : queued - run.frames.queued[i - 1]);
+  run.parts = decodeColumns(raw.parts);
   for (const name of ['boosts', 'releases', 'lowered', 'loweredEnds', 'plOff', 'coreControlOff',
     'stutters', 'pingpongs']) {
     run[name] = decodeTable(raw[name]);

@@ -26,6 +26,9 @@ function frameLines(run, frame) {
     ['Queue to latch', frames.latency[frame] < 0 ? 'not before the end' : milliseconds(frames.latency[frame])],
     ['In the queue', frames.pending[frame] + ' with this one'],
   ];
+  for (const [part, column] of Object.entries(run.parts)) {
+    if (column[frame] > 0) lines.push(['\u2026 ' + part, milliseconds(column[frame])]);
+  }
   if (frames.phone[frame] >= 0) lines.push(['By the phone itself', run.phone[frames.phone[frame]]]);
   if (frames.delay[frame] > 0) lines.push(['Delivered late by', milliseconds(frames.delay[frame])]);
   return lines;

@@ -1,0 +1,176 @@
+#include "replay/game/Make.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "replay/base/Statistics.h"
+#include "replay/base/Text.h"
+
+namespace replay {
+
+namespace {
+
+constexpr int64_t kLongAgo = INT64_MIN / 4;
+constexpr int64_t kDefaultLatchDelayNs = 1'000'000;
+constexpr int kUsualMaxBuffers = 4;
+constexpr int kNearPercent = 25;
+// A beat that comes sooner after the start of a frame is the one that started it.
+constexpr int64_t kSameBeatShare = 8;
+
+}  // namespace
+
+std::string Make::describe() const {
+    const std::string queue = format(", %d buffers", buffers);
+    switch (kind) {
+        case Kind::kBuffer:
+            return "waits for a free buffer" + queue;
+        case Kind::kVsync:
+            return format("starts at %s, %.3f ms after",
+                          everyVsyncs == 1 ? "vsyncs" : "every second vsync", toMs(phaseNs)) +
+                   (takesMissed ? ", or at once if one was missed" : "") + queue;
+        case Kind::kTimer:
+            return format("starts by its own timer every %.3f ms", toMs(timerNs)) + queue;
+        case Kind::kStages:
+            return "works on two frames at once in two threads" + queue;
+    }
+    return "";
+}
+
+Part Make::waitsFor() const {
+    switch (kind) {
+        case Kind::kVsync:
+            return Part::kVsync;
+        case Kind::kTimer:
+            return Part::kTimer;
+        case Kind::kStages:
+            return Part::kStage;
+        case Kind::kBuffer:
+            break;
+    }
+    return Part::kBuffer;
+}
+
+int64_t Beats::timeNs(size_t index) const {
+    const std::vector<int64_t>& times = mTrack.timesNs;
+    if (index < times.size()) return times[index];
+    const int64_t last = times.empty() ? 0 : times.back();
+    const size_t known = times.empty() ? 0 : times.size() - 1;
+    return last + static_cast<int64_t>(index - known) * mTrack.periodAt(last);
+}
+
+size_t Beats::indexFrom(int64_t timeNs) const {
+    const std::vector<int64_t>& times = mTrack.timesNs;
+    const auto found = std::lower_bound(times.begin(), times.end(), timeNs);
+    auto index = static_cast<size_t>(found - times.begin());
+    if (found == times.end() && !times.empty() && timeNs > times.back())
+        index = times.size() - 1 +
+                static_cast<size_t>((timeNs - times.back() + mTrack.periodNs - 1) /
+                                    mTrack.periodNs);
+    if (times.empty() && timeNs > 0)
+        index = static_cast<size_t>((timeNs + mTrack.periodNs - 1) / mTrack.periodNs);
+    return index;
+}
+
+int64_t readyNs(const Make& make, const Beats& beats, int64_t periodNs, const FrameWork& frame,
+                int64_t returnedNs, int64_t lastReadyNs) {
+    if (make.kind == Make::Kind::kTimer) {
+        const int64_t timerNs = frame.timerNs > 0 ? frame.timerNs : make.timerNs;
+        return std::max(returnedNs, lastReadyNs + timerNs);
+    }
+    if (make.kind != Make::Kind::kVsync) return returnedNs;
+    const int64_t nextNs =
+            lastReadyNs + (make.everyVsyncs - 1) * periodNs + periodNs / kSameBeatShare;
+    const int64_t earliestNs = make.takesMissed ? nextNs : std::max(nextNs, returnedNs);
+    const int64_t beatNs = beats.timeNs(beats.indexFrom(earliestNs - make.phaseNs)) + make.phaseNs;
+    return std::max(returnedNs, beatNs + make.wakeDelayNs + frame.passedVsyncs * periodNs);
+}
+
+std::vector<int> buffersOf(const LayerEvents& layer, const Scheduling& scheduling) {
+    const int slots = scheduling.slotsOf(layer.counter);
+    // A queue is fullest right before a buffer is taken, or at the end.
+    int64_t most = layer.pendingAtStart;
+    for (const ConsumeEvent& consume : layer.consumes)
+        most = std::max(most, int64_t{consume.pending} + 1);
+    const auto atEnd = static_cast<int64_t>(layer.queueTimesNs.size()) -
+                       static_cast<int64_t>(layer.consumes.size()) + layer.pendingAtStart;
+    const auto seen = static_cast<int>(
+            std::clamp<int64_t>(std::max(most, atEnd) + 1, kMinBuffers, kMaxBuffers));
+    if (slots >= seen) return {slots};
+    std::vector<int> counts;
+    for (int count = seen; count <= std::max(seen, kUsualMaxBuffers); ++count)
+        counts.push_back(count);
+    return counts;
+}
+
+std::vector<int64_t> freeTimesNs(const LayerEvents& layer, int buffers) {
+    std::vector<int64_t> times(layer.queueTimesNs.size(), kLongAgo);
+    auto consume = layer.consumes.begin();
+    int64_t pending = layer.pendingAtStart;
+    for (size_t i = 1; i < times.size(); ++i) {
+        const int64_t before = layer.queueTimesNs[i - 1];
+        for (; consume != layer.consumes.end() && consume->timeNs < before; ++consume)
+            pending = consume->pending;
+        ++pending;  // the buffer before
+        // One more is on the screen, and one is needed.
+        auto freed = consume;
+        for (int64_t left = pending; left + 1 >= buffers && freed != layer.consumes.end();
+             ++freed) {
+            times[i] = freed->timeNs;
+            left = freed->pending;
+        }
+    }
+    return times;
+}
+
+int64_t meanNearMedian(const std::vector<int64_t>& values) {
+    const int64_t median = percentile(values, 50);
+    int64_t sum = 0;
+    int64_t count = 0;
+    for (const int64_t value : values) {
+        if (100 * std::abs(value - median) > kNearPercent * median) continue;
+        sum += value;
+        ++count;
+    }
+    return count == 0 ? median : sum / count;
+}
+
+int64_t medianWorkNs(const std::vector<FrameWork>& work) {
+    std::vector<int64_t> times;
+    for (const FrameWork& frame : work) times.push_back(frame.workNs + frame.firstStageNs);
+    return percentile(times, 50);
+}
+
+int64_t usualLatchDelayNs(const LayerEvents& layer, const VsyncTrack& vsyncs) {
+    std::vector<int64_t> delays;
+    for (const ConsumeEvent& consume : layer.consumes) {
+        const auto next =
+                std::upper_bound(vsyncs.timesNs.begin(), vsyncs.timesNs.end(), consume.timeNs);
+        if (next != vsyncs.timesNs.begin()) delays.push_back(consume.timeNs - *(next - 1));
+    }
+    return delays.empty() ? kDefaultLatchDelayNs : percentile(delays, 50);
+}
+
+std::vector<int64_t> latchDelaysNs(const LayerEvents& layer, const VsyncTrack& vsyncs) {
+    const std::vector<int64_t>& times = vsyncs.timesNs;
+    std::vector<int64_t> delays(times.size(), usualLatchDelayNs(layer, vsyncs));
+    std::vector<bool> latched(times.size(), false);
+    for (const ConsumeEvent& consume : layer.consumes) {
+        const auto next = std::upper_bound(times.begin(), times.end(), consume.timeNs);
+        if (next == times.begin()) continue;
+        const auto index = static_cast<size_t>(next - times.begin()) - 1;
+        if (!latched[index]) delays[index] = consume.timeNs - times[index];
+        latched[index] = true;
+    }
+    // A buffer that was there at the vsync and still is at the next was passed over.
+    auto queued = layer.queueTimesNs.begin();
+    auto consume = layer.consumes.begin();
+    int64_t pending = layer.pendingAtStart;
+    for (size_t i = 0; i + 1 < times.size(); ++i) {
+        for (; consume != layer.consumes.end() && consume->timeNs <= times[i]; ++consume) --pending;
+        for (; queued != layer.queueTimesNs.end() && *queued <= times[i]; ++queued) ++pending;
+        if (pending > 0 && !latched[i]) delays[i] = kNoLatch;
+    }
+    return delays;
+}
+
+}  // namespace replay

@@ -1,0 +1,87 @@
+#include "replay/plan/ChooseGame.h"
+
+#include <algorithm>
+
+#include "replay/base/Text.h"
+
+namespace replay {
+
+namespace {
+
+class Choice {
+  public:
+    Choice(const Capture& capture, const LayerEvents& layer, const VsyncTrack& vsyncs,
+           const ModelChoice& choice)
+          : mCapture(capture), mLayer(layer), mVsyncs(vsyncs), mChoice(choice) {
+        PlayOptions asCaptured;
+        asCaptured.withLibrary = false;
+        mFigures = reproductionFigures(layer, vsyncs, play(layer, vsyncs, {}, asCaptured));
+        mLatchDelaysNs = latchDelaysNs(layer, vsyncs);
+    }
+
+    ChosenGame choose() {
+        const int producer = producerOf(mLayer, mCapture.scheduling);
+        const std::vector<Road> roads = roadsOf(mLayer, mCapture.scheduling, producer);
+        const std::vector<Game> games = gamesOf({mLayer, mVsyncs, mCapture.scheduling, roads,
+                                                 producer, buffersOf(mLayer, mCapture.scheduling)});
+        std::vector<ChosenGame> tried;
+        for (const Game& game : games) tried.push_back(tryGame(game));
+        // The first that holds, as they come by what the capture tells; if none does, the nearest.
+        std::stable_sort(tried.begin(), tried.end(), [](const auto& a, const auto& b) {
+            return rank(a.reproduction) < rank(b.reproduction);
+        });
+        ChosenGame chosen = tried.front();
+        const auto other = std::find_if(tried.begin(), tried.end(), [&](const ChosenGame& game) {
+            return game.model.make.kind != chosen.model.make.kind;
+        });
+        if (other != tried.end()) chosen.reproduction.runnerUp = asRunnerUp(other->reproduction);
+        return chosen;
+    }
+
+  private:
+    static double rank(const Reproduction& reproduction) {
+        return reproduction.holds() ? 0 : reproduction.distance();
+    }
+
+    static std::string asRunnerUp(const Reproduction& other) {
+        return other.game + (other.holds() ? ", which gives back the capture, too"
+                                           : ", which misses " + other.misses().front());
+    }
+
+    ChosenGame tryGame(const Game& game) const {
+        ChosenGame tried;
+        tried.model.make = game.make;
+        tried.model.work = game.work;
+        tried.model.firstQueuedNs = mLayer.queueTimesNs.front();
+        tried.model.latchDelaysNs = mLatchDelaysNs;
+        tried.model.latchDelayNs = usualLatchDelayNs(mLayer, mVsyncs);
+        applyEstimator(mChoice.work, mLayer, mVsyncs.periodNs, tried.model.work);
+        PlayOptions options;
+        options.withLibrary = false;
+        options.model = tried.model;
+        Reproduction& reproduction = tried.reproduction;
+        reproduction.captured = mFigures;
+        reproduction.modelled =
+                reproductionFigures(mLayer, mVsyncs, play(mLayer, mVsyncs, {}, options));
+        reproduction.game = game.make.describe();
+        reproduction.measured = game.measured;
+        reproduction.workP50Ns = medianWorkNs(tried.model.work);
+        return tried;
+    }
+
+    const Capture& mCapture;
+    const LayerEvents& mLayer;
+    const VsyncTrack& mVsyncs;
+    const ModelChoice& mChoice;
+    Reproduction::Figures mFigures;
+    std::vector<int64_t> mLatchDelaysNs;
+};
+
+}  // namespace
+
+ChosenGame chooseGame(const Capture& capture, const LayerEvents& layer, const VsyncTrack& captured,
+                      const ModelChoice& choice) {
+    return Choice(capture, layer, captured, choice).choose();
+}
+
+}  // namespace replay

@@ -1,0 +1,41 @@
+#pragma once
+
+// Games of known make on a display of known rate, as the tracing of a phone would show them. The
+// simulation shares nothing with the one that is tested by it.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct GeneratedGame {
+    enum class Make { kBuffers, kVsyncs, kTimer, kStages };
+    static constexpr int kMakes = 4;
+
+    Make make = Make::kBuffers;
+    int hz = 60;
+    int buffers = 3;
+    int loadPercent = 60;      // what a frame's work takes of a vsync period
+    bool takesMissed = false;  // kVsyncs: a vsync that came while it worked begins the next frame
+    bool scheduled = false;    // the capture has scheduling
+    bool slots = false;        // and the compositor's queue slices
+    int64_t holdNs = 0;        // every queue call takes so long
+    unsigned seed = 1;
+    int frames = 400;
+
+    std::string name() const;
+};
+
+// What happened, for comparison with what is told from the capture.
+struct GeneratedTruth {
+    double framesPerSecond = 0;
+    int64_t lateFrames = 0;
+    int64_t stutters = 0;
+    int64_t latencyP50Ns = 0;
+    int64_t workP50Ns = 0;
+    std::string ftrace;
+};
+
+// The game number `seed` of all, all of its properties drawn from it but `make` and `scheduled`.
+GeneratedGame generatedGame(GeneratedGame::Make make, bool scheduled, unsigned seed);
+
+GeneratedTruth generate(const GeneratedGame& game);
