@@ -103,7 +103,8 @@ class TableWriter {
     void writeRows(Table& table) {
         std::string fields =
                 "capture TEXT,setting TEXT,library TEXT,model TEXT,failure TEXT,layer TEXT,"
-                "damage TEXT,options TEXT,conditions TEXT,other_figures TEXT";
+                "damage TEXT,reproduced TEXT,misses TEXT,options TEXT,conditions "
+                "TEXT,other_figures TEXT";
         for (const char* summary : kSummaries)
             fields += std::string(",") + summary + "_summary TEXT";
         fields += ",seconds REAL";
@@ -136,6 +137,8 @@ class TableWriter {
                                        row.failure,
                                        row.layer,
                                        row.damage,
+                                       row.reproduced,
+                                       row.misses,
                                        row.options,
                                        nlohmann::json(row.conditions).dump(),
                                        others};

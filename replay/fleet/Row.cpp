@@ -14,7 +14,8 @@
 namespace replay {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Row, capture, setting, options, library, model, failure, layer,
-                                   damage, seconds, conditions, figures, summaries)
+                                   damage, reproduced, misses, seconds, conditions, figures,
+                                   summaries)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CaptureRecord, capture, name, columns)
 
 namespace {
@@ -50,6 +51,12 @@ std::string lineOf(const nlohmann::json& json) {
 void Row::take(const Findings& findings) {
     layer = findings.layer;
     damage = findings.damage;
+    if (findings.reproduction) {
+        reproduced = findings.reproduction->describe();
+        for (const std::string& figure : findings.reproduction->misses()) {
+            misses += (misses.empty() ? "" : ", ") + figure;
+        }
+    }
     seconds = static_cast<double>(findings.durationNs) / 1e9;
     conditions = findings.conditions;
     for (const Figure& figure : replay::figures()) {

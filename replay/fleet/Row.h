@@ -27,8 +27,10 @@ struct Row {
 
     std::string failure;  // empty: the run was played, and all below is there
     std::string layer;
-    std::string damage;  // what the capture lacks; empty if nothing
-    double seconds = 0;  // length of the capture
+    std::string damage;      // what the capture lacks; empty if nothing
+    std::string reproduced;  // what of the capture the model gives back without the library
+    std::string misses;      // which figures it does not; empty if all
+    double seconds = 0;      // length of the capture
     std::vector<std::pair<std::string, std::string>> conditions;
     std::map<std::string, double> figures;         // by name; without those that are not known
     std::map<std::string, std::string> summaries;  // by kSummaries: sketches of ns
