@@ -6,10 +6,32 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 
 #include "replay/base/Error.h"
 
 namespace replay {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Nobody else's, on whatever machine that shares the folder.
+std::string nameBeside(const std::string& path) {
+    char host[65] = "";
+    gethostname(host, sizeof(host) - 1);
+    return path + "." + host + "." + std::to_string(getpid()) + ".part";
+}
+
+// What a link leads to, so that it stays a link.
+std::string targetOf(const std::string& path) {
+    std::error_code error;
+    const fs::path target = fs::canonical(path, error);
+    return error ? path : target.string();
+}
+
+}  // namespace
 
 void finishOutput(std::ostream& out, const std::string& name) {
     out.flush();
@@ -17,11 +39,36 @@ void finishOutput(std::ostream& out, const std::string& name) {
         throw OutputError(name + ": could not be written; is the disk full or the reader gone?");
 }
 
+void replaceFile(const std::string& path, const std::function<void(const std::string&)>& write) {
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    if (fs::exists(status) && !fs::is_regular_file(status)) return write(path);
+    const std::string target = targetOf(path);
+    const std::string part = nameBeside(target);
+    try {
+        write(part);
+        if (fs::exists(status)) fs::permissions(part, status.permissions(), error);
+        if (std::rename(part.c_str(), target.c_str()) != 0) {
+            throw OutputError(path + ": cannot be put in place: " + std::strerror(errno));
+        }
+    } catch (...) {
+        unlink(part.c_str());
+        throw;
+    }
+}
+
 void writeFile(const std::string& path, const std::function<void(std::ostream&)>& write) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    if (!file) throw OutputError(path + ": cannot be created: " + std::strerror(errno));
-    write(file);
-    finishOutput(file, path);
+    replaceFile(path, [&](const std::string& part) {
+        std::ofstream file(part, std::ios::binary | std::ios::trunc);
+        if (!file) throw OutputError(path + ": cannot be created: " + std::strerror(errno));
+        write(file);
+        finishOutput(file, path);
+    });
+}
+
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 bool standardOutputIsTerminal() {

@@ -11,8 +11,16 @@ namespace replay {
 // OutputError.
 void finishOutput(std::ostream& out, const std::string& name);
 
-// Creates the file, lets `write` fill it, and sees that it got there. Throws OutputError.
+// Lets `write` make a file of the name it is given, and then puts it in the place of `path`: others
+// see what was there before, or all of it, also if the run is interrupted. What is no file, such as
+// a pipe, is written to directly. Throws OutputError, and what `write` throws.
+void replaceFile(const std::string& path, const std::function<void(const std::string&)>& write);
+
+// The same, for what is written as a stream.
 void writeFile(const std::string& path, const std::function<void(std::ostream&)>& write);
+
+// All that is in a file; empty if it cannot be read.
+std::string contentOf(const std::string& path);
 
 bool standardOutputIsTerminal();
 

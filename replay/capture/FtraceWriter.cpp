@@ -2,9 +2,13 @@
 
 #include <cstdio>
 
+#include "replay/base/Text.h"
+
 namespace replay {
 
 namespace {
+
+constexpr char kHead[] = "# tracer: nop\n#\n# A game of cindral-replay.\n#\n";
 
 constexpr int64_t kNsPerUs = 1'000;
 constexpr int64_t kUsPerSecond = 1'000'000;
@@ -24,8 +28,7 @@ const char* taskOf(CounterSample::Origin origin) {
 }  // namespace
 
 void writeFtrace(std::ostream& out, const std::vector<CounterSample>& samples) {
-    out << "# tracer: nop\n#\n# A game of cindral-replay.\n#\n"
-           "#           TASK-PID     TGID   CPU#  ||||   TIMESTAMP  FUNCTION\n";
+    out << kHead << "#           TASK-PID     TGID   CPU#  ||||   TIMESTAMP  FUNCTION\n";
     for (const CounterSample& sample : samples) {
         char head[128];
         const int64_t timeUs = sample.timeNs / kNsPerUs;
@@ -35,6 +38,10 @@ void writeFtrace(std::ostream& out, const std::vector<CounterSample>& samples) {
                       static_cast<long long>(timeUs % kUsPerSecond));
         out << head << sample.name << '|' << sample.value << '\n';
     }
+}
+
+bool isWrittenFtrace(std::string_view firstBytes) {
+    return startsWith(firstBytes, kHead);
 }
 
 }  // namespace replay

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace replay {
@@ -18,5 +19,8 @@ struct CounterSample {
 
 // Text that reads back as the same counters.
 void writeFtrace(std::ostream& out, const std::vector<CounterSample>& samples);
+
+// Whether a file that begins so was written by it.
+bool isWrittenFtrace(std::string_view firstBytes);
 
 }  // namespace replay

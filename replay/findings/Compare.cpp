@@ -90,6 +90,17 @@ std::vector<const ComparedRun*> withoutErrors(const std::vector<ComparedRun>& ru
     return good;
 }
 
+void noteModelled(std::ostream& out, const std::vector<const ComparedRun*>& runs) {
+    std::string names;
+    size_t count = 0;
+    for (const ComparedRun* run : runs) {
+        if (!run->modelled) continue;
+        names += (count++ == 0 ? "" : ", ") + run->setting;
+    }
+    if (count == 0) return;
+    out << "modelled, not as captured: " << (count == runs.size() ? "all runs" : names) << '\n';
+}
+
 std::vector<std::vector<double>> valuesOf(const std::vector<const ComparedRun*>& runs) {
     std::vector<std::vector<double>> values;
     for (const ComparedRun* run : runs) values.push_back(run->values);
@@ -123,10 +134,20 @@ std::vector<Group> groupsOf(std::vector<ComparedRun> runs, size_t perGroup) {
         groups.back().push_back(std::move(runs[i]));
     }
     std::stable_sort(groups.begin(), groups.end(), [](const Group& a, const Group& b) {
-        return worstRegression(valuesOf(withoutErrors(a))) >
-               worstRegression(valuesOf(withoutErrors(b)));
+        return worstChange(valuesOf(withoutErrors(a))).regression >
+               worstChange(valuesOf(withoutErrors(b))).regression;
     });
     return groups;
+}
+
+// The figure that became worst, by which captures are ranked: "late frames +12".
+std::string whatRanks(const ComparedRun& run, const ComparedRun& base) {
+    if (!base.error.empty()) return "";
+    const WorstChange worst = worstChange({base.values, run.values});
+    if (trendOf(worst.regression) != Trend::kWorse) return "";
+    const Figure& figure = figures()[worst.figure];
+    return std::string(figure.label) + " " +
+           changeText(figure, base.values[worst.figure], run.values[worst.figure]);
 }
 
 void addRun(Table& table, const ComparedRun& run, const ComparedRun& base, TableStyle style) {
@@ -143,6 +164,7 @@ void addRun(Table& table, const ComparedRun& run, const ComparedRun& base, Table
         colours.emplace_back(colourOf(
                 comparable ? regression(index, base.values[index], run.values[index]) : 0, style));
     }
+    cells.push_back(whatRanks(run, base));
     table.row(std::move(cells), std::move(colours));
 }
 
@@ -155,6 +177,7 @@ ComparedRun comparedRun(const nlohmann::json& run) {
     const auto reproduction = run.find("reproduction");
     if (reproduction != run.end() && reproduction->is_object() && !reproduction->at("holds"))
         compared.setting += " (model misses the capture)";
+    compared.modelled = run.value("modelled", false);
     for (const Figure& figure : figures()) {
         const nlohmann::json& value = run.at("figures").at(figure.name);
         compared.values.push_back(value.is_null() ? std::numeric_limits<double>::quiet_NaN()
@@ -181,21 +204,24 @@ void writeComparison(std::ostream& out, const std::vector<ComparedRun>& runs, Ta
     table.write(out);
     out << format("%zu figures, %zu without a difference left out\n", figures().size(),
                   figures().size() - ranked.size());
+    noteModelled(out, good);
 }
 
-void writeOverview(std::ostream& out, std::vector<ComparedRun> runs, size_t settingsPerCapture,
-                   TableStyle style) {
+void writeOverview(std::ostream& out, const std::vector<ComparedRun>& runs,
+                   size_t settingsPerCapture, TableStyle style) {
     Table table;
     std::vector<std::string> head = {"capture", "setting"};
     for (const char* name : kOverviewFigures) {
         const Figure& figure = figures()[figureNamed(name)];
         head.push_back(std::string(figure.label) + (figure.isCount() ? "" : " ") + figure.unit);
     }
+    if (settingsPerCapture > 1) head.emplace_back("ranked by");
     table.row(std::move(head));
-    for (const Group& group : groupsOf(std::move(runs), settingsPerCapture)) {
+    for (const Group& group : groupsOf(runs, settingsPerCapture)) {
         for (const ComparedRun& run : group) addRun(table, run, group.front(), style);
     }
     table.write(out);
+    noteModelled(out, withoutErrors(runs));
 }
 
 }  // namespace replay

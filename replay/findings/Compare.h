@@ -16,6 +16,7 @@ struct ComparedRun {
     std::string setting;
     std::vector<double> values;  // by figures(); empty after an error
     std::string error;
+    bool modelled = false;
 };
 
 // From an object that toJson() made.
@@ -31,7 +32,7 @@ void writeComparison(std::ostream& out, const std::vector<ComparedRun>& runs, Ta
 
 // Many captures: runs in rows. With several settings a capture, those with the worst regressions
 // come first.
-void writeOverview(std::ostream& out, std::vector<ComparedRun> runs, size_t settingsPerCapture,
-                   TableStyle style);
+void writeOverview(std::ostream& out, const std::vector<ComparedRun>& runs,
+                   size_t settingsPerCapture, TableStyle style);
 
 }  // namespace replay

@@ -78,6 +78,7 @@ Findings findingsOf(const Capture& capture, const LayerEvents& layer, const Vsyn
     addInput(findings, capture, layer, vsyncs);
     findings.conditions = run.conditions;
     findings.withLibrary = run.withLibrary;
+    findings.modelled = run.modelled;
     findings.endNs = run.endNs;
     for (size_t i = 0; i < run.threadNames.size(); ++i) {
         findings.threadNames.push_back(run.threadName(static_cast<int>(i)));

@@ -50,6 +50,7 @@ struct Findings {
 
     // The library's state.
     bool withLibrary = true;
+    bool modelled = false;            // the game and the compositor reacted
     std::string decision;             // its own words, "[GFAR:1][PHR:1]"
     std::vector<std::string> errors;  // its other lines at error priority
     bool debugSeen = false;

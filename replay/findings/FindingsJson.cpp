@@ -117,6 +117,7 @@ Json inputJson(const Findings& findings) {
             {"source", findings.source},
             {"layer", findings.layer},
             {"conditions", conditions},
+            {"modelled", findings.modelled},
             {"capture",
              {{"origin_ns", findings.originNs},
               {"duration_ns", findings.durationNs},

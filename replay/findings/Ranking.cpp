@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <tuple>
 
 #include "replay/findings/Figures.h"
 
@@ -34,6 +35,12 @@ Extremes extremesOf(size_t figure, const std::vector<std::vector<double>>& runs)
         extremes.best = std::min(extremes.best, change);
     }
     return extremes;
+}
+
+// Of the worst and the best that became of a figure.
+Trend overall(Trend worst, Trend best) {
+    if (worst != Trend::kWorse) return best;
+    return best == Trend::kBetter ? Trend::kMixed : Trend::kWorse;
 }
 
 bool differs(size_t figure, const std::vector<std::vector<double>>& runs) {
@@ -68,6 +75,8 @@ const char* toString(Trend trend) {
             return "worse";
         case Trend::kBetter:
             return "better";
+        case Trend::kMixed:
+            return "worse or better";
         case Trend::kNeither:
             break;
     }
@@ -83,21 +92,23 @@ std::vector<RankedFigure> rankedFigures(const std::vector<std::vector<double>>& 
     for (size_t i = 0; i < figures().size(); ++i) {
         if (!differs(i, runs)) continue;
         const auto [worst, best] = extremesOf(i, runs);
-        const Trend trend = trendOf(worst) == Trend::kWorse ? Trend::kWorse : trendOf(best);
-        const double score = trend == Trend::kWorse ? worst : trend == Trend::kBetter ? best : 0;
+        const Trend trend = overall(trendOf(worst), trendOf(best));
+        const double score = trend == Trend::kNeither ? 0 : trend == Trend::kBetter ? best : worst;
         order.push_back({{i, trend}, score});
     }
-    std::stable_sort(order.begin(), order.end(),
-                     [](const Scored& a, const Scored& b) { return a.score > b.score; });
+    std::stable_sort(order.begin(), order.end(), [](const Scored& a, const Scored& b) {
+        return std::tuple(a.ranked.trend, -a.score) < std::tuple(b.ranked.trend, -b.score);
+    });
     std::vector<RankedFigure> ranked;
     for (const Scored& item : order) ranked.push_back(item.ranked);
     return ranked;
 }
 
-double worstRegression(const std::vector<std::vector<double>>& runs) {
-    double worst = 0;
+WorstChange worstChange(const std::vector<std::vector<double>>& runs) {
+    WorstChange worst;
     for (size_t i = 0; i < figures().size(); ++i) {
-        worst = std::max(worst, extremesOf(i, runs).worst);
+        const double regression = extremesOf(i, runs).worst;
+        if (regression > worst.regression) worst = {i, regression};
     }
     return worst;
 }

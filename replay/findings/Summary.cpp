@@ -155,7 +155,7 @@ class Writer {
 
     void screenSection() {
         const Screen& screen = mFindings.screen;
-        section("What the player saw");
+        section(mFindings.modelled ? "What the player saw, modelled" : "What the player saw");
         if (screen.pictures == 0) return row("pictures", "none");
         row("shown in time", format("%zu of %zu frames, at the vsync they were meant for",
                                     screen.inTime, mFindings.frames.size()));

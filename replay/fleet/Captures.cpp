@@ -10,8 +10,8 @@
 #include <utility>
 
 #include "replay/base/Error.h"
+#include "replay/base/Output.h"
 #include "replay/base/Text.h"
-#include "replay/fleet/WholeFile.h"
 
 namespace replay {
 

@@ -14,7 +14,6 @@
 #include "replay/fleet/Row.h"
 #include "replay/fleet/Sketch.h"
 #include "replay/fleet/Table.h"
-#include "replay/fleet/WholeFile.h"
 #include "replay/report/Html.h"
 #include "replay/report/ReportPage.h"
 
@@ -256,11 +255,8 @@ void writeFleetPage(const std::string& path, const std::string& table, const Fle
         out << "<h1>" << escapeHtml(page.title) << "</h1>\n";
         for (const std::string& line : page.answer) out << "<p>" << escapeHtml(line) << "</p>\n";
     };
-    replaceFile(path, [&](const std::string& part) {
-        writeFile(part, [&](std::ostream& out) {
-            writePage(out, kFleetPage, page.title, summary,
-                      [&](std::ostream& to) { data.write(to); });
-        });
+    writeFile(path, [&](std::ostream& out) {
+        writePage(out, kFleetPage, page.title, summary, [&](std::ostream& to) { data.write(to); });
     });
 }
 

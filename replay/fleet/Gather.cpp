@@ -13,7 +13,6 @@
 #include "replay/findings/Figures.h"
 #include "replay/fleet/Row.h"
 #include "replay/fleet/Table.h"
-#include "replay/fleet/WholeFile.h"
 
 namespace replay {
 
@@ -185,11 +184,9 @@ void writeCsv(const std::string& table, const std::string& csv) {
         for (int i = 0; i < all.columns(); ++i) out << (i > 0 ? "," : "") << csvField(textOf(i));
         out << "\n";
     };
-    replaceFile(csv, [&](const std::string& part) {
-        writeFile(part, [&](std::ostream& out) {
-            line(out, [&](int i) { return all.name(i); });
-            while (all.step()) line(out, [&](int i) { return all.text(i); });
-        });
+    writeFile(csv, [&](std::ostream& out) {
+        line(out, [&](int i) { return all.name(i); });
+        while (all.step()) line(out, [&](int i) { return all.text(i); });
     });
 }
 

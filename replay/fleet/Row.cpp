@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "replay/base/Error.h"
+#include "replay/base/Output.h"
 #include "replay/findings/Figures.h"
 #include "replay/fleet/Sketch.h"
-#include "replay/fleet/WholeFile.h"
 
 namespace replay {
 
@@ -120,7 +120,7 @@ void RowFolder::put(const std::string& path, const std::string& text) const {
     if (contentOf(path) == text) return;
     std::error_code error;  // writing tells it
     fs::create_directory(fs::path(path).parent_path(), error);
-    writeWhole(path, text);
+    writeFile(path, [&](std::ostream& out) { out << text; });
 }
 
 }  // namespace replay

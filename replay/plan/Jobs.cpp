@@ -2,11 +2,13 @@
 
 #include <poll.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include "replay/base/Error.h"
@@ -51,15 +53,23 @@ void writeAll(int descriptor, const std::string& text) {
     _exit(status);
 }
 
+// A parent that was killed cannot end its children itself.
+void endWith(pid_t parent) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(kChildFailed);  // it ended before it was asked for
+}
+
 Child start(const Job& job, size_t index) {
     int ends[2];
     if (pipe(ends) != 0) throw ReplayError(std::string("no pipe: ") + std::strerror(errno));
     Child child;
     child.job = index;
+    const pid_t parent = getpid();
     child.pid = fork();
     if (child.pid < 0) throw ReplayError(std::string("no new process: ") + std::strerror(errno));
     if (child.pid == 0) {
         close(ends[0]);
+        endWith(parent);
         runChild(job, ends[1]);
     }
     close(ends[1]);

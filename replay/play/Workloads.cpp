@@ -18,13 +18,13 @@ struct Stretch {
     int frames;       // its length; 0: to the end
 };
 
-struct Game {
+struct Recipe {
     Workload workload;
     std::vector<Stretch> stretches;  // one after the other, and again
 };
 
-const std::vector<Game>& games() {
-    static const std::vector<Game> all = {
+const std::vector<Recipe>& recipes() {
+    static const std::vector<Recipe> all = {
             {{kDefaultWorkload,
               "half a minute at 60 Hz with what goes wrong in real games, one after the other"},
              {{54, 5, 0, 0, 0, 240},        // the loading screen is done
@@ -62,11 +62,11 @@ class Noise {
     uint64_t mState = 7;
 };
 
-const Game& gameNamed(const std::string& name) {
+const Recipe& recipeNamed(const std::string& name) {
     std::string names;
-    for (const Game& game : games()) {
-        if (name == game.workload.name) return game;
-        names += (names.empty() ? "" : ", ") + std::string(game.workload.name);
+    for (const Recipe& recipe : recipes()) {
+        if (name == recipe.workload.name) return recipe;
+        names += (names.empty() ? "" : ", ") + std::string(recipe.workload.name);
     }
     throw InputError("--workload " + inQuotes(name) + ": there are " + names);
 }
@@ -85,14 +85,14 @@ int64_t frameNs(const Stretch& stretch, int index, int64_t periodNs, Noise& nois
 const std::vector<Workload>& workloads() {
     static const std::vector<Workload> all = [] {
         std::vector<Workload> list;
-        for (const Game& game : games()) list.push_back(game.workload);
+        for (const Recipe& recipe : recipes()) list.push_back(recipe.workload);
         return list;
     }();
     return all;
 }
 
 std::vector<int64_t> workloadNs(const std::string& name, int64_t periodNs, int frames) {
-    const std::vector<Stretch>& stretches = gameNamed(name).stretches;
+    const std::vector<Stretch>& stretches = recipeNamed(name).stretches;
     Noise noise;
     std::vector<int64_t> work;
     size_t stretch = 0;

@@ -20,10 +20,6 @@ namespace {
 constexpr char kSuffix[] = ".expect";
 constexpr size_t kMaxDifferencesShown = 20;
 
-std::string expectationOf(const CommandLine& line, const std::string& capture) {
-    return line.expectation.empty() ? capture + kSuffix : line.expectation;
-}
-
 Expectation readExpectationFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) {
@@ -52,7 +48,7 @@ std::string recordingOf(const PlannedRun& run, const Played& played) {
     expectation.options = run.setup.toOptions();
     const std::vector<std::string> part = run.input.toOptions();
     expectation.options.insert(expectation.options.end(), part.begin(), part.end());
-    expectation.calls = expectedCalls(played.run);
+    expectation.events = expectedEvents(played.findings, played.run);
     std::ostringstream text;
     writeExpectation(text, expectation);
     return text.str();
@@ -60,10 +56,11 @@ std::string recordingOf(const PlannedRun& run, const Played& played) {
 
 // Ready to print; empty if there is none.
 std::string differenceText(const std::string& capture, const Expectation& expectation,
-                           const Run& run) {
-    const std::vector<std::string> lines = differencesOf(expectation.calls, expectedCalls(run));
+                           const Played& played) {
+    const std::vector<std::string> lines =
+            differencesOf(expectation.events, expectedEvents(played.findings, played.run));
     if (lines.empty()) return "";
-    std::string text = format("%s: %zu differences (- expected, + sent, ~ moved)\n",
+    std::string text = format("%s: %zu differences (- expected, + new, ~ changed)\n",
                               capture.c_str(), lines.size());
     for (size_t i = 0; i < std::min(lines.size(), kMaxDifferencesShown); ++i) {
         text += "  " + lines[i] + "\n";
@@ -75,6 +72,10 @@ std::string differenceText(const std::string& capture, const Expectation& expect
 }
 
 }  // namespace
+
+std::string expectationOf(const CommandLine& line, const std::string& capture) {
+    return line.expectation.empty() ? capture + kSuffix : line.expectation;
+}
 
 ExitStatus recordExpectations(const CommandLine& line) {
     const std::vector<JobResult> results =
@@ -95,8 +96,7 @@ ExitStatus checkExpectations(const CommandLine& line) {
         jobs.emplace_back([&] {
             const Expectation expectation = readExpectationFile(expectationOf(line, capture));
             const PlannedRun run = recordedRun(line, capture, expectation);
-            return differenceText(capture, expectation,
-                                  playInput(openInput(run.input), run.setup).run);
+            return differenceText(capture, expectation, playInput(openInput(run.input), run.setup));
         });
     }
     const std::vector<JobResult> results = runJobs(jobs, line.jobsAtATime());

@@ -194,6 +194,8 @@ void addOutputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
             ->type_name("FILE.pftrace")
             ->group(group);
     addJobs(app, raw, group);
+    app.add_flag("--force", line.force, "Overwrite a file that this program did not write")
+            ->group(group);
     app.add_flag("--list-layers", raw.listLayers, "List the layers of the capture and stop")
             ->group(group);
     app.add_option("--write-capture", line.writeCapture,
@@ -347,6 +349,26 @@ void takeTask(CommandLine& line, const Raw& raw, const CLI::App& record, const C
     }
 }
 
+// What decides how a capture is played, and what goes for every command.
+constexpr const char* kRecordOptions[] = {
+        "--layer", "--set",  "--refresh", "--no-library",    "--library",           "--cpu-cost",
+        "--model", "--work", "--buffers", "--boost-speedup", "--negative-slowdown", "--jobs",
+        "--force"};
+// All else is as it was recorded.
+constexpr const char* kCheckOptions[] = {"--library", "--jobs"};
+
+template <size_t kCount>
+void requireOnly(const CLI::App& app, const char* command, const char* const (&names)[kCount]) {
+    for (const CLI::Option* option : app.get_options()) {
+        const std::string name = option->get_name();
+        if (option->count() == 0 || name == "CAPTURE" ||
+            std::find(std::begin(names), std::end(names), name) != std::end(names)) {
+            continue;
+        }
+        throw InputError(std::string(command) + " does nothing with " + name + "; leave it out");
+    }
+}
+
 // What shows one run, or the runs of one capture.
 void requireOne(const CommandLine& line) {
     const bool severalCaptures = line.captures.size() > 1;
@@ -412,6 +434,11 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& argu
     takeWorkload(line, raw);
     takeModel(line, raw);
     takeTask(line, raw, *record, *check);
+    if (record->parsed()) requireOnly(app, "record", kRecordOptions);
+    if (check->parsed()) requireOnly(app, "check", kCheckOptions);
+    if (record->parsed() && line.compareWorks) {
+        throw InputError("record plays one setting; give one --work");
+    }
     requireOne(line);
     return line;
 }

@@ -52,6 +52,7 @@ struct CommandLine {
     std::string writeCapture;
     std::string expectation;  // empty: beside the capture
     std::optional<unsigned> jobs;
+    bool force = false;  // overwrite what is none of our outputs
     FleetOptions fleet;
 
     std::vector<InputChoice> inputs() const;

@@ -8,7 +8,6 @@
 #include "replay/fleet/Gather.h"
 #include "replay/fleet/Sweep.h"
 #include "replay/fleet/Tune.h"
-#include "replay/fleet/WholeFile.h"
 
 namespace replay {
 
@@ -58,7 +57,7 @@ ExitStatus tuneSetting(const CommandLine& line) {
     const Tuned tuned = tune(options);
     writeTuned(std::cout, tuned);
     if (!line.fleet.properties.empty()) {
-        writeWhole(line.fleet.properties, propertiesText(tuned));
+        writeFile(line.fleet.properties, [&](std::ostream& out) { out << propertiesText(tuned); });
     }
     if (!line.report.empty()) writeTunedPage(line.report, options.rows, tuned);
     return tuned.left == 0 ? kDone : kBadInput;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <set>
 
 #include "replay/base/Error.h"
 #include "replay/base/Output.h"
@@ -14,6 +15,7 @@
 #include "replay/program/Checks.h"
 #include "replay/program/FleetTasks.h"
 #include "replay/program/Outputs.h"
+#include "replay/program/Protect.h"
 
 namespace replay {
 
@@ -61,7 +63,9 @@ ExitStatus replayHere(const CommandLine& line, const std::vector<PlannedRun>& pl
             lines.push_back(jsonLine(line, run.setup, played.findings));
         }
     }
+    // Files first: who reads standard output may go away before its end.
     writeJson(line, lines);
+    writeFiles(line, runs);
     if (plan.size() == 1) {
         writeText(line, runs.front().played);
     } else {
@@ -69,7 +73,6 @@ ExitStatus replayHere(const CommandLine& line, const std::vector<PlannedRun>& pl
         for (const std::string& text : lines) compared.push_back(comparedRun(Json::parse(text)));
         writeTables(line, compared);
     }
-    writeFiles(line, runs);
     return kDone;
 }
 
@@ -121,6 +124,7 @@ std::vector<CounterSample> samplesToWrite(const CommandLine& line) {
 }  // namespace
 
 ExitStatus execute(const CommandLine& line) {
+    requireSafeOutputs(line);
     ExitStatus status = kDone;
     switch (line.task) {
         case CommandLine::Task::kWriteCapture: {
@@ -156,9 +160,10 @@ ExitStatus execute(const CommandLine& line) {
 
 ExitStatus complainOfFailures(const std::vector<JobResult>& results) {
     ExitStatus status = kDone;
+    std::set<std::string> said;  // a capture may be broken under every setting
     for (const JobResult& result : results) {
         if (result.error.empty()) continue;
-        complain(result.error);
+        if (said.insert(result.error).second) complain(result.error);
         status = std::max(status, result.badInput ? kBadInput : kReplayFailed);
     }
     return status;

@@ -25,8 +25,8 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A reader that goes away is reported like any other failed write.
-    std::signal(SIGPIPE, SIG_IGN);
+    // Who reads only the beginning wants to hear nothing of the rest.
+    std::signal(SIGPIPE, SIG_DFL);
     try {
         return run({argv + 1, argv + argc});
     } catch (const InputError& error) {

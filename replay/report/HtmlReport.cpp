@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "replay/base/Text.h"
 #include "replay/report/Html.h"
 #include "replay/report/ReportData.h"
 #include "replay/report/ReportPage.h"
@@ -37,6 +38,12 @@ void writeHtmlReport(std::ostream& out, const std::vector<ReportRun>& runs) {
     writePage(
             out, kReportPage, title, [&](std::ostream& to) { writeReportSummary(to, runs); },
             [&](std::ostream& to) { writeReportData(to, runs); });
+}
+
+bool isReport(std::string_view firstBytes) {
+    constexpr char kGenerator[] = "<meta name=\"generator\" content=\"cindral-replay\">";
+    return startsWithIgnoringCase(firstBytes, "<!doctype html>") &&
+           firstBytes.find(kGenerator) != std::string_view::npos;
 }
 
 }  // namespace replay

@@ -176,7 +176,8 @@ class Writer {
 
     void write() {
         const Findings& first = *mRuns.front().findings;
-        mOut << "<h1>Replay of " << breakable(escapeHtml(first.layer)) << "</h1>\n";
+        mOut << "<h1>Replay of " << breakable(escapeHtml(first.layer)) << modelledMark(first)
+             << "</h1>\n";
         mOut << "<p class=\"quiet\">" << breakable(escapeHtml(describeInput(first))) << "</p>\n";
         notes();
         if (isComparison()) {
@@ -189,6 +190,11 @@ class Writer {
 
   private:
     bool isComparison() const { return mRuns.size() > 1; }
+
+    // Wherever a figure of such a run stands, nobody should take it for what a device showed.
+    static const char* modelledMark(const Findings& f) {
+        return f.modelled ? " <span class=\"modelled\">modelled</span>" : "";
+    }
 
     static double hertz(int64_t periodNs) { return 1e9 / static_cast<double>(periodNs); }
 
@@ -281,7 +287,8 @@ class Writer {
     void heading(const std::string& caption) {
         mOut << "<caption>" << caption << "</caption>\n<thead><tr><td></td>";
         for (const ReportRun& run : mRuns) {
-            mOut << "<th scope=\"col\">" << escapeHtml(run.label) << "</th>";
+            mOut << "<th scope=\"col\">" << escapeHtml(run.label) << modelledMark(*run.findings)
+                 << "</th>";
         }
         mOut << "</tr></thead><tbody>\n";
     }

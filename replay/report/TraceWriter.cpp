@@ -9,6 +9,7 @@ namespace {
 
 // Any number will do that no other source of a merged trace uses.
 constexpr uint32_t kSequence = 0x63696e64;
+constexpr char kSequenceField[] = "\x50\xe4\xdc\xa5\x9b\x06";  // as it is written
 constexpr uint64_t kProcessUuids = uint64_t{1} << 32;
 // In the viewer, threads are told apart by their number alone.
 constexpr int kThreadNumbers = 100'000;
@@ -91,6 +92,12 @@ trackevents::TracePacket& TraceWriter::start() {
 
 void TraceWriter::write() {
     mTrace->SerializeToOstream(&mOut);
+}
+
+bool isTrace(std::string_view firstBytes) {
+    // The first packet begins with the number of its sequence; its length takes a byte or two.
+    const size_t at = firstBytes.find(kSequenceField);
+    return startsWith(firstBytes, "\x0a") && (at == 2 || at == 3);
 }
 
 }  // namespace replay

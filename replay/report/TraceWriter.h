@@ -6,6 +6,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -62,5 +63,8 @@ class TraceWriter {
     std::ostream& mOut;
     const std::unique_ptr<trackevents::Trace> mTrace;  // holds one packet at a time
 };
+
+// Whether a file that begins so is a trace of this program.
+bool isTrace(std::string_view firstBytes);
 
 }  // namespace replay

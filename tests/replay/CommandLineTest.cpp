@@ -1,12 +1,15 @@
 // The program as its user runs it: what it takes, refuses and leaves behind.
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "tests/replay/Replay.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 std::string event(const std::string& time, const std::string& counter, int value) {
     return "a-1 [000] .... " + time + ": tracing_mark_write: C|1|" + counter + "|" +
@@ -80,6 +83,8 @@ TEST_F(Replay, BadInput_GivesOneLineAndStatusTwo) {
             {"check " + one, "cindral-replay record"},
             {"check " + one + " --expectation " + garbage, "not an expectation"},
             {"record " + one + " " + two + " --expectation x", "one capture"},
+            {"record " + one + " --compare none", "record does nothing with --compare"},
+            {"check " + one + " --set vendor.perf.phr.enable=0", "check does nothing with --set"},
             {one + " --write-capture " + path("x"), "--write-capture"},
             {"--library " + path("absent.so"), "absent.so"},
     };
@@ -107,6 +112,52 @@ TEST_F(Replay, OutputThatCannotBeWritten_IsAnError) {
     for (const char* option : {"--write-capture ", "--json ", "--report "}) {
         EXPECT_EQ(run(option + path("no/such/folder")).status, 1) << option;
     }
+}
+
+TEST_F(Replay, Outputs_NeverReplaceAnInputNorWhatSomebodyElseWrote) {
+    const std::string captured = capture("captured", "--frames 60");
+    const std::string before = read("captured");
+    fs::create_symlink(captured, path("link"));
+    fs::create_hard_link(captured, path("hard"));
+    file("notes", "mine");
+    const std::pair<std::string, const char*> kCases[] = {
+            {captured + " --json " + captured, "is the input"},
+            {captured + " --report " + path("link"), "is the input"},
+            {path("link") + " --json " + path("hard"), "is the input"},
+            {captured + " --json " + path("no/../captured"), "is the input"},
+            {"record " + captured + " --expectation " + path("hard"), "is the input"},
+            {"--json " + captured, "nothing that this option writes"},
+            {captured + " --report " + path("notes"), "nothing that this option writes"},
+            {captured + " --json " + path("x") + " --report " + path("./x"), "--json writes"},
+            {captured + " --library " + path("absent.so") + " --json " + path("notes") + " --force",
+             "absent.so"},
+    };
+    for (const auto& [arguments, expected] : kCases) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 2) << arguments;
+        EXPECT_TRUE(has(result.err, expected)) << arguments << result.err;
+        EXPECT_EQ(read("captured"), before) << arguments;
+        EXPECT_EQ(read("notes"), "mine") << arguments;
+    }
+    // What it wrote itself, and what it is told to overwrite, it does; nothing is left beside them.
+    const std::string outputs =
+            " --json " + path("j") + " --report " + path("r") + " --trace " + path("t.pftrace");
+    for (const std::string& arguments :
+         {captured + outputs, captured + " --json-events" + outputs, captured + outputs,
+          captured + " --json /dev/stdout", "record " + captured, "record " + captured,
+          captured + " --json " + path("notes") + " --force",
+          "--frames 60 --write-capture " + captured}) {
+        EXPECT_EQ(run(arguments).status, 0) << arguments << run(arguments).err;
+    }
+    EXPECT_TRUE(has(read("notes"), "\"figures\""));
+    for (const fs::path& entry : fs::directory_iterator(mFolder)) {
+        EXPECT_NE(entry.extension(), ".part") << entry;
+    }
+}
+
+TEST_F(Replay, AReaderThatGoesAway_EndsItInSilence) {
+    run("--timeline 2>" + path("said") + " | head -1");
+    EXPECT_EQ(read("said"), "");
 }
 
 TEST_F(Replay, TwoRuns_AreByteForByteTheSame) {
@@ -180,6 +231,7 @@ TEST_F(Replay, SeveralCaptures_GiveOneTableAndOneObjectEachDespiteABrokenOne) {
             run(captures + " --compare 'alone: none' --jobs 3 --json " + path("runs.jsonl"));
     EXPECT_EQ(result.status, 2);
     EXPECT_TRUE(has(result.err, path("three"))) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 7) << result.out;
     EXPECT_TRUE(has(result.out, "failed")) << result.out;
     std::ifstream lines(path("runs.jsonl"));

@@ -10,42 +10,34 @@
 namespace replay {
 namespace {
 
-struct GoodLine {
-    const char* text;
-    const char* task;
-    int pid;
-    int64_t timeNs;
-    const char* function;
-    const char* payload;
-};
+std::string fieldsOf(const FtraceLine& line) {
+    const auto text = [](std::string_view part) { return std::string(part); };
+    return text(line.task) + "|" + std::to_string(line.pid) + "|" + std::to_string(line.timeNs) +
+           "|" + text(line.function) + "|" + text(line.payload);
+}
 
 TEST(FtraceReader, EventLines_AreTakenApartInEveryFormThatKernelsPrint) {
-    const GoodLine kLines[] = {
+    const std::pair<const char*, const char*> kLines[] = {
             {"  surfaceflinger-612   [001] .... 12.000034: tracing_mark_write: C|612|VSYNC-sf|1",
-             "surfaceflinger", 612, 12'000'034'000, "tracing_mark_write", "C|612|VSYNC-sf|1"},
-            {"  <...>-8282  (-----) [001] d..2 1646950.144658: tracing_mark_write: E", "<...>",
-             8282, 1'646'950'144'658'000, "tracing_mark_write", "E"},
-            {"Binder:612_4-1893 (  612) [000] .... 7.5: tracing_mark_write: E|612", "Binder:612_4",
-             1893, 7'500'000'000, "tracing_mark_write", "E|612"},
-            {"Thread - 2 [x]-17 (17) [012] ...1 1.123456789: print: a b", "Thread - 2 [x]", 17,
-             1'123'456'789, "print", "a b"},
-            {"odd [0] name-3 [000] .... 1.000000: tracing_mark_write: B|3|f [1]: g", "odd [0] name",
-             3, 1'000'000'000, "tracing_mark_write", "B|3|f [1]: g"},
-            {"   VSyncThread-99    [000]  3206.312345: 0: C|99|VSYNC|0", "VSyncThread", 99,
-             3'206'312'345'000, "0", "C|99|VSYNC|0"},
+             "surfaceflinger|612|12000034000|tracing_mark_write|C|612|VSYNC-sf|1"},
+            {"  <...>-8282  (-----) [001] d..2 1646950.144658: tracing_mark_write: E",
+             "<...>|8282|1646950144658000|tracing_mark_write|E"},
+            {"Binder:612_4-1893 (  612) [000] .... 7.5: tracing_mark_write: E|612",
+             "Binder:612_4|1893|7500000000|tracing_mark_write|E|612"},
+            {"Thread - 2 [x]-17 (17) [012] ...1 1.123456789: print: a b",
+             "Thread - 2 [x]|17|1123456789|print|a b"},
+            {"odd [0] name-3 [000] .... 1.000000: tracing_mark_write: B|3|f [1]: g",
+             "odd [0] name|3|1000000000|tracing_mark_write|B|3|f [1]: g"},
+            {"   VSyncThread-99    [000]  3206.312345: 0: C|99|VSYNC|0",
+             "VSyncThread|99|3206312345000|0|C|99|VSYNC|0"},
             {"<idle>-0 [001] d.h3 2.000000: sched_switch: prev_comm=swapper/1 ==> next_comm=x",
-             "<idle>", 0, 2'000'000'000, "sched_switch", "prev_comm=swapper/1 ==> next_comm=x"},
-            {"x-1 [000] .... 2.000000: sys_exit:", "x", 1, 2'000'000'000, "sys_exit", ""},
+             "<idle>|0|2000000000|sched_switch|prev_comm=swapper/1 ==> next_comm=x"},
+            {"x-1 [000] .... 2.000000: sys_exit:", "x|1|2000000000|sys_exit|"},
     };
-    for (const GoodLine& expected : kLines) {
-        SCOPED_TRACE(expected.text);
-        const auto line = parseFtraceLine(expected.text);
-        ASSERT_TRUE(line.has_value());
-        EXPECT_EQ(line->task, expected.task);
-        EXPECT_EQ(line->pid, expected.pid);
-        EXPECT_EQ(line->timeNs, expected.timeNs);
-        EXPECT_EQ(line->function, expected.function);
-        EXPECT_EQ(line->payload, expected.payload);
+    for (const auto& [text, expected] : kLines) {
+        const auto line = parseFtraceLine(text);
+        ASSERT_TRUE(line.has_value()) << text;
+        EXPECT_EQ(fieldsOf(*line), expected);
     }
 }
 

@@ -10,17 +10,20 @@ from selenium.webdriver.chrome.service import Service
 
 ARGUMENTS = ('--headless=new', '--no-sandbox', '--disable-gpu', '--no-first-run', '--disable-dev-shm-usage',
              '--disable-background-networking', '--disable-component-update', '--disable-sync',
-             '--force-color-profile=srgb', '--hide-scrollbars')
+             '--force-color-profile=srgb')
 
 
 class Browser:
     """Chromium as Debian packages it, with a profile of its own. To be used in a `with`."""
 
+    def __init__(self, scrollbars=False):
+        self.arguments = ARGUMENTS if scrollbars else (*ARGUMENTS, '--hide-scrollbars')
+
     def __enter__(self):
         self.profile = tempfile.TemporaryDirectory(prefix='cindral-browser-', ignore_cleanup_errors=True)
         options = Options()
         options.binary_location = '/usr/bin/chromium'
-        for argument in (*ARGUMENTS, '--user-data-dir=' + self.profile.name):
+        for argument in (*self.arguments, '--user-data-dir=' + self.profile.name):
             options.add_argument(argument)
         options.set_capability('goog:loggingPrefs', {'browser': 'ALL', 'performance': 'ALL'})
         try:
