@@ -15,7 +15,6 @@ using Kind = Make::Kind;
 
 // How finely a phase against the vsync is looked for.
 constexpr int kPhases = 24;
-constexpr int kMaxEveryVsyncs = 2;
 // Makes whose games look as regular are told apart by how much has to be supposed.
 constexpr double kAsGood = 1.03;
 // A game that never waited, and yet has the display's rate.

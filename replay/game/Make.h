@@ -16,6 +16,9 @@ namespace replay {
 // No frame takes less. Counters in one microsecond are two events, but never two frames.
 constexpr int64_t kMinWorkNs = 100'000;
 
+// A game of a third of the display's rate or less has not been seen.
+constexpr int kMaxEveryVsyncs = 2;
+
 struct Make {
     enum class Kind {
         kBuffer,  // nothing but a free buffer

@@ -26,7 +26,6 @@ constexpr int64_t kLeastBesideShare = 4;
 // hands over at least once in so many frames, and is busy for such a part of the time.
 constexpr size_t kFramesPerHandOver = 2;
 constexpr int64_t kLeastBusyShare = 10;
-constexpr int kMaxEveryVsyncs = 2;
 constexpr int kEarliestPercent = 5;
 
 // When the thread ran or could have.

@@ -7,7 +7,7 @@ namespace replay {
 
 namespace {
 
-using Kind = ThreadEvent::Kind;
+using EventKind = ThreadEvent::Kind;
 
 // Threads that wake each other in a circle would be followed for ever.
 constexpr int kMaxDepth = 16;
@@ -29,8 +29,8 @@ bool isOfGraphics(const std::string& name) {
 }
 
 bool isSwitch(const ThreadEvent& event) {
-    return event.kind == Kind::kRuns || event.kind == Kind::kPreempted ||
-           event.kind == Kind::kBlocks;
+    return event.kind == EventKind::kRuns || event.kind == EventKind::kPreempted ||
+           event.kind == EventKind::kBlocks;
 }
 
 class Walk {
@@ -67,9 +67,9 @@ class Walk {
             if (at == events.begin()) return add(beginNs, endNs, Part::kUnknown, thread);
             --at;
             const int64_t sinceNs = std::clamp(at->timeNs, beginNs, endNs);
-            if (at->kind == Kind::kWoken) {
+            if (at->kind == EventKind::kWoken) {
                 const ThreadEvent* slept = lastOf({events.begin(), at}, isSwitch);
-                if (slept == nullptr || slept->kind != Kind::kBlocks) continue;
+                if (slept == nullptr || slept->kind != EventKind::kBlocks) continue;
                 add(sinceNs, endNs, Part::kRunnable, thread);
                 endNs = std::clamp(slept->timeNs, beginNs, sinceNs);
                 if (endNs < sinceNs) waited(*at, endNs, sinceNs, depth);
@@ -83,11 +83,11 @@ class Walk {
 
     // What a thread does after a switch.
     static Part since(ThreadEvents events, const ThreadEvent& change) {
-        if (change.kind == Kind::kRuns) return Part::kRunning;
-        if (change.kind == Kind::kPreempted) return Part::kRunnable;
+        if (change.kind == EventKind::kRuns) return Part::kRunning;
+        if (change.kind == EventKind::kPreempted) return Part::kRunnable;
         // It sleeps, and nobody has woken it yet, or did so while it was on its way.
         const ThreadEvent* early = lastOf({events.begin(), &change}, [](const ThreadEvent& event) {
-            return event.kind == Kind::kWoken;
+            return event.kind == EventKind::kWoken;
         });
         const bool wokenEarly = early != nullptr && change.timeNs - early->timeNs < kWokenEarlyNs;
         return wokenEarly ? Part::kRunnable : Part::kStage;
@@ -116,12 +116,12 @@ class Walk {
         int64_t timeNs = endNs;
         while (timeNs > mBeginNs) {
             const ThreadEvent* end = lastOf(mScheduling.of(thread), timeNs - 1, [](const auto& e) {
-                return e.kind == Kind::kDequeued;
+                return e.kind == EventKind::kDequeued;
             });
             if (end == nullptr || end->timeNs <= mBeginNs) break;
             const ThreadEvent* begin =
                     lastOf(mScheduling.of(thread), end->timeNs,
-                           [](const auto& e) { return e.kind == Kind::kDequeues; });
+                           [](const auto& e) { return e.kind == EventKind::kDequeues; });
             if (begin == nullptr) break;
             add(end->timeNs, timeNs, Part::kUnknown, thread);
             add(begin->timeNs, end->timeNs, Part::kBuffer, thread);
@@ -138,14 +138,15 @@ class Walk {
 // Who was in a queue call on another thread than the counter's when the counter rose.
 int callerAt(const Scheduling& scheduling, int riser, int64_t timeNs) {
     const ThreadEvent* received = lastOf(scheduling.of(riser), timeNs, [](const ThreadEvent& e) {
-        return e.kind == Kind::kCalled;
+        return e.kind == EventKind::kCalled;
     });
     return received == nullptr ? -1 : scheduling.callerOf(received->other);
 }
 
 int wakerAt(const Scheduling& scheduling, int riser, int64_t timeNs) {
-    const ThreadEvent* wake = lastOf(scheduling.of(riser), timeNs,
-                                     [](const ThreadEvent& e) { return e.kind == Kind::kWoken; });
+    const ThreadEvent* wake = lastOf(scheduling.of(riser), timeNs, [](const ThreadEvent& e) {
+        return e.kind == EventKind::kWoken;
+    });
     return wake == nullptr || wake->interrupt || wake->other == kIdleThread ? -1 : wake->other;
 }
 
