@@ -8,7 +8,7 @@ set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
 set(CMAKE_EXE_LINKER_FLAGS_INIT -Wl,--allow-shlib-undefined)
 set(CMAKE_SHARED_LINKER_FLAGS_INIT -Wl,--allow-shlib-undefined)
 
-# Deliberately no -L: with the cross compiler's own folder as root, creating a thread hangs. The loader
+# No -L: with the cross compiler's own folder as root, creating a thread hangs. The loader
 # and the libraries are the installed ones.
 get_filename_component(runtime ${CMAKE_CURRENT_LIST_DIR}/../../build/arm64-runtime ABSOLUTE)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64 -E LD_LIBRARY_PATH=${runtime})

@@ -286,8 +286,8 @@ class Measurer {
     int64_t freeDelayOf(const std::vector<int64_t>& free) const {
         std::vector<int64_t> delays;
         for (size_t i = 1; i < mTimes.size(); ++i) {
-            const int64_t delay = waitedUntil(i) - free[i];
-            if (free[i] > mTimes[i - 1] && waitedUntil(i) > free[i]) delays.push_back(delay);
+            const int64_t endNs = waitedUntil(i);
+            if (free[i] > mTimes[i - 1] && endNs > free[i]) delays.push_back(endNs - free[i]);
         }
         return std::min(percentile(delays, 50), mEvidence.vsyncs.periodNs / 2);
     }
