@@ -16,7 +16,8 @@ namespace replay {
 // No frame takes less. Counters in one microsecond are two events, but never two frames.
 constexpr int64_t kMinWorkNs = 100'000;
 
-// A game of a third of the display's rate or less has not been seen.
+// Of games that begin at vsyncs, those at the display's rate and at half of it are told apart; slower ones are not
+// looked for.
 constexpr int kMaxEveryVsyncs = 2;
 
 struct Make {
