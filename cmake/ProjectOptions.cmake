@@ -51,11 +51,15 @@ endif()
 if(CINDRAL_EXPLORE)
     target_compile_definitions(cindral_flags_common INTERFACE CINDRAL_EXPLORE)
 endif()
+if(CINDRAL_EXPLORE OR CINDRAL_SANITIZE STREQUAL "thread")
+    target_compile_options(cindral_flags_shipping INTERFACE
+        "SHELL:-include ${PROJECT_SOURCE_DIR}/sim/VisibleCounts.h")
+endif()
 if(CINDRAL_SANITIZE STREQUAL "thread")
     # It looks at the library alone; sim/Unseen.h says why. The platform's reference counts have a fence, of
     # which gcc warns that its thread sanitizer does not see it, even where the fence is not needed any more.
     target_compile_options(cindral_flags_shipping INTERFACE
-        -fsanitize=thread $<$<CXX_COMPILER_ID:GNU>:-Wno-tsan> "SHELL:-include ${PROJECT_SOURCE_DIR}/sim/VisibleCounts.h")
+        -fsanitize=thread $<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>)
 elseif(CINDRAL_SANITIZE)
     target_compile_options(cindral_flags_common INTERFACE -fsanitize=${CINDRAL_SANITIZE} -fno-sanitize-recover=all)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")

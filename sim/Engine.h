@@ -50,8 +50,10 @@ class Engine {
     // The second half of step(): for calls that can be interrupted in their middle as well.
     void perturb();
     void progress();
-    // How many stores a load goes back, of so many that it may return.
-    size_t chooseAge(size_t ages) { return mStrategy.chooseAge(ages); }
+    // How many stores a load of the cell goes back, of so many that it may return.
+    size_t chooseAge(size_t ages, size_t cell) {
+        return mStrategy.chooseAge(ages, *mCurrent, cell);
+    }
     Wake block(const Wait& wait);
     void wake(Thread& thread, Wake how);
     void yield();

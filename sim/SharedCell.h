@@ -6,16 +6,21 @@
 
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 extern "C" {
 // A cell of so many bytes, an order as the compiler numbers it (__ATOMIC_RELAXED and so on).
 // Outside a run they access the memory as it is.
-__attribute__((visibility("default"))) uint64_t simLoadCell(const void* cell, int bytes, int order);
+__attribute__((visibility("default"))) uint64_t simLoadCell(const void* cell, int bytes, int order,
+                                                            bool leadsToObject);
 __attribute__((visibility("default"))) void simStoreCell(void* cell, int bytes, uint64_t value,
                                                          int order);
 __attribute__((visibility("default"))) uint64_t simAddToCell(void* cell, int bytes,
                                                              uint64_t summand, int order);
 __attribute__((visibility("default"))) void simForgetCell(const void* cell);
+// A reference to a counted object is given up; the last one was.
+__attribute__((visibility("default"))) void simReleaseCount(const void* object);
+__attribute__((visibility("default"))) void simAcquireCount(const void* object);
 }
 
 namespace sim {
@@ -30,7 +35,7 @@ class SharedCell {
 
     template <int kOrder>
     T load() const {
-        return fromBits(simLoadCell(&mValue, sizeof(T), kOrder));
+        return fromBits(simLoadCell(&mValue, sizeof(T), kOrder, std::is_pointer_v<T>));
     }
     template <int kOrder>
     void store(T value) {

@@ -90,6 +90,10 @@ const char* toString(Failure failure) {
             return "misuse";
         case Failure::kBareSignal:
             return "signal without its lock";
+        case Failure::kUnorderedPointer:
+            return "pointer without order";
+        case Failure::kUnorderedEnd:
+            return "end without order";
         case Failure::kLockOrder:
             return "lock order";
     }

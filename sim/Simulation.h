@@ -76,7 +76,10 @@ enum class Failure {
     kThreadNotJoined,  // a thread ended, or the body did, and nobody joined or detached it
     kMisuse,           // an error in the use of a primitive; the report says which
     kBareSignal,       // a signal without its lock; only with Options::checkSignals
-    kLockOrder,        // two locks were taken in both orders; only with Options::checkLockOrder
+    // Of shared cells where loads may be late (Options::staleForNs):
+    kUnorderedPointer,  // a pointer was loaded without the order of its publication
+    kUnorderedEnd,      // a cell was destroyed without an order after its last access
+    kLockOrder,         // two locks were taken in both orders; only with Options::checkLockOrder
 };
 
 const char* toString(Failure failure);

@@ -22,6 +22,7 @@ constexpr size_t kChangeHalvings = 8;
 constexpr size_t kMostSwitches = 4;
 constexpr size_t kMostJumps = 3;
 constexpr size_t kMostStaleLoads = 3;
+constexpr size_t kLatePairHalvings = 4;  // of the pairs of thread and cell; up to so many times
 
 std::string percent(uint32_t ppm) {
     std::string hundredths = std::to_string(ppm / 100 % 100);
@@ -81,6 +82,7 @@ void Strategy::drawStaleLoads() {
     const uint64_t state = mState;
     mStalePpm = kChangeMaxPpm >> below(kChangeHalvings);
     mStaleLoads = drawSteps(kMostStaleLoads);
+    if (below(2) == 0) mLatePairs = uint64_t{1} << below(kLatePairHalvings);
     mState = state;
 }
 
@@ -162,8 +164,14 @@ size_t Strategy::chooseNext(size_t ready, bool mayStay) {
     return choice == 0 ? ready : choice - 1;
 }
 
-size_t Strategy::chooseAge(size_t ages) {
+bool Strategy::isAlwaysLate(const Thread& thread, size_t cell) const {
+    uint64_t pair = mSeed ^ static_cast<uint64_t>(thread.record.id) << 32 ^ cell;
+    return splitMix64(pair) % mLatePairs == 0;
+}
+
+size_t Strategy::chooseAge(size_t ages, const Thread& thread, size_t cell) {
     if (ages < 2 || mCalm) return 0;
+    if (mLatePairs != 0) return isAlwaysLate(thread, cell) ? ages - 1 : 0;
     switch (mKind) {
         case Kind::kFirstCome:
             return 0;

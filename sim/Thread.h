@@ -34,7 +34,8 @@ enum class Call {
 enum class WaitKind { kNothing, kMutex, kCondition, kJoin, kSleep, kYield };
 enum class Wake { kSignal, kDeadline, kSpurious };
 
-// For every shared cell, by its id, the number of the oldest store that may still be read.
+// What comes before the thread's next act: by the id of a shared cell the number of the oldest store
+// that may still be read, and by the id of a thread's accesses the number of the last of them.
 using View = std::vector<uint32_t>;
 void learn(View& view, const View& other);
 
@@ -65,6 +66,7 @@ struct Thread {
     std::vector<const void*> heldAddresses;
     WaitQueue joiners;
     View view;
+    size_t accesses = 0;  // their id in views; 0 before the first
     bool detached = false;
     bool ended = false;
     bool joined = false;  // or detached, for real: its handle may be another's

@@ -26,6 +26,7 @@ namespace {
 constexpr uint64_t kMostSteps = 1'000'000;
 constexpr int64_t kMostTimeNs = 24 * 3600 * kSecond;
 constexpr uint64_t kTypicalSteps = 600;
+constexpr uint64_t kStepsPerCall = 35;  // typically, where an access is one as well
 // Whether threads change, too, between the accesses of fields that are shared without a lock.
 #ifdef CINDRAL_EXPLORE
 constexpr bool kShowsRaces = true;
@@ -292,6 +293,13 @@ class ProgramRun {
     int64_t mAllocations = 0;
 };
 
+uint64_t stepsExpected(const CallProgram& program) {
+    if (!kShowsRaces) return kTypicalSteps;
+    size_t calls = 1;
+    for (const auto& ops : program.threads) calls += ops.size();
+    return calls * kStepsPerCall;
+}
+
 sim::Options optionsOf(const CallProgram& program, const sim::Options& schedule,
                        const Trouble& trouble) {
     sim::Options options = schedule;
@@ -300,7 +308,7 @@ sim::Options optionsOf(const CallProgram& program, const sim::Options& schedule,
     if (trouble.startTimeNs != 0) options.startTimeNs = trouble.startTimeNs;
     options.stepBudget = kMostSteps;
     options.timeBudgetNs = kMostTimeNs;
-    options.expectedSteps = kTypicalSteps;
+    options.expectedSteps = stepsExpected(program);
     options.checkLockOrder = true;
     options.abortOnFailure = false;
     options.checkSignals = true;

@@ -70,6 +70,10 @@ const char* invariantOf(sim::Failure failure) {
             return "locks-well-used";
         case sim::Failure::kBareSignal:
             return "signals-under-lock";
+        case sim::Failure::kUnorderedPointer:
+            return "published-with-order";
+        case sim::Failure::kUnorderedEnd:
+            return "destroyed-after-use";
         case sim::Failure::kLockOrder:
             return "lock-order";
         default:

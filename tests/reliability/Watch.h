@@ -8,6 +8,8 @@
 //   locks-in-service       the service is called under more or fewer locks than it may be
 //   who-sends              a thread makes a service call that is not its business
 //   signals-under-lock     a condition is signalled without the lock that is waited with
+//   published-with-order   a pointer to an object is loaded without the order of its publication
+//   destroyed-after-use    a shared field is destroyed without an order after its last use
 //   asked-once             a checker asks about a package that was found to be a game
 //   release-taken          a queueing thread stays held though a release came while it queued
 //   known-requests         a hint with arguments that mean nothing
