@@ -46,6 +46,9 @@ inline double toMs(int64_t ns) {
 inline double toSeconds(int64_t ns) {
     return static_cast<double>(ns) / 1e9;
 }
+inline double toHertz(int64_t periodNs) {
+    return 1e9 / static_cast<double>(periodNs);
+}
 
 std::string msText(int64_t ns);  // "16.667 ms"
 

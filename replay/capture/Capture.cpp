@@ -62,12 +62,8 @@ bool isByMainThread(const Marker& marker) {
            process == marker.thread;
 }
 
-double rateOf(int64_t periodNs) {
-    return static_cast<double>(kNsPerSecond) / static_cast<double>(periodNs);
-}
-
 bool isPlausible(int64_t periodNs) {
-    return rateOf(periodNs) >= kMinRefreshHz && rateOf(periodNs) <= kMaxRefreshHz;
+    return toHertz(periodNs) >= kMinRefreshHz && toHertz(periodNs) <= kMaxRefreshHz;
 }
 
 // The other counters may show vsyncs where this one has none.
@@ -130,14 +126,14 @@ std::string namesOf(const std::vector<VsyncCounter>& counters) {
 
 void checkRefresh(const Refresh& measured, const std::string& source, double refreshHz) {
     const auto isMeant = [&](int64_t periodNs) {
-        return std::abs(rateOf(periodNs) - refreshHz) <= kRefreshTolerance * rateOf(periodNs);
+        return std::abs(toHertz(periodNs) - refreshHz) <= kRefreshTolerance * toHertz(periodNs);
     };
     if (isMeant(measured.periodNs)) return;
     for (const RateChange& change : measured.changes) {
         if (isMeant(change.periodNs)) return;
     }
     throw InputError(format("--refresh %g: the capture shows %.2f Hz", refreshHz,
-                            rateOf(measured.periodNs)) +
+                            toHertz(measured.periodNs)) +
                      " (" + source + "); leave --refresh out to use that");
 }
 

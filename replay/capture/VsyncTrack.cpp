@@ -41,10 +41,6 @@ int64_t periodOf(Times intervals) {
     return quantile(periods, periods.size() / 2);
 }
 
-bool isSamePeriod(int64_t a, int64_t b) {
-    return 2 * kPercent * std::abs(a - b) <= kSamePercent * (a + b);
-}
-
 // How badly an interval fits whole periods. Of two periods that fit it the longer one is meant.
 double misfit(int64_t interval, int64_t periodNs) {
     constexpr double kPerLeftOut = 0.01;
@@ -163,11 +159,25 @@ std::vector<RateChange> ratesOf(const Times& timesNs, const FasterBeat& isFaster
 
 }  // namespace
 
+bool isSamePeriod(int64_t a, int64_t b) {
+    return 2 * kPercent * std::abs(a - b) <= kSamePercent * (a + b);
+}
+
 int64_t Refresh::periodAt(int64_t timeNs) const {
     const auto after = std::upper_bound(
             changes.begin(), changes.end(), timeNs,
             [](int64_t time, const RateChange& change) { return time < change.timeNs; });
     return after == changes.begin() ? periodNs : (after - 1)->periodNs;
+}
+
+std::vector<int64_t> Refresh::periodsNs() const {
+    std::vector<int64_t> periods = {periodNs};
+    for (const RateChange& change : changes) {
+        const auto isSame = [&](int64_t other) { return isSamePeriod(other, change.periodNs); };
+        if (std::none_of(periods.begin(), periods.end(), isSame))
+            periods.push_back(change.periodNs);
+    }
+    return periods;
 }
 
 int64_t Refresh::longestPeriodNs(int64_t beginNs, int64_t endNs) const {

@@ -11,6 +11,9 @@
 
 namespace replay {
 
+// Measured anew, and not another rate.
+bool isSamePeriod(int64_t a, int64_t b);
+
 // The display's period from a time on.
 struct RateChange {
     int64_t timeNs = 0;
@@ -23,6 +26,8 @@ struct Refresh {
     std::vector<RateChange> changes;  // in the order of time; most displays have none
 
     int64_t periodAt(int64_t timeNs) const;
+    // One for each of its rates.
+    std::vector<int64_t> periodsNs() const;
     int64_t longestPeriodNs(int64_t beginNs = INT64_MIN, int64_t endNs = INT64_MAX) const;
 };
 

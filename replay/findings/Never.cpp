@@ -106,7 +106,7 @@ class Reasons {
         const int rate = rules::displayClassOf(periodNs);
         if (rate == 0) {
             return format("%.1f frames/s, and the display's %.1f Hz are in no rate class", fps,
-                          1e9 / static_cast<double>(periodNs));
+                          toHertz(periodNs));
         }
         return format("%.1f frames/s, %s the display's %d", fps, shareText(fps, rate), rate);
     }

@@ -27,7 +27,7 @@ std::string describe(const std::vector<LockSpan>& spans, int64_t totalNs) {
 }
 
 std::string describeRate(int64_t periodNs) {
-    return format("%.3f Hz, %.6f ms", 1e9 / static_cast<double>(periodNs), toMs(periodNs));
+    return format("%.3f Hz, %.6f ms", toHertz(periodNs), toMs(periodNs));
 }
 
 std::string describeClass(int64_t periodNs) {

@@ -49,7 +49,6 @@ class Guesser {
     Game under(const Make& make) const {
         Game game;
         game.make = make;
-        const int64_t periodNs = mEvidence.vsyncs.periodNs;
         // Of what came before the capture nothing is known: a timer that has just run out leaves
         // half of the time to the work.
         int64_t lastNs = mTimes.front() - make.timerNs / 2;
@@ -60,12 +59,13 @@ class Guesser {
         const std::vector<int64_t> free = freeTimesNs(mEvidence.layer, make.buffers);
         for (size_t i = 1; i < mTimes.size(); ++i) {
             FrameWork frame;
+            const int64_t periodNs = mBeats.periodAt(mTimes[i]);
             const int64_t latestNs = mTimes[i] - kMinWorkNs;
-            int64_t ready = readyNs(make, mBeats, periodNs, frame, mTimes[i - 1], lastNs);
+            int64_t ready = readyNs(make, mBeats, frame, mTimes[i - 1], lastNs);
             if (std::max(ready, free[i]) > latestNs) strange += 1;
             if (ready > latestNs && make.kind == Kind::kVsync) {
                 frame.passedVsyncs = -(ready - latestNs + periodNs - 1) / periodNs;
-                ready = readyNs(make, mBeats, periodNs, frame, mTimes[i - 1], lastNs);
+                ready = readyNs(make, mBeats, frame, mTimes[i - 1], lastNs);
             }
             if (i == 1) firstReadyNs = ready;
             const int64_t begin = std::max(ready, free[i]);
@@ -79,9 +79,8 @@ class Guesser {
         // The model has the first frame begin so long before it was queued.
         if (make.kind == Kind::kTimer && game.work.size() > 1)
             game.work[1].timerNs = firstReadyNs - mTimes.front() + game.work.front().workNs;
-        for (const FrameWork& frame : game.work)
-            strange += std::min(1.0, static_cast<double>(std::abs(frame.workNs - median)) /
-                                             static_cast<double>(periodNs));
+        for (size_t i = 0; i < mTimes.size(); ++i)
+            strange += std::min(1.0, inPeriods(std::abs(game.work[i].workNs - median), mTimes[i]));
         const bool coincidence = kFewWait * waited < mTimes.size() && isPaced();
         game.strangeness = (coincidence ? kCoincidence : 0) +
                            kSupposed[static_cast<size_t>(make.kind)] +
@@ -93,19 +92,34 @@ class Guesser {
     void tryVsyncs(int buffers) {
         for (int every = 1; every <= kMaxEveryVsyncs; ++every) {
             for (const bool takesMissed : {false, true}) {
-                std::vector<Game> games;
-                double best = 0;
-                for (int i = 0; i < kPhases; ++i) {
-                    Make make{Kind::kVsync, buffers};
-                    make.phaseNs = mEvidence.vsyncs.periodNs * i / kPhases;
-                    make.everyVsyncs = every;
-                    make.takesMissed = takesMissed;
-                    games.push_back(under(make));
-                    if (i == 0 || games.back().strangeness < best) best = games.back().strangeness;
-                }
-                keep(std::move(games[middleOf(games, kAsGood * best)]));
+                Make make{Kind::kVsync, buffers};
+                make.everyVsyncs = every;
+                make.takesMissed = takesMissed;
+                for (const int64_t periodNs : mEvidence.vsyncs.periodsNs())
+                    make.phases.push_back({periodNs, 0});
+                keep(withPhases(make));
             }
         }
+    }
+
+    // First as much of each rate's period, then each for itself.
+    Game withPhases(const Make& make) const {
+        Game game = withPhases(make, 0, make.phases.size());
+        for (size_t i = 0; make.phases.size() > 1 && i < make.phases.size(); ++i)
+            game = withPhases(game.make, i, i + 1);
+        return game;
+    }
+
+    Game withPhases(Make make, size_t begin, size_t end) const {
+        std::vector<Game> games;
+        double best = 0;
+        for (int i = 0; i < kPhases; ++i) {
+            for (size_t rate = begin; rate < end; ++rate)
+                make.phases[rate].phaseNs = make.phases[rate].periodNs * i / kPhases;
+            games.push_back(under(make));
+            if (i == 0 || games.back().strangeness < best) best = games.back().strangeness;
+        }
+        return std::move(games[middleOf(games, kAsGood * best)]);
     }
 
     // Neighbouring phases often explain the capture as well: the middle of the longest row of them.
@@ -156,9 +170,16 @@ class Guesser {
 
     // One frame for so many vsyncs, exactly: then something made it wait.
     bool isPaced() const {
-        const auto periods = static_cast<double>(percentile(differences(mTimes), 50)) /
-                             static_cast<double>(mEvidence.vsyncs.periodNs);
+        std::vector<int64_t> millionths;  // of a period
+        for (size_t i = 1; i < mTimes.size(); ++i)
+            millionths.push_back(
+                    std::llround(1e6 * inPeriods(mTimes[i] - mTimes[i - 1], mTimes[i])));
+        const double periods = static_cast<double>(percentile(std::move(millionths), 50)) / 1e6;
         return periods > 0.5 && std::abs(periods - std::round(periods)) < kExactly * periods;
+    }
+
+    double inPeriods(int64_t lengthNs, int64_t timeNs) const {
+        return static_cast<double>(lengthNs) / static_cast<double>(mBeats.periodAt(timeNs));
     }
 
     const GameEvidence& mEvidence;

@@ -17,6 +17,15 @@ constexpr int kNearPercent = 25;
 // A beat that comes sooner after the start of a frame is the one that started it.
 constexpr int64_t kSameBeatShare = 8;
 
+std::string phasesText(const std::vector<Make::Phase>& phases) {
+    std::string text;
+    for (const Make::Phase& phase : phases) {
+        text += format(", %.3f ms after", toMs(phase.phaseNs));
+        if (phases.size() > 1) text += format(" at %.0f Hz", toHertz(phase.periodNs));
+    }
+    return text;
+}
+
 }  // namespace
 
 std::string Make::describe() const {
@@ -25,8 +34,8 @@ std::string Make::describe() const {
         case Kind::kBuffer:
             return "waits for a free buffer" + queue;
         case Kind::kVsync:
-            return format("starts at %s, %.3f ms after",
-                          everyVsyncs == 1 ? "vsyncs" : "every second vsync", toMs(phaseNs)) +
+            return std::string("starts at ") +
+                   (everyVsyncs == 1 ? "vsyncs" : "every second vsync") + phasesText(phases) +
                    (takesMissed ? ", or at once if one was missed" : "") + queue;
         case Kind::kTimer:
             return format("starts by its own timer every %.3f ms", toMs(timerNs)) + queue;
@@ -34,6 +43,14 @@ std::string Make::describe() const {
             return "works on two frames at once in two threads" + queue;
     }
     return "";
+}
+
+int64_t Make::phaseNs(int64_t periodNs) const {
+    const auto isNearer = [&](const Phase& a, const Phase& b) {
+        return std::abs(a.periodNs - periodNs) < std::abs(b.periodNs - periodNs);
+    };
+    const auto nearest = std::min_element(phases.begin(), phases.end(), isNearer);
+    return nearest == phases.end() ? 0 : nearest->phaseNs;
 }
 
 Part Make::waitsFor() const {
@@ -71,17 +88,19 @@ size_t Beats::indexFrom(int64_t timeNs) const {
     return index;
 }
 
-int64_t readyNs(const Make& make, const Beats& beats, int64_t periodNs, const FrameWork& frame,
-                int64_t returnedNs, int64_t lastReadyNs) {
+int64_t readyNs(const Make& make, const Beats& beats, const FrameWork& frame, int64_t returnedNs,
+                int64_t lastReadyNs) {
     if (make.kind == Make::Kind::kTimer) {
         const int64_t timerNs = frame.timerNs > 0 ? frame.timerNs : make.timerNs;
         return std::max(returnedNs, lastReadyNs + timerNs);
     }
     if (make.kind != Make::Kind::kVsync) return returnedNs;
+    const int64_t periodNs = beats.periodAt(lastReadyNs);
     const int64_t nextNs =
             lastReadyNs + (make.everyVsyncs - 1) * periodNs + periodNs / kSameBeatShare;
     const int64_t earliestNs = make.takesMissed ? nextNs : std::max(nextNs, returnedNs);
-    const int64_t beatNs = beats.timeNs(beats.indexFrom(earliestNs - make.phaseNs)) + make.phaseNs;
+    const int64_t phaseNs = make.phaseNs(beats.periodAt(earliestNs));
+    const int64_t beatNs = beats.timeNs(beats.indexFrom(earliestNs - phaseNs)) + phaseNs;
     return std::max(returnedNs, beatNs + make.wakeDelayNs + frame.passedVsyncs * periodNs);
 }
 

@@ -28,17 +28,25 @@ struct Make {
         kStages,  // another thread, which works on the next frame meanwhile
     };
 
+    // A display's rates have each their own.
+    struct Phase {
+        int64_t periodNs = 0;
+        int64_t phaseNs = 0;
+    };
+
     Kind kind = Kind::kBuffer;
-    int buffers = 3;           // of the layer's queue, with the one on the screen
-    int64_t phaseNs = 0;       // kVsync: it begins so long after one
-    int everyVsyncs = 1;       // kVsync: one frame for so many, or fewer
+    int buffers = 3;                 // of the layer's queue, with the one on the screen
+    std::vector<Phase> phases = {};  // kVsync: it begins so long after one
+    int everyVsyncs = 1;             // kVsync: one frame for so many, or fewer
     bool takesMissed = false;  // kVsync: one that came while it worked begins the next at once
-    int64_t wakeDelayNs = 0;   // kVsync: and gets going so long after that
+    int64_t wakeDelayNs = 0;   // kVsync and kStages: and gets going so long after that
     int64_t timerNs = 0;       // kTimer
     int64_t freeDelayNs = 0;   // from a latch until the game has the buffer that it freed
 
-    // "starts at vsyncs + 0.140 ms, 3 buffers"
+    // "starts at vsyncs, 0.140 ms after, 3 buffers"
     std::string describe() const;
+    // That of the period nearest to it.
+    int64_t phaseNs(int64_t periodNs) const;
     Part waitsFor() const;
 };
 
@@ -49,6 +57,7 @@ class Beats {
     int64_t timeNs(size_t index) const;
     // The first one at or after the time.
     size_t indexFrom(int64_t timeNs) const;
+    int64_t periodAt(int64_t timeNs) const { return mTrack.periodAt(timeNs); }
 
   private:
     const VsyncTrack& mTrack;
@@ -67,8 +76,8 @@ struct FrameWork {
 // When the game may begin the frame, buffers aside: the queue call of the frame before returned at
 // `returnedNs`, and it could have begun that one at `lastReadyNs`. Not for kStages, whose other
 // thread decides.
-int64_t readyNs(const Make& make, const Beats& beats, int64_t periodNs, const FrameWork& frame,
-                int64_t returnedNs, int64_t lastReadyNs);
+int64_t readyNs(const Make& make, const Beats& beats, const FrameWork& frame, int64_t returnedNs,
+                int64_t lastReadyNs);
 
 // A make and the work of every queued buffer under it.
 struct Game {

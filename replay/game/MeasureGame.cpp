@@ -17,7 +17,7 @@ using Kind = Make::Kind;
 using Span = std::pair<int64_t, int64_t>;
 
 // What is waited for less than this share of the time is not what paces the game.
-constexpr double kLeastWait = 0.02;
+constexpr double kLeastWait = 0.003;
 // Calls for a buffer take a while also if one is free. Without the switches of threads it counts
 // only as waiting from here on.
 constexpr double kLeastDequeue = 0.08;
@@ -144,16 +144,32 @@ class Measurer {
     // When the frame began: its last waiting for what paces the game ended, or it followed the one
     // before at once.
     int64_t beginOf(size_t frame, Part pace) const {
-        int64_t beginNs = mTimes[frame - 1];
-        for (const RoadStep& step : mEvidence.roads[frame - 1])
-            if (step.part == pace) beginNs = step.endNs;
-        return beginNs;
+        return std::max(mTimes[frame - 1], waitedUntil(frame, pace));
+    }
+
+    // The end of the frame's last waiting for that; long ago if there was none.
+    int64_t waitedUntil(size_t frame, Part part) const {
+        const Road& road = mEvidence.roads[frame - 1];
+        int64_t endNs = INT64_MIN;
+        for (size_t i = 0; i < road.size(); ++i)
+            if (road[i].part == part) endNs = runsAfter(road, i);
+        return endNs;
+    }
+
+    // Who is woken gets a processor a little later. A frame that need not wait does not lose that time.
+    static int64_t runsAfter(const Road& road, size_t step) {
+        const bool wakes = step + 1 < road.size() && road[step + 1].part == Part::kRunnable;
+        return road[wakes ? step + 1 : step].endNs;
     }
 
     FrameWork workFrom(size_t frame, int64_t beginNs) const {
         FrameWork work;
-        work.parts = partsBetween(mEvidence.roads[frame - 1], beginNs, mTimes[frame]);
+        const Road& road = mEvidence.roads[frame - 1];
+        work.parts = partsBetween(road, beginNs, mTimes[frame]);
         partOf(work.parts, Part::kBuffer) = 0;
+        for (size_t i = 0; i < road.size(); ++i)
+            if (road[i].part == Part::kBuffer && road[i].endNs >= beginNs)
+                partOf(work.parts, Part::kRunnable) -= runsAfter(road, i) - road[i].endNs;
         for (const int64_t part : work.parts) work.workNs += part;
         if (work.workNs < kMinWorkNs) {
             work.parts = {};
@@ -176,7 +192,7 @@ class Measurer {
             phases.push_back(beginNs);
             if (pace == Part::kTimer) game.work.back().timerNs = beginNs - mBegins[i - 1];
         }
-        if (game.make.kind == Kind::kVsync) fitPhase(game.make, phases);
+        if (game.make.kind == Kind::kVsync) fitPhases(game.make, phases);
         if (game.make.kind == Kind::kTimer)
             game.make.timerNs = meanNearMedian(differences(mBegins));
         game.work.insert(game.work.begin(), usualWork(game.work));
@@ -192,10 +208,18 @@ class Measurer {
         return usual;
     }
 
+    void fitPhases(Make& make, const std::vector<int64_t>& times) const {
+        for (const int64_t periodNs : mEvidence.vsyncs.periodsNs()) {
+            std::vector<int64_t> ofRate;
+            for (const int64_t time : times)
+                if (isSamePeriod(mBeats.periodAt(time), periodNs)) ofRate.push_back(time);
+            fitPhase(make, periodNs, std::move(ofRate));
+        }
+    }
+
     // When vsyncs woke it, after the display's own. That is on a circle, which is cut opposite to
     // the first.
-    void fitPhase(Make& make, std::vector<int64_t> times) const {
-        const int64_t periodNs = mEvidence.vsyncs.periodNs;
+    void fitPhase(Make& make, int64_t periodNs, std::vector<int64_t> times) const {
         if (times.empty()) return;
         const auto sinceBeat = [&](int64_t timeNs) {
             const size_t next = mBeats.indexFrom(timeNs);
@@ -205,18 +229,23 @@ class Measurer {
         for (int64_t& time : times)
             time = ((sinceBeat(time) - cut) % periodNs + periodNs) % periodNs;
         const int64_t earliest = percentile(times, kEarliestPercent);
-        make.phaseNs = (earliest + cut + periodNs) % periodNs;
-        make.wakeDelayNs = percentile(times, 50) - earliest;
+        make.phases.push_back({periodNs, (earliest + cut + periodNs) % periodNs});
+        make.wakeDelayNs = std::max(make.wakeDelayNs, percentile(times, 50) - earliest);
     }
 
     void measureStages(Game& game) {
         int64_t takenNs = mTimes.front();
+        std::vector<int64_t> delays;
         mBegins.push_back(takenNs);
         game.work.push_back({});
         for (size_t i = 1; i < mTimes.size(); ++i) {
             int64_t takeNs = mTimes[i - 1];
-            for (const RoadStep& step : mEvidence.roads[i - 1])
-                if (step.thread == mFirstStage) takeNs = step.endNs;
+            const Road& road = mEvidence.roads[i - 1];
+            for (size_t step = 0; step < road.size(); ++step) {
+                if (road[step].thread != mFirstStage) continue;
+                takeNs = runsAfter(road, step);
+                delays.push_back(takeNs - road[step].endNs);
+            }
             FrameWork work = workFrom(i, takeNs);
             work.firstStageNs = total(common(mFirstBusy, {{takenNs, takeNs}}));
             game.work.push_back(work);
@@ -224,6 +253,7 @@ class Measurer {
             takenNs = takeNs;
         }
         game.work.front() = usualWork(game.work);
+        game.make.wakeDelayNs = percentile(delays, 50);
     }
 
     // Of the rule's variants the one that has the frames begin when they did.
@@ -252,41 +282,31 @@ class Measurer {
 
     // Nothing was to be drawn, or it waited for what the model does not know.
     void notePassedVsyncs(Game& game) const {
-        const int64_t periodNs = mEvidence.vsyncs.periodNs;
         for (size_t i = 1; i < mTimes.size(); ++i) {
-            const int64_t ready =
-                    readyNs(game.make, mBeats, periodNs, {}, mTimes[i - 1], mBegins[i - 1]);
+            const int64_t periodNs = mBeats.periodAt(mTimes[i]);
+            const int64_t ready = readyNs(game.make, mBeats, {}, mTimes[i - 1], mBegins[i - 1]);
             const double after = static_cast<double>(mBegins[i] - ready);
             game.work[i].passedVsyncs = std::llround(after / static_cast<double>(periodNs));
         }
     }
 
     int64_t missOf(const Make& make, const std::vector<int64_t>& free) const {
-        const int64_t periodNs = mEvidence.vsyncs.periodNs;
         int64_t missed = 0;
         for (size_t i = 1; i < mTimes.size(); ++i) {
             const int64_t ready =
                     make.kind == Kind::kStages
                             ? mBegins[i]
-                            : readyNs(make, mBeats, periodNs, {}, mTimes[i - 1], mBegins[i - 1]);
-            const int64_t begin = std::max(mBegins[i], waitedUntil(i));
-            missed += std::min(std::abs(std::max(ready, free[i]) - begin), periodNs);
+                            : readyNs(make, mBeats, {}, mTimes[i - 1], mBegins[i - 1]);
+            const int64_t begin = std::max(mBegins[i], waitedUntil(i, Part::kBuffer));
+            missed += std::min(std::abs(std::max(ready, free[i]) - begin), mBeats.periodAt(begin));
         }
         return missed;
-    }
-
-    // The end of the frame's waiting for a buffer.
-    int64_t waitedUntil(size_t frame) const {
-        int64_t endNs = INT64_MIN;
-        for (const RoadStep& step : mEvidence.roads[frame - 1])
-            if (step.part == Part::kBuffer) endNs = step.endNs;
-        return endNs;
     }
 
     int64_t freeDelayOf(const std::vector<int64_t>& free) const {
         std::vector<int64_t> delays;
         for (size_t i = 1; i < mTimes.size(); ++i) {
-            const int64_t endNs = waitedUntil(i);
+            const int64_t endNs = waitedUntil(i, Part::kBuffer);
             if (free[i] > mTimes[i - 1] && endNs > free[i]) delays.push_back(endNs - free[i]);
         }
         return std::min(percentile(delays, 50), mEvidence.vsyncs.periodNs / 2);

@@ -135,16 +135,20 @@ class ModelledPlayback : public Playback {
     }
 
     int64_t readyAfter(int64_t returnedNs) const {
-        return readyNs(mModel.make, mBeats, mVsyncs.periodNs, mModel.work[mFrame], returnedNs,
-                       mReadyNs);
+        return readyNs(mModel.make, mBeats, mModel.work[mFrame], returnedNs, mReadyNs);
     }
 
     // The other thread has worked on this frame since it handed over the one before.
     void finishFirstStage() {
-        const int64_t doneNs = mFirstStageFromNs + kOriginNs + mModel.work[mFrame].firstStageNs;
-        if (!mModel.effects.any()) return sim::sleepUntil(doneNs);
-        workUntil(mClocks.doneAt(mFirstStageFromNs + kOriginNs) +
-                  mModel.work[mFrame].firstStageNs * Clocks::kNormalSpeed);
+        const int64_t beganNs = mFirstStageFromNs + kOriginNs;
+        const int64_t workNs = mModel.work[mFrame].firstStageNs;
+        const int64_t sinceNs = sim::now();
+        if (mModel.effects.any()) {
+            workUntil(mClocks.doneAt(beganNs) + workNs * Clocks::kNormalSpeed);
+        } else {
+            sim::sleepUntil(beganNs + workNs);
+        }
+        if (sim::now() > sinceNs) sim::sleepFor(mModel.make.wakeDelayNs);
     }
 
     // Hints change how long it takes, and each of its parts alike.

@@ -196,7 +196,6 @@ class Writer {
         return f.modelled ? " <span class=\"modelled\">modelled</span>" : "";
     }
 
-    static double hertz(int64_t periodNs) { return 1e9 / static_cast<double>(periodNs); }
 
     static std::string describeInput(const Findings& f) {
         // A workload has no length of its own.
@@ -204,10 +203,10 @@ class Writer {
                 f.durationNs > 0 ? format("%.2f s, ", toSeconds(f.durationNs)) : "";
         std::string text = format("%s: %s%zu frames, display at %.2f Hz (a vsync every %.2f ms)",
                                   f.source.c_str(), captured.c_str(), f.frames.size(),
-                                  hertz(f.refresh.periodNs), toMs(f.refresh.periodNs));
+                                  toHertz(f.refresh.periodNs), toMs(f.refresh.periodNs));
         for (const RateChange& change : f.refresh.changes) {
             text += format(", from %.2f s at %.2f Hz", toSeconds(change.timeNs),
-                           hertz(change.periodNs));
+                           toHertz(change.periodNs));
             if (android::cindral::displayClassOf(change.periodNs) == 0)
                 text += ", which the library does not serve";
         }

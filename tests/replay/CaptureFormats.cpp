@@ -6,6 +6,10 @@
 #include <zstd.h>
 
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 
@@ -39,12 +43,102 @@ std::string packet(const std::string& fields) {
     return bytesField(1, numberField(8, 12345) + fields);
 }
 
-std::string printEvent(const CounterSample& sample) {
-    const std::string marker = "C|612|" + sample.name + "|" + std::to_string(sample.value) + "\n";
-    const std::string print = numberField(1, 77) + bytesField(2, marker);
-    return bytesField(2, numberField(1, static_cast<uint64_t>(sample.timeNs)) +
-                                 numberField(2, 612) + bytesField(3, print));
-}
+// A line that ftrace wrote.
+struct TextEvent {
+    int thread = 0;
+    int cpu = 0;
+    bool interrupt = false;
+    uint64_t timeNs = 0;
+    std::string function;
+    std::string payload;
+
+    bool read(const std::string& line) {
+        const size_t bracket = line.find('[');
+        const size_t dash = line.rfind('-', bracket);
+        const size_t colon = line.find(": ", bracket);
+        const size_t end = line.find(": ", colon + 2);
+        char flags[8] = "";
+        unsigned long long seconds = 0;
+        unsigned long long micros = 0;
+        if (line[0] == '#' || end == std::string::npos) return false;
+        thread = std::atoi(line.c_str() + dash + 1);
+        std::sscanf(line.c_str() + bracket, "[%d] %7s %llu.%llu", &cpu, flags, &seconds, &micros);
+        interrupt = flags[2] == 'h';
+        timeNs = seconds * 1'000'000'000 + micros * 1'000;
+        function = line.substr(colon + 2, end - colon - 2);
+        payload = line.substr(end + 2);
+        return true;
+    }
+
+    // What comes behind "name=".
+    std::string text(const char* name) const {
+        const size_t begin = payload.find(name) + std::strlen(name);
+        return payload.substr(begin, payload.find(' ', begin) - begin);
+    }
+    uint64_t number(const char* name) const { return std::stoull(text(name)); }
+    // As the kernel counts: 0x100 marks a preemption.
+    uint64_t state() const {
+        const std::string letters = text("prev_state=");
+        return letters == "R" ? 0 : letters == "R+" ? 0x100 : 1;
+    }
+};
+
+// What one processor saw for a while: single events, or switches and wakings in columns.
+class Bundle {
+  public:
+    void add(const TextEvent& event, bool compact) {
+        if (compact && event.function == "sched_switch") {
+            mSwitchTimes += varint(event.timeNs - mLastSwitchNs);
+            mLastSwitchNs = event.timeNs;
+            mStates += varint(event.state());
+            mNextThreads += varint(event.number("next_pid="));
+            mNames += bytesField(5, event.text("next_comm="));
+            mNameIndices += varint(mNameCount++);
+        } else if (compact && event.function == "sched_wakeup") {
+            mWakeTimes += varint(event.timeNs - mLastWakeNs);
+            mLastWakeNs = event.timeNs;
+            mWoken += varint(event.number(" pid="));
+            mWakeFlags += varint(event.interrupt ? 8 : 0);
+        } else {
+            const std::string head = numberField(1, event.timeNs) +
+                                     numberField(2, static_cast<uint64_t>(event.thread));
+            mEvents += bytesField(2, head + single(event));
+        }
+    }
+
+    std::string fields() const {
+        if (mNames.empty() && mWoken.empty()) return mEvents;
+        return mEvents +
+               bytesField(4, bytesField(1, mSwitchTimes) + bytesField(2, mStates) +
+                                     bytesField(3, mNextThreads) + mNames +
+                                     bytesField(6, mNameIndices) + bytesField(7, mWakeTimes) +
+                                     bytesField(8, mWoken) + bytesField(12, mWakeFlags));
+    }
+
+  private:
+    static std::string single(const TextEvent& event) {
+        if (event.function == "sched_switch")
+            return bytesField(4, bytesField(1, event.text("prev_comm=")) +
+                                         numberField(2, event.number("prev_pid=")) +
+                                         numberField(4, event.state()) +
+                                         bytesField(5, event.text("next_comm=")) +
+                                         numberField(6, event.number("next_pid=")));
+        if (event.function == "sched_wakeup")
+            return bytesField(
+                    17, bytesField(1, event.text("comm=")) + numberField(2, event.number(" pid=")));
+        if (event.function == "binder_transaction" ||
+            event.function == "binder_transaction_received")
+            return bytesField(event.function == "binder_transaction" ? 50 : 51,
+                              numberField(1, event.number("transaction=")));
+        return bytesField(3, numberField(1, 77) + bytesField(2, event.payload + "\n"));
+    }
+
+    std::string mEvents, mSwitchTimes, mStates, mNextThreads, mNames, mNameIndices;
+    std::string mWakeTimes, mWoken, mWakeFlags;
+    uint64_t mLastSwitchNs = 0;
+    uint64_t mLastWakeNs = 0;
+    uint64_t mNameCount = 0;
+};
 
 std::string zlibOf(const std::string& bytes) {
     uLongf size = compressBound(bytes.size());
@@ -107,22 +201,34 @@ std::string oldestPageOf(const std::string& ftrace) {
            replaced(escaped, "\n", "\\n\\\n") + "\";\n</script></html>\n";
 }
 
-std::string perfettoOf(const Samples& samples, PacketPacking packing) {
-    constexpr size_t kSamplesPerBundle = 50;
+std::string perfettoOf(const std::string& ftrace, PacketPacking packing, bool compact) {
+    constexpr int kLinesPerBundle = 50;
+    std::istringstream lines(ftrace);
     std::string trace = packet(bytesField(33, "a packet of another kind"));
-    for (size_t start = 0; start < samples.size(); start += 2 * kSamplesPerBundle) {
-        std::string events[2];
-        for (size_t i = start; i < samples.size() && i < start + 2 * kSamplesPerBundle; ++i) {
-            events[i / 3 % 2] += printEvent(samples[i]);
-        }
+    std::map<int, Bundle> bundles;  // by processor
+    int count = 0;
+    const auto flush = [&] {
         std::string packets;
-        for (uint64_t cpu = 0; cpu < 2; ++cpu) {
-            const std::string bundle = numberField(1, cpu) + events[cpu] + numberField(3, 0);
-            packets += packet(bytesField(1, bundle));
-        }
+        for (const auto& [cpu, bundle] : bundles)
+            packets += packet(bytesField(1, numberField(1, static_cast<uint64_t>(cpu)) +
+                                                    bundle.fields() + numberField(3, 0)));
         trace += packedPackets(packets, packing);
+        bundles.clear();
+    };
+    for (std::string text; std::getline(lines, text);) {
+        TextEvent event;
+        if (!event.read(text)) continue;
+        // Where a thread writes its markers is no matter, but that they keep their order.
+        const int cpu = event.function == "tracing_mark_write" ? event.thread % 2 : event.cpu;
+        bundles[cpu].add(event, compact);
+        if (++count % (2 * kLinesPerBundle) == 0) flush();
     }
+    flush();
     return trace;
+}
+
+std::string perfettoOf(const Samples& samples, PacketPacking packing) {
+    return perfettoOf(ftraceOf(samples), packing, false);
 }
 
 std::string timelineOf(const TimelinePackets& frame, int64_t behindNs) {

@@ -21,7 +21,9 @@ std::string pageOf(const std::string& ftrace);
 std::string oldestPageOf(const std::string& ftrace);
 
 enum class PacketPacking { kNone, kZlib, kZstd };
-// A Perfetto trace: bundles of two CPUs in turn, with packets of other kinds in between.
+// A Perfetto trace of what ftrace wrote, with the bundles of the processors in turn: every event for
+// itself, or switches and wake-ups in columns.
+std::string perfettoOf(const std::string& ftrace, PacketPacking packing, bool compact);
 std::string perfettoOf(const Samples& samples, PacketPacking packing);
 
 // The packets of one frame in a Perfetto trace's frame timeline, on the monotonic clock, which is

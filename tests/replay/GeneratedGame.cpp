@@ -14,6 +14,8 @@ constexpr int64_t kMs = 1'000'000;
 constexpr int64_t kStartNs = 100'000 * kMs;
 constexpr char kLayer[] = "SurfaceView - com.example.game/com.example.game.Main#0";
 constexpr int kAwakeVsyncs = 6;
+constexpr int64_t kOtherFromNs = 2'000 * kMs;
+constexpr int64_t kOtherToNs = 4'000 * kMs;
 constexpr int64_t kLateNs = 2 * kMs;
 
 class Noise {
@@ -53,12 +55,14 @@ class Simulation {
             mNoise(game.seed),
             mWorkNoise(game.seed + 1'000'000),
             mPeriodNs(std::llround(1e9 / game.hz) + mNoise.between(-9, 9) * kUs),
+            mOtherPeriodNs(game.otherHz == 0 ? mPeriodNs : std::llround(1e9 / game.otherHz)),
             mLatchNs(mNoise.between(700, 1'500) * kUs),
             mAppPhaseNs(mNoise.between(0, mPeriodNs / kUs - 1) * kUs),
             mTimerNs(2 * mPeriodNs + mNoise.between(-30, 60) * kUs),
             mJitterPercent(mNoise.between(2, 12)) {}
 
     GeneratedTruth run() {
+        for (int i = 0; i < mGame.chance; ++i) mNoise.next();
         counter(kStartNs, kBinder, kLayer, 0);
         int64_t readyNs = kStartNs + mNoise.between(0, mPeriodNs);
         int64_t returnedNs = readyNs;
@@ -93,9 +97,9 @@ class Simulation {
         const Thread* waker = &kIdle;
         if (mGame.make == GeneratedGame::Make::kVsyncs) {
             const int64_t since = mGame.takesMissed ? lastNs + 200 * kUs : returnedNs;
-            const int64_t zero = kStartNs + mAppPhaseNs;
-            const int64_t beats = (since - zero + mPeriodNs - 1) / mPeriodNs;
-            readyNs = std::max(returnedNs, zero + beats * mPeriodNs);
+            int64_t beat = 0;
+            while (beatNs(beat) < since) ++beat;
+            readyNs = std::max(returnedNs, beatNs(beat));
             waker = &kAppVsyncs;
         } else if (mGame.make == GeneratedGame::Make::kTimer) {
             readyNs = frame == 0 ? returnedNs : std::max(returnedNs, lastNs + mTimerNs);
@@ -104,15 +108,17 @@ class Simulation {
             waker = &kFirst;
         }
         if (readyNs <= returnedNs + 60 * kUs) return std::max(readyNs, returnedNs);
+        const int64_t wokenNs = readyNs;
         readyNs += mNoise.between(5, 60) * kUs;
-        sleep(kGame, returnedNs + 20 * kUs, readyNs, *waker);
+        sleep(kGame, returnedNs + 20 * kUs, wokenNs, readyNs, *waker);
         return readyNs;
     }
 
     // The other thread worked until then, and was taken over from at `takenNs`.
     void firstStage(int64_t fromNs, int64_t work, int64_t takenNs) {
         const int64_t doneNs = fromNs + work;
-        if (takenNs > doneNs + 30 * kUs) sleep(kFirst, doneNs + 10 * kUs, takenNs, kGame);
+        if (takenNs > doneNs + 30 * kUs)
+            sleep(kFirst, doneNs + 10 * kUs, takenNs + 5 * kUs, takenNs + 10 * kUs, kGame);
     }
 
     // When there is a buffer.
@@ -125,8 +131,9 @@ class Simulation {
             latch();
         }
         if (beginNs > readyNs) {
+            const int64_t freedNs = beginNs + 5 * kUs;
             beginNs += mNoise.between(10, 60) * kUs;
-            sleep(kGame, readyNs + 5 * kUs, beginNs, kCompositor);
+            sleep(kGame, readyNs + 5 * kUs, freedNs, beginNs, kCompositor);
         }
         marker(beginNs, kGame, "E|2000");
         return beginNs;
@@ -175,9 +182,31 @@ class Simulation {
         return overNs + 8 * kUs;
     }
 
+    int64_t periodNs(int64_t timeNs) const {
+        const bool isOther = timeNs >= kStartNs + kOtherFromNs && timeNs < kStartNs + kOtherToNs;
+        return isOther ? mOtherPeriodNs : mPeriodNs;
+    }
+
+    // A frame that the display's change met is not to blame for it.
+    int64_t periodNs(int64_t fromNs, int64_t toNs) const {
+        return std::max(periodNs(fromNs), periodNs(toNs));
+    }
+
+    int64_t vsyncNs(int64_t vsync) {
+        while (static_cast<int64_t>(mVsyncTimes.size()) <= vsync)
+            mVsyncTimes.push_back(mVsyncTimes.back() + periodNs(mVsyncTimes.back()));
+        return mVsyncTimes[static_cast<size_t>(vsync)];
+    }
+
+    // When applications are told of it. Each rate has a delay of its own.
+    int64_t beatNs(int64_t vsync) {
+        const int64_t at = vsyncNs(vsync);
+        return at + mAppPhaseNs % periodNs(at);
+    }
+
     int64_t latchTimeNs(int64_t vsync) {
         while (static_cast<int64_t>(mLatchTimes.size()) <= vsync) {
-            const int64_t at = kStartNs + static_cast<int64_t>(mLatchTimes.size()) * mPeriodNs;
+            const int64_t at = vsyncNs(static_cast<int64_t>(mLatchTimes.size()));
             mLatchTimes.push_back(at + mLatchNs + mNoise.between(0, 200) * kUs);
         }
         return mLatchTimes[static_cast<size_t>(vsync)];
@@ -189,29 +218,33 @@ class Simulation {
 
     // The compositor at its next vsync.
     void latch() {
-        const int64_t vsyncNs = kStartNs + mVsync * mPeriodNs;
+        const int64_t atNs = vsyncNs(mVsync);
         const int64_t timeNs = latchTimeNs(mVsync++);
         mIdle = mPending.empty() ? mIdle + 1 : 0;
         if (mIdle <= kAwakeVsyncs) {
             mLevel = 1 - mLevel;
-            counter(vsyncNs + mNoise.between(0, 20) * kUs, kVsyncs, "VSYNC-sf", mLevel);
+            counter(atNs + mNoise.between(0, 20) * kUs, kVsyncs, "VSYNC-sf", mLevel);
         }
         if (mPending.empty()) return;
         mLatencies.push_back(timeNs - mPending.front());
         mPending.pop_front();
         mShown = true;
-        if (mLatchedNs > 0 && 2 * (timeNs - mLatchedNs) >= 3 * mPeriodNs) ++mStutters;
+        if (mLatchedNs > 0 && 2 * (timeNs - mLatchedNs) >= 3 * periodNs(mLatchedNs, timeNs))
+            ++mStutters;
         mLatchedNs = timeNs;
         counter(timeNs, kCompositor, kLayer, static_cast<int>(mPending.size()));
     }
 
-    void sleep(const Thread& thread, int64_t fromNs, int64_t untilNs, const Thread& waker) {
-        if (fromNs >= untilNs) return;
+    void sleep(const Thread& thread, int64_t fromNs, int64_t wokenNs, int64_t untilNs,
+               const Thread& waker) {
+        if (fromNs >= wokenNs) return;
         change(fromNs, thread, "S", kIdle);
+        const bool servesOthers = waker.id != 0 && waker.cpu < kGame.cpu;
+        if (servesOthers) change(wokenNs - 3 * kUs, kIdle, "R", waker);
         const Thread on{waker.name, waker.id, waker.id == 0 ? thread.cpu : waker.cpu};
-        event(untilNs - 5 * kUs, on, waker.id == 0,
-              "sched_wakeup: comm=%s pid=%d prio=110 target_cpu=%03d", thread.name, thread.id,
-              thread.cpu);
+        event(wokenNs, on, waker.id == 0, "sched_wakeup: comm=%s pid=%d prio=110 target_cpu=%03d",
+              thread.name, thread.id, thread.cpu);
+        if (servesOthers) change(wokenNs + 3 * kUs, waker, "S", kIdle);
         change(untilNs, kIdle, "R", thread);
     }
 
@@ -264,7 +297,10 @@ class Simulation {
         truth.framesPerSecond = static_cast<double>(mQueued.size() - 1) * 1e9 /
                                 static_cast<double>(mQueued.back() - mQueued.front());
         for (size_t i = 1; i < mQueued.size(); ++i)
-            truth.lateFrames += mQueued[i] - mQueued[i - 1] > mPeriodNs + kLateNs ? 1 : 0;
+            truth.lateFrames +=
+                    mQueued[i] - mQueued[i - 1] > periodNs(mQueued[i - 1], mQueued[i]) + kLateNs
+                            ? 1
+                            : 0;
         truth.stutters = mStutters;
         truth.latencyP50Ns = median(mLatencies);
         truth.workP50Ns = median(mWork);
@@ -279,11 +315,13 @@ class Simulation {
     Noise mNoise;
     Noise mWorkNoise;  // so that a game works the same however it is held
     const int64_t mPeriodNs;
+    const int64_t mOtherPeriodNs;
     const int64_t mLatchNs;
     const int64_t mAppPhaseNs;
     const int64_t mTimerNs;
     const int64_t mJitterPercent;
     std::vector<std::pair<int64_t, std::string>> mLines;
+    std::vector<int64_t> mVsyncTimes = {kStartNs};
     std::vector<int64_t> mLatchTimes, mQueued, mWork, mLatencies;
     std::deque<int64_t> mPending;
     int64_t mVsync = 0;
@@ -300,6 +338,7 @@ class Simulation {
 std::string GeneratedGame::name() const {
     static constexpr const char* kNames[kMakes] = {"buffers", "vsyncs", "timer", "stages"};
     return std::string(kNames[static_cast<int>(make)]) + " " + std::to_string(hz) + " Hz, " +
+           (otherHz == 0 ? "" : std::to_string(otherHz) + " Hz between, ") +
            std::to_string(buffers) + " buffers, " + std::to_string(loadPercent) + " %, seed " +
            std::to_string(seed) + (scheduled ? ", scheduled" : "") + (slots ? ", slots" : "") +
            (takesMissed ? ", takes missed" : "");
@@ -317,6 +356,10 @@ GeneratedGame generatedGame(GeneratedGame::Make make, bool scheduled, unsigned s
     game.loadPercent = static_cast<int>(noise.between(30, 130));
     game.slots = noise.oneIn(2);
     game.takesMissed = noise.oneIn(2);
+    const int otherHz = kRates[noise.between(0, 3)];
+    if (otherHz == game.hz || !noise.oneIn(2)) return game;
+    game.otherHz = otherHz;
+    game.frames = 4 * game.hz + 2 * otherHz;
     return game;
 }
 

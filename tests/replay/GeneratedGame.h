@@ -13,6 +13,7 @@ struct GeneratedGame {
 
     Make make = Make::kBuffers;
     int hz = 60;
+    int otherHz = 0;  // of the display in the third second and the fourth; 0: no other
     int buffers = 3;
     int loadPercent = 60;      // what a frame's work takes of a vsync period
     bool takesMissed = false;  // kVsyncs: a vsync that came while it worked begins the next frame
@@ -20,6 +21,8 @@ struct GeneratedGame {
     bool slots = false;        // and the compositor's queue slices
     int64_t holdNs = 0;        // every queue call takes so long
     unsigned seed = 1;
+    int chance =
+            0;  // the same game again, but for when threads are woken and vsyncs come to the microsecond
     int frames = 400;
 
     std::string name() const;

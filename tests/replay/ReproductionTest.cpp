@@ -5,10 +5,13 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <regex>
+#include <sstream>
 
 #include "replay/base/Statistics.h"
 #include "replay/capture/ReadCapture.h"
 #include "replay/plan/PlayInput.h"
+#include "tests/replay/CaptureFormats.h"
 #include "tests/replay/GeneratedGame.h"
 
 namespace replay {
@@ -22,8 +25,8 @@ unsigned seedsPerMake() {
     return text == nullptr ? 8 : static_cast<unsigned>(std::atoi(text));
 }
 
-Input inputOf(const GeneratedTruth& truth) {
-    MemorySource bytes{std::string_view(truth.ftrace)};
+Input inputOf(const std::string& capture) {
+    MemorySource bytes{std::string_view(capture)};
     Input input;
     input.capture = readCapture(bytes, "generated");
     return input;
@@ -57,7 +60,7 @@ TEST(Reproduction, GeneratedGames_AreGivenBackOrSaidNotToBe) {
     size_t missed = 0;
     forEachGame([&](const GeneratedGame& game) {
         const GeneratedTruth truth = generate(game);
-        const Played played = playInput(inputOf(truth), setup);
+        const Played played = playInput(inputOf(truth.ftrace), setup);
         const Reproduction& reproduction = *played.findings.reproduction;
         ++games;
         missed += reproduction.holds() ? 0 : 1;
@@ -78,8 +81,53 @@ TEST(Reproduction, GeneratedGames_AreGivenBackOrSaidNotToBe) {
     EXPECT_LE(100 * missed, games) << missed << " of " << games;
 }
 
+std::string without(const char* what, const std::string& ftrace) {
+    std::string kept;
+    std::istringstream lines(ftrace);
+    for (std::string line; std::getline(lines, line);)
+        if (line.find(what) == std::string::npos) kept += line + '\n';
+    return kept;
+}
+
+// Single events or columns, wake-ups or wakings, and the three ways to who queued a buffer.
+TEST(Reproduction, SchedulingInEveryForm_DividesTheFramesAlike) {
+    replay::Setup setup;
+    setup.withLibrary = false;
+    Parts all{};
+    for (int make = 0; make < GeneratedGame::kMakes; ++make) {
+        GeneratedGame game = generatedGame(static_cast<GeneratedGame::Make>(make), true, 3);
+        game.frames = 150;
+        game.loadPercent = 60;
+        const std::string text = generate(game).ftrace;
+        const auto framesOf = [&](const std::string& bytes) {
+            return playInput(inputOf(bytes), setup).findings.frames;
+        };
+        const std::vector<Frame> expected = framesOf(text);
+        for (const Frame& frame : expected)
+            for (size_t part = 0; part < kParts; ++part) all[part] += frame.parts[part];
+        const std::pair<const char*, std::string> kForms[] = {
+                {"wakings", std::regex_replace(text, std::regex("sched_wakeup"), "sched_waking")},
+                {"queue calls", without("binder_", text)},
+                {"wakers", without("|queueBuffer", without("binder_", text))},
+                {"perfetto", perfettoOf(text, PacketPacking::kNone, false)},
+                {"columns", perfettoOf(text, PacketPacking::kZstd, true)},
+        };
+        for (const auto& [form, bytes] : kForms) {
+            const std::vector<Frame> frames = framesOf(bytes);
+            ASSERT_EQ(frames.size(), expected.size()) << form;
+            // The columns do not tell who ran before the first switch.
+            for (size_t i = 2; i < frames.size(); ++i) {
+                EXPECT_EQ(frames[i].parts, expected[i].parts) << form << ", frame " << i;
+                EXPECT_EQ(frames[i].because, expected[i].because) << form << ", frame " << i;
+            }
+        }
+    }
+    for (const Part part : {Part::kBuffer, Part::kVsync, Part::kTimer, Part::kRunnable})
+        EXPECT_GT(partOf(all, part), partOf(all, Part::kUnknown));
+}
+
 // With the scheduling it is known what a game would do if it were held. What it did is then told by
-// the generator alone.
+// the generator alone. A game that a few microseconds turn into another one tells nothing.
 TEST(Reproduction, GamesUnderAKnownPacing_DoWhatTheyWouldHaveDone) {
     replay::Setup setup;
     setup.library = CINDRAL_PACING_LIBRARY;
@@ -89,10 +137,12 @@ TEST(Reproduction, GamesUnderAKnownPacing_DoWhatTheyWouldHaveDone) {
     std::string which;
     forEachGame([&](GeneratedGame game) {
         if (!game.scheduled) return;
-        const Input input = inputOf(generate(game));
+        const Input input = inputOf(generate(game).ftrace);
         game.holdNs = 1'000'000'000 / game.hz * (game.seed % 3 + 1) / 8 / 1000 * 1000;
         setenv("PACING_HOLD_NS", std::to_string(game.holdNs).c_str(), 1);
         const GeneratedTruth truth = generate(game);
+        game.chance = 1;
+        if (!givesBack(truth, figuresOf(generate(game)))) return;
         const Played played = playInput(input, setup);
         const Reproduction::Figures modelled =
                 reproductionFigures(input.layer(), played.findings.refresh, played.run);
@@ -105,7 +155,7 @@ TEST(Reproduction, GamesUnderAKnownPacing_DoWhatTheyWouldHaveDone) {
         which += game.name() + ": " + comparison.describe() + "; " +
                  played.findings.reproduction->game + "\n";
     });
-    EXPECT_LE(20 * missed, games) << which;
+    EXPECT_LE(100 * missed, games) << which;
 }
 
 }  // namespace
