@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include <iterator>
 
 #include "replay/base/Error.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 
@@ -17,11 +19,27 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Nobody else's, on whatever machine that shares the folder.
-std::string nameBeside(const std::string& path) {
+constexpr char kPartEnding[] = ".part";
+
+// Nobody else's, on whatever machine that shares the folder: what this machine writes beside `path`
+// begins so, then comes the process.
+std::string partsOf(const std::string& path) {
     char host[65] = "";
     gethostname(host, sizeof(host) - 1);
-    return path + "." + host + "." + std::to_string(getpid()) + ".part";
+    return fs::absolute(path).string() + "." + host + ".";
+}
+
+// Those of processes that were killed as they wrote the same file.
+void removeLeftovers(const std::string& parts) {
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(fs::path(parts).parent_path(), error)) {
+        const std::string path = entry.path().string();
+        if (!startsWith(path, parts) || !endsWith(path, kPartEnding)) continue;
+        const size_t digits = path.size() - parts.size() - (sizeof(kPartEnding) - 1);
+        pid_t writer = 0;
+        const bool isOurs = toNumber(std::string_view(path).substr(parts.size(), digits), writer);
+        if (isOurs && kill(writer, 0) != 0 && errno == ESRCH) fs::remove(entry.path(), error);
+    }
 }
 
 // What a link leads to, so that it stays a link.
@@ -44,7 +62,9 @@ void replaceFile(const std::string& path, const std::function<void(const std::st
     const fs::file_status status = fs::status(path, error);
     if (fs::exists(status) && !fs::is_regular_file(status)) return write(path);
     const std::string target = targetOf(path);
-    const std::string part = nameBeside(target);
+    const std::string parts = partsOf(target);
+    removeLeftovers(parts);
+    const std::string part = parts + std::to_string(getpid()) + kPartEnding;
     try {
         write(part);
         if (fs::exists(status)) fs::permissions(part, status.permissions(), error);

@@ -13,7 +13,8 @@ void finishOutput(std::ostream& out, const std::string& name);
 
 // Lets `write` make a file of the name it is given, and then puts it in the place of `path`: others
 // see what was there before, or all of it, also if the run is interrupted. What is no file, such as
-// a pipe, is written to directly. Throws OutputError, and what `write` throws.
+// a pipe, is written to directly. What a killed run of this machine left half written of the same path
+// goes. Throws OutputError, and what `write` throws.
 void replaceFile(const std::string& path, const std::function<void(const std::string&)>& write);
 
 // The same, for what is written as a stream.

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <set>
-#include <utility>
 
 #include "replay/base/Error.h"
 #include "replay/base/Output.h"
@@ -21,51 +20,32 @@ namespace fs = std::filesystem;
 
 constexpr char kManifestName[] = "captures.csv";
 constexpr char kPathColumn[] = "path";
+constexpr char kByteOrderMark[] = "\xef\xbb\xbf";
 
-// Fields in quotes may hold commas, line breaks and doubled quotes, as spreadsheets write them.
-class CsvReader {
-  public:
-    explicit CsvReader(std::string text) : mText(std::move(text)) {
-        if (mText.rfind("\xef\xbb\xbf", 0) == 0) mAt = 3;  // a byte order mark
-    }
-
-    // False at the end. Empty lines are left out.
-    bool readLine(std::vector<std::string>& fields) {
-        while (mAt < mText.size() && (mText[mAt] == '\n' || mText[mAt] == '\r')) ++mAt;
-        if (mAt == mText.size()) return false;
-        fields.assign(1, readField());
-        while (mAt < mText.size() && mText[mAt] == ',') {
-            ++mAt;
-            fields.push_back(readField());
+// The lines of a CSV text. Fields in quotes may hold commas, line breaks and doubled quotes, as
+// spreadsheets write them; empty lines are left out.
+std::vector<std::vector<std::string>> parseCsv(const std::string& text) {
+    std::vector<std::vector<std::string>> lines{{""}};
+    bool isQuoted = false;
+    for (size_t i = startsWith(text, kByteOrderMark) ? sizeof(kByteOrderMark) - 1 : 0;
+         i < text.size(); ++i) {
+        const char c = text[i];
+        std::vector<std::string>& line = lines.back();
+        if (isQuoted && c == '"' && text[i + 1] == '"') {
+            line.back() += text[++i];
+        } else if (c == '"' && (isQuoted || line.back().empty())) {
+            isQuoted = !isQuoted;
+        } else if (isQuoted || (c != ',' && c != '\r' && c != '\n')) {
+            line.back() += c;
+        } else if (c == ',') {
+            line.emplace_back();
+        } else if (line.size() > 1 || !line[0].empty()) {
+            lines.push_back({""});
         }
-        return true;
     }
-
-  private:
-    std::string readField() {
-        if (mAt < mText.size() && mText[mAt] == '"') return readQuoted();
-        const size_t end = std::min(mText.find_first_of(",\r\n", mAt), mText.size());
-        return mText.substr(std::exchange(mAt, end), end - mAt);
-    }
-
-    std::string readQuoted() {
-        std::string field;
-        for (++mAt; mAt < mText.size(); ++mAt) {
-            if (mText[mAt] != '"') {
-                field += mText[mAt];
-            } else if (mText.compare(mAt, 2, "\"\"") == 0) {
-                field += mText[mAt++];
-            } else {
-                ++mAt;
-                break;
-            }
-        }
-        return field;
-    }
-
-    std::string mText;
-    size_t mAt = 0;
-};
+    if (lines.back().size() == 1 && lines.back()[0].empty()) lines.pop_back();
+    return lines;
+}
 
 void requireHeader(const std::string& path, const std::vector<std::string>& header) {
     if (std::count(header.begin(), header.end(), kPathColumn) != 1) {
@@ -79,15 +59,15 @@ void requireHeader(const std::string& path, const std::vector<std::string>& head
 }
 
 void addManifest(std::vector<FleetCapture>& captures, const std::string& path) {
-    CsvReader reader(contentOf(path));
-    std::vector<std::string> header;
-    reader.readLine(header);  // of nothing, if the file cannot be read
+    auto lines = parseCsv(contentOf(path));  // none, if the file cannot be read
+    lines.resize(std::max<size_t>(1, lines.size()));
+    const std::vector<std::string>& header = lines[0];
     requireHeader(path, header);
-    std::vector<std::string> fields;
-    for (size_t line = 2; reader.readLine(fields); ++line) {
+    for (size_t row = 1; row < lines.size(); ++row) {
+        const std::vector<std::string>& fields = lines[row];
         if (fields.size() != header.size()) {
             throw InputError(format("%s: row %zu has %zu fields, the header %zu", path.c_str(),
-                                    line, fields.size(), header.size()));
+                                    row + 1, fields.size(), header.size()));
         }
         FleetCapture capture;
         for (size_t i = 0; i < fields.size(); ++i) capture.columns[header[i]] = fields[i];
@@ -156,13 +136,6 @@ std::string hashOfText(const std::string& text) {
     char digest[SHA256_DIGEST_STRING_LENGTH];
     SHA256Data(reinterpret_cast<const uint8_t*>(text.data()), text.size(), digest);
     return digest;
-}
-
-std::string csvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-    std::string field = "\"";
-    for (const char c : text) field += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return field + "\"";
 }
 
 }  // namespace replay

@@ -30,7 +30,4 @@ std::vector<FleetCapture> shardOf(const std::vector<FleetCapture>& captures, uns
 std::string hashOfFile(const std::string& path);
 std::string hashOfText(const std::string& text);
 
-// As a field of a CSV line, in quotes where it needs them.
-std::string csvField(const std::string& text);
-
 }  // namespace replay

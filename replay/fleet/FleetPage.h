@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "replay/fleet/Table.h"
+
 namespace replay {
 
 struct FleetPage {
@@ -14,7 +16,7 @@ struct FleetPage {
     std::vector<std::string> options;  // of the settings to show; empty: all
 };
 
-// Of a table that gatherRows wrote. Throws InputError if it has no base, and OutputError.
-void writeFleetPage(const std::string& path, const std::string& table, const FleetPage& page);
+// Of a table that gatherRows filled. Throws InputError if it has no base, and OutputError.
+void writeFleetPage(const std::string& path, const Table& table, const FleetPage& page);
 
 }  // namespace replay

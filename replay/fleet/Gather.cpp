@@ -1,18 +1,13 @@
 #include "replay/fleet/Gather.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
-#include <cmath>
 #include <filesystem>
-#include <map>
-#include <set>
 
 #include "replay/base/Error.h"
 #include "replay/base/Output.h"
+#include "replay/base/Text.h"
 #include "replay/findings/Figures.h"
 #include "replay/fleet/Row.h"
-#include "replay/fleet/Table.h"
 
 namespace replay {
 
@@ -20,166 +15,148 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// By name within a folder of rows: where it is, once for each folder that has it.
-using Files = std::map<std::string, std::set<std::string>>;
+// Of a row, as in its file.
+constexpr const char* kTexts[] = {"capture", "setting",    "library",   "model",
+                                  "failure", "layer",      "damage",    "misses",
+                                  "options", "reproduced", "conditions"};
+constexpr char kFirstColumns[] = "name,other_names,";
 
-struct Found {
-    Files rows;
-    Files captures;
-};
-
-void addFile(Found& found, const fs::path& path) {
-    const std::string name = path.filename().string();
-    if (path.extension() == kRowEnding) found.rows[name].insert(path.string());
-    if (path.extension() == kCaptureEnding) found.captures[name].insert(path.string());
-}
-
-// What has one name in several folders should be the same, but for a library or a manifest that was
-// changed by hand; then the choice must at least not depend on the order.
-template <typename Record, typename Take>
-void forEachRecord(const Files& files, GatherResult& result, Take take) {
-    for (const auto& [name, paths] : files) {
-        std::map<std::string, Record> byText;
-        for (const std::string& path : paths) {
-            const std::string text = contentOf(path);
-            try {
-                byText.emplace(text, parseRecord<Record>(text, path));
-            } catch (const InputError& error) {
-                ++result.unreadable;
-                complain(error.what());
-            }
-        }
-        if (byText.size() > 1) complain(name + ": differs between the folders; one was taken");
-        if (!byText.empty()) take(byText.begin()->second);
-    }
-}
-
-class TableWriter {
+// Lets SQLite read, sort and join what is in the files, so that nothing of them stays in memory. What
+// is in the way is in its own temporary tables.
+class Gatherer {
   public:
-    TableWriter(const Found& found, GatherResult& result) : mFound(found), mResult(result) {}
+    explicit Gatherer(const Table& table) : mTable(table) {
+        mTable.run(
+                "BEGIN; CREATE TEMP TABLE files(ending TEXT, name TEXT, path TEXT,"
+                " PRIMARY KEY(ending, name, path)) WITHOUT ROWID;"
+                "CREATE TEMP TABLE names(capture TEXT, name TEXT, columns TEXT,"
+                " PRIMARY KEY(capture, name)) WITHOUT ROWID");
+    }
 
-    void write(const std::string& path) {
-        readCaptures();
-        Table table(path, Table::Use::kNew);
-        table.run("BEGIN");
-        writeCaptures(table);
-        writeRows(table);
-        std::string known = "name,other_names,";
-        for (const std::string& column : mColumns) known += sqlName(column) + ",";
-        table.run("CREATE VIEW fleet AS SELECT " + known +
-                  "runs.* FROM runs LEFT JOIN captures USING (capture); COMMIT");
+    GatherResult gather(const std::vector<std::string>& folders) {
+        for (const std::string& folder : folders) addFolder(folder);
+        const std::string columns = writeCaptures();
+        writeRuns();
+        mTable.run("CREATE VIEW fleet AS SELECT " + (kFirstColumns + columns) +
+                   "runs.* FROM runs LEFT JOIN captures USING (capture); COMMIT");
+        mResult.rows = count("runs");
+        mResult.failed = count("runs WHERE failure <> ''");
+        mResult.captures = count("captures");
+        return mResult;
     }
 
   private:
-    void readCaptures() {
-        const auto take = [&](const CaptureRecord& record) {
-            mCaptures[record.capture][record.name] = record.columns;
-            for (const auto& [column, value] : record.columns) mColumns.insert(column);
-        };
-        forEachRecord<CaptureRecord>(mFound.captures, mResult, take);
-        mResult.captures = mCaptures.size();
+    size_t count(const std::string& of) const {
+        return std::stoul(mTable.valueOf("SELECT count(*) FROM " + of));
     }
 
-    // A capture that is known by several names has one line, under the first of them.
-    void writeCaptures(Table& table) {
-        std::string fields = "capture TEXT PRIMARY KEY,name TEXT,other_names TEXT";
-        for (const std::string& column : mColumns) fields += "," + sqlName(column) + " TEXT";
-        table.run("CREATE TABLE captures(" + fields + ") WITHOUT ROWID");
-        Statement insert(table, "INSERT INTO captures VALUES(" + places(3 + mColumns.size()) + ")");
-        for (const auto& [capture, names] : mCaptures) {
-            std::vector<std::string> values{capture, names.begin()->first, ""};
-            for (auto name = std::next(names.begin()); name != names.end(); ++name) {
-                values[2] += (values[2].empty() ? "" : "; ") + name->first;
-            }
-            for (const std::string& column : mColumns) {
-                const Columns& known = names.begin()->second;
-                values.push_back(known.count(column) == 0 ? "" : known.at(column));
-            }
-            insert.run(values, {});
-        }
-    }
-
-    void writeRows(Table& table) {
-        std::string fields =
-                "capture TEXT,setting TEXT,library TEXT,model TEXT,failure TEXT,layer TEXT,"
-                "damage TEXT,reproduced TEXT,misses TEXT,options TEXT,conditions "
-                "TEXT,other_figures TEXT";
-        for (const char* summary : kSummaries)
-            fields += std::string(",") + summary + "_summary TEXT";
-        fields += ",seconds REAL";
-        for (const Figure& figure : figures()) fields += "," + sqlName(figure.name) + " REAL";
-        table.run("CREATE TABLE runs(" + fields + ")");
-        const auto count = std::count(fields.begin(), fields.end(), ',') + 1;
-        Statement insert(table,
-                         "INSERT INTO runs VALUES(" + places(static_cast<size_t>(count)) + ")");
-        forEachRecord<Row>(mFound.rows, mResult, [&](const Row& row) { insertRow(insert, row); });
-    }
-
-    static std::string places(size_t count) {
-        std::string text = "?";
-        for (size_t i = 1; i < count; ++i) text += ",?";
-        return text;
-    }
-
-    void insertRow(Statement& insert, Row row) {
-        std::vector<double> numbers{row.failure.empty() ? row.seconds : NAN};
-        for (const Figure& figure : figures()) {
-            const auto node = row.figures.extract(figure.name);
-            numbers.push_back(node ? node.mapped() : NAN);
-        }
-        // What is left is of a program that has other figures than this one.
-        const std::string others = row.figures.empty() ? "" : nlohmann::json(row.figures).dump();
-        std::vector<std::string> texts{row.capture,
-                                       row.setting,
-                                       row.library,
-                                       std::to_string(row.model),
-                                       row.failure,
-                                       row.layer,
-                                       row.damage,
-                                       row.reproduced,
-                                       row.misses,
-                                       row.options,
-                                       nlohmann::json(row.conditions).dump(),
-                                       others};
-        for (const char* summary : kSummaries) texts.push_back(row.summaries[summary]);
-        insert.run(texts, numbers);
-        ++mResult.rows;
-        if (!row.failure.empty()) ++mResult.failed;
-    }
-
-    const Found& mFound;
-    GatherResult& mResult;
-    std::map<std::string, std::map<std::string, Columns>> mCaptures;  // by hash, by name
-    std::set<std::string> mColumns;
-};
-
-Found findFiles(const std::vector<std::string>& folders, GatherResult& result) {
-    Found found;
-    for (const std::string& folder : folders) {
+    void addFolder(const std::string& folder) {
+        Statement insert(mTable, "INSERT OR IGNORE INTO files VALUES(?, ?, ?)");
         try {
             for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-                addFile(found, entry.path());
+                const fs::path& path = entry.path();
+                const std::string ending = path.extension().string();
+                if (ending != kRowEnding && ending != kCaptureEnding) continue;
+                insert.run({ending, path.filename().string(), path.string()});
             }
         } catch (const fs::filesystem_error& error) {
-            ++result.unreadable;
-            complain(folder + ": " + error.code().message());
+            refuse(folder + ": " + error.code().message());
         }
     }
-    return found;
+
+    void refuse(const std::string& reason) {
+        ++mResult.unreadable;
+        complain(reason);
+    }
+
+    // Runs the statement for what is in each file. What has one name in several folders should be the
+    // same, but for a library or a manifest that was changed by hand; then the choice must at least
+    // not depend on their order.
+    void forEachFile(const char* ending, const char* member, const std::string& sql) {
+        Statement files(mTable, "SELECT name, path FROM files WHERE ending = ? ORDER BY 1, 2");
+        Statement isWhole(mTable,
+                          "SELECT 1 WHERE CASE WHEN json_valid(?1) THEN json_type(?1, '$.capture') "
+                          "= 'text' AND json_type(?1, '$.' || ?2) = 'object' END");
+        Statement take(mTable, sql);
+        std::string name;
+        std::string text;
+        for (bool more = files.run({ending}); more; more = files.step()) {
+            const std::string path = files.text(1);
+            const std::string found = contentOf(path);
+            if (!isWhole.run({found, member})) {
+                refuse(path + ": is no row, or not a whole one; remove it and sweep again");
+                continue;
+            }
+            if (files.text(0) == name) {
+                if (found != text) complain(name + ": differs between the folders; one was taken");
+                text = std::min(text, found);
+                continue;
+            }
+            if (!text.empty()) take.run({text});
+            name = files.text(0);
+            text = found;
+        }
+        if (!text.empty()) take.run({text});
+    }
+
+    // A capture that is known by several names has one line, under the first of them. Returns the
+    // columns that the lists of captures gave.
+    std::string writeCaptures() {
+        forEachFile(
+                kCaptureEnding, "columns",
+                "INSERT OR IGNORE INTO names SELECT ?1->>'capture', ?1->>'name', ?1->'columns'");
+        std::string columns;
+        std::string fields = "capture TEXT PRIMARY KEY, name TEXT, other_names TEXT";
+        std::string values =
+                "capture, min(name), substr(group_concat(name, '; '), length(name) + 3)";
+        Statement all(mTable, "SELECT DISTINCT key FROM names, json_each(columns) ORDER BY 1");
+        while (all.step()) {
+            columns += sqlName(all.text(0)) + ",";
+            fields += "," + sqlName(all.text(0)) + " TEXT";
+            values += ", coalesce((SELECT value FROM json_each(columns) WHERE key = " +
+                      sqlText(all.text(0)) + "), '')";
+        }
+        mTable.run("CREATE TABLE captures(" + fields +
+                   ") WITHOUT ROWID; INSERT INTO captures SELECT " + values +
+                   " FROM (SELECT * FROM names ORDER BY 1, 2) GROUP BY capture");
+        return columns;
+    }
+
+    void writeRuns() {
+        std::string fields;
+        std::string values;
+        const auto add = [&](const std::string& field, const char* type, const std::string& value) {
+            fields += (fields.empty() ? "" : ", ") + sqlName(field) + type;
+            values += (values.empty() ? "?1->>'$." : ", ?1->>'$.") + value + "'";
+        };
+        for (const char* text : kTexts) add(text, " TEXT", text);
+        for (const char* summary : kSummaries) {
+            add(std::string(summary) + "_summary", " TEXT", std::string("summaries.") + summary);
+        }
+        add("seconds", " REAL", "seconds");
+        for (const Figure& figure : figures()) {
+            add(figure.name, " REAL", std::string("figures.") + figure.name);
+        }
+        mTable.run("CREATE TABLE runs(" + fields + ")");
+        forEachFile(kRowEnding, "figures", "INSERT INTO runs SELECT " + values);
+    }
+
+    const Table& mTable;
+    GatherResult mResult;
+};
+
+std::string csvField(const std::string& text) {
+    return text.find_first_of(",\"\r\n") == std::string::npos ? text : sqlName(text);
 }
 
 }  // namespace
 
-GatherResult gatherRows(const std::vector<std::string>& folders, const std::string& table) {
-    GatherResult result;
-    const Found found = findFiles(folders, result);
-    replaceFile(table, [&](const std::string& part) { TableWriter(found, result).write(part); });
-    return result;
+GatherResult gatherRows(const std::vector<std::string>& folders, const Table& table) {
+    return Gatherer(table).gather(folders);
 }
 
-void writeCsv(const std::string& table, const std::string& csv) {
-    const Table source(table, Table::Use::kRead);
-    Statement all(source, "SELECT * FROM fleet ORDER BY name, setting, library, model, options");
+void writeCsv(const Table& table, const std::string& csv) {
+    Statement all(table, "SELECT * FROM fleet ORDER BY name, setting, library, model, options");
     const auto line = [&](std::ostream& out, const auto& textOf) {
         for (int i = 0; i < all.columns(); ++i) out << (i > 0 ? "," : "") << csvField(textOf(i));
         out << "\n";
@@ -188,6 +165,10 @@ void writeCsv(const std::string& table, const std::string& csv) {
         line(out, [&](int i) { return all.name(i); });
         while (all.step()) line(out, [&](int i) { return all.text(i); });
     });
+}
+
+bool isTableCsv(std::string_view firstBytes) {
+    return startsWith(firstBytes, kFirstColumns);
 }
 
 }  // namespace replay

@@ -3,7 +3,10 @@
 // Folders of rows to one table.
 
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "replay/fleet/Table.h"
 
 namespace replay {
 
@@ -14,11 +17,14 @@ struct GatherResult {
     size_t unreadable = 0;  // files and folders; each was complained of
 };
 
-// Writes the table: a SQLite file with a view `fleet` of all there is. The same rows give the same
-// bytes, from however many folders and in any order. Throws OutputError, and leaves what was there.
-GatherResult gatherRows(const std::vector<std::string>& folders, const std::string& table);
+// Fills a new table, with a view `fleet` of all there is. The same rows give the same bytes, from
+// however many folders and in any order. Memory does not depend on their number. Throws OutputError.
+GatherResult gatherRows(const std::vector<std::string>& folders, const Table& table);
 
 // The view as CSV. Throws OutputError.
-void writeCsv(const std::string& table, const std::string& csv);
+void writeCsv(const Table& table, const std::string& csv);
+
+// Of the beginning of a file: whether writeCsv wrote it.
+bool isTableCsv(std::string_view firstBytes);
 
 }  // namespace replay

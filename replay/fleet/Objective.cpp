@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <sstream>
 
 #include "replay/base/Error.h"
@@ -24,14 +23,6 @@ double numberOf(const std::string& text, const std::string& whole) {
         throw InputError(inQuotes(whole) + ": " + inQuotes(text) + " is no number");
     }
     return number;
-}
-
-const Figure& figureAt(size_t index) {
-    return figures()[index];
-}
-
-bool isPerMinute(const Figure& figure) {
-    return figure.isCount() || std::string(figure.unit) == "s";
 }
 
 }  // namespace
@@ -81,68 +72,51 @@ Values Objective::valuesOf(const Row& row) const {
     Values values;
     if (!row.failure.empty()) return values;
     for (const size_t index : mFigures) {
-        const auto found = row.figures.find(figureAt(index).name);
-        const double value = found == row.figures.end() ? 0 : found->second;
-        const bool scaled = isPerMinute(figureAt(index)) && row.seconds > 0;
-        values.push_back(scaled ? value * 60 / row.seconds : value);
+        const Figure& figure = replay::figures()[index];
+        const auto found = row.figures.find(figure.name);
+        const bool perMinute = figure.isCount() || std::string(figure.unit) == "s";
+        const double scale = perMinute && row.seconds > 0 ? 60 / row.seconds : 1;
+        values.push_back(found == row.figures.end() ? 0 : found->second * scale);
     }
     return values;
 }
 
-double Objective::mean(const std::vector<Values>& runs, size_t i) {
-    double sum = 0;
-    size_t count = 0;
+Values Objective::mean(const std::vector<Values>& runs) {
+    Values sum;
+    double count = 0;
     for (const Values& run : runs) {
         if (run.empty()) continue;
-        sum += run[i];
+        sum.resize(run.size());
+        for (size_t i = 0; i < run.size(); ++i) sum[i] += run[i];
         ++count;
     }
-    return count == 0 ? 0 : sum / static_cast<double>(count);
+    for (double& value : sum) value /= count;
+    return sum;
 }
 
-double Objective::figureChange(size_t i, double before, double after) const {
-    const double change = (after - before) / std::max(std::abs(before), kLeastBase);
-    return figureAt(mFigures[i]).better == Figure::Better::kLess ? change : -change;
-}
-
-bool Objective::breaksLimit(const Values& before, const Values& after) const {
-    return std::any_of(mLimits.begin(), mLimits.end(), [&](const Term& limit) {
-        const size_t i = limit.figure;
-        return figureChange(i, before[i], after[i]) > limit.weight;
-    });
+double Objective::figureChange(size_t i, const Values& before, const Values& after) const {
+    const double change = (after[i] - before[i]) / std::max(std::abs(before[i]), kLeastBase);
+    return replay::figures()[mFigures[i]].better == Figure::Better::kLess ? change : -change;
 }
 
 double Objective::change(const std::vector<Values>& base, const std::vector<Values>& other) const {
-    Values before(mFigures.size());
-    Values after(mFigures.size());
-    double count = 0;
     for (size_t run = 0; run < base.size(); ++run) {
-        if (base[run].empty()) continue;
-        if (other[run].empty() || breaksLimit(base[run], other[run])) return kUnfit;
-        for (size_t i = 0; i < mFigures.size(); ++i) {
-            before[i] += base[run][i];
-            after[i] += other[run][i];
+        if (other[run].empty()) return kUnfit;
+        for (const Term& limit : mLimits) {
+            if (figureChange(limit.figure, base[run], other[run]) > limit.weight) return kUnfit;
         }
-        ++count;
     }
-    return count == 0 ? 0 : changeOfMeans(before, after, count);
-}
-
-double Objective::changeOfMeans(const Values& before, const Values& after, double count) const {
+    const Values before = mean(base);
+    const Values after = mean(other);
     double sum = 0;
     double scale = 1;
     for (const std::vector<Term>& level : mLevels) {
         for (const Term& term : level) {
-            const size_t i = term.figure;
-            sum += scale * term.weight * figureChange(i, before[i] / count, after[i] / count);
+            sum += scale * term.weight * figureChange(term.figure, before, after);
         }
         scale *= kNextLevel;
     }
     return sum;
-}
-
-std::string Objective::text() const {
-    return mText;
 }
 
 }  // namespace replay

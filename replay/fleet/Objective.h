@@ -25,14 +25,14 @@ class Objective {
     const std::vector<size_t>& figures() const { return mFigures; }  // of the table of figures
     Values valuesOf(const Row& row) const;
 
-    // By capture. Captures whose run under the base failed do not count. A setting under which
-    // another run fails, or that breaks a limit, is worse than any other.
+    // By capture; none failed under the base. A setting under which one fails, or that breaks a limit,
+    // is worse than any other.
     double change(const std::vector<Values>& base, const std::vector<Values>& other) const;
 
-    // Of figures()[i], over the captures that were played.
-    static double mean(const std::vector<Values>& runs, size_t i);
+    // Over the captures that were played; empty if none was.
+    static Values mean(const std::vector<Values>& runs);
 
-    std::string text() const;  // for people
+    const std::string& text() const { return mText; }  // for people
 
   private:
     struct Term {
@@ -41,12 +41,10 @@ class Objective {
     };
 
     // Of figures()[i], relative; above 0 is worse.
-    double figureChange(size_t i, double before, double after) const;
+    double figureChange(size_t i, const Values& before, const Values& after) const;
     size_t use(const std::string& name);
     void addLevel(const std::string& level);
     void addLimit(const std::string& limit);
-    double changeOfMeans(const Values& before, const Values& after, double count) const;
-    bool breaksLimit(const Values& before, const Values& after) const;
 
     std::vector<size_t> mFigures;
     std::vector<std::vector<Term>> mLevels;

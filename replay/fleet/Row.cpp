@@ -9,7 +9,6 @@
 #include "replay/base/Error.h"
 #include "replay/base/Output.h"
 #include "replay/findings/Figures.h"
-#include "replay/fleet/Sketch.h"
 
 namespace replay {
 
@@ -18,32 +17,32 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Row, capture, setting, options, library, mode
                                    summaries)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CaptureRecord, capture, name, columns)
 
+const char kModelVersion[] =
+#include "ModelVersion.inc"
+        ;
+
 namespace {
 
 namespace fs = std::filesystem;
 
-// Raised when a field of a row changes its meaning.
-constexpr char kRowSchema[] = "1";
 // Of a hash, in names of files.
 constexpr size_t kCaptureDigits = 32;
 constexpr size_t kOtherDigits = 16;
 
 // Folders of a tenth of a million files are slow on some file systems.
-std::string inSubfolder(const std::string& capture, const std::string& rest, const char* ending) {
-    return capture.substr(0, 2) + "/" + capture.substr(0, kCaptureDigits) + "-" +
+std::string inSubfolder(const std::string& folder, const std::string& capture,
+                        const std::string& rest, const char* ending) {
+    return folder + "/" + capture.substr(0, 2) + "/" + capture.substr(0, kCaptureDigits) + "-" +
            hashOfText(rest).substr(0, kOtherDigits) + ending;
 }
 
-std::string fileNameOf(const Row& row) {
-    return inSubfolder(row.capture,
-                       row.setting + "\n" + row.options + "\n" + row.library + "\n" +
-                               std::to_string(row.model) + "\n" + kRowSchema,
-                       kRowEnding);
-}
-
 // Names in a capture may hold any bytes.
-std::string lineOf(const nlohmann::json& json) {
-    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+void write(const std::string& path, const nlohmann::json& json) {
+    const auto text = json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    if (contentOf(path) == text) return;
+    std::error_code error;  // writing tells it
+    fs::create_directory(fs::path(path).parent_path(), error);
+    writeFile(path, [&](std::ostream& out) { out << text; });
 }
 
 }  // namespace
@@ -63,35 +62,13 @@ void Row::take(const Findings& findings) {
         const double value = figure.of(findings);
         if (!std::isnan(value)) figures[figure.name] = value;
     }
-    std::map<std::string, Sketch> sketches;
     bool isFirst = true;
     for (const Frame& frame : findings.frames) {
-        if (!std::exchange(isFirst, false)) sketches["frame_time"].add(frame.intervalNs);
-        if (frame.latchedNs) sketches["latency"].add(*frame.latchedNs - frame.queuedNs);
-        sketches["held"].add(frame.heldNs());
-    }
-    for (const auto& [name, sketch] : sketches) summaries[name] = sketch.text();
-}
-
-std::string toText(const Row& row) {
-    return lineOf(row);
-}
-
-std::string toText(const CaptureRecord& record) {
-    return lineOf(record);
-}
-
-template <typename Record>
-Record parseRecord(const std::string& text, const std::string& name) {
-    try {
-        return nlohmann::json::parse(text).get<Record>();
-    } catch (const std::exception&) {
-        throw InputError(name + ": is no row, or not a whole one; remove it and sweep again");
+        if (!std::exchange(isFirst, false)) addTo(summaries["frame_time"], frame.intervalNs);
+        if (frame.latchedNs) addTo(summaries["latency"], *frame.latchedNs - frame.queuedNs);
+        addTo(summaries["held"], frame.heldNs());
     }
 }
-
-template Row parseRecord(const std::string&, const std::string&);
-template CaptureRecord parseRecord(const std::string&, const std::string&);
 
 RowFolder::RowFolder(std::string path) : mPath(std::move(path)) {
     std::error_code error;
@@ -99,28 +76,27 @@ RowFolder::RowFolder(std::string path) : mPath(std::move(path)) {
     if (error) throw OutputError(mPath + ": cannot be created: " + error.message());
 }
 
-std::optional<Row> RowFolder::find(const Row& run) const {
-    const std::string text = contentOf(mPath + "/" + fileNameOf(run));
+std::string RowFolder::pathOf(const Row& run) const {
+    return inSubfolder(mPath, run.capture,
+                       run.setting + "\n" + run.options + "\n" + run.library + "\n" + run.model,
+                       kRowEnding);
+}
+
+bool RowFolder::find(Row& run) const {
     try {
-        if (!text.empty()) return parseRecord<Row>(text, mPath);
-    } catch (const InputError&) {
+        run = nlohmann::json::parse(contentOf(pathOf(run)));
+        return true;
+    } catch (const nlohmann::json::exception&) {
+        return false;
     }
-    return std::nullopt;
 }
 
 void RowFolder::put(const Row& row) const {
-    put(mPath + "/" + fileNameOf(row), toText(row));
+    write(pathOf(row), row);
 }
 
 void RowFolder::put(const CaptureRecord& record) const {
-    put(mPath + "/" + inSubfolder(record.capture, record.name, kCaptureEnding), toText(record));
-}
-
-void RowFolder::put(const std::string& path, const std::string& text) const {
-    if (contentOf(path) == text) return;
-    std::error_code error;  // writing tells it
-    fs::create_directory(fs::path(path).parent_path(), error);
-    writeFile(path, [&](std::ostream& out) { out << text; });
+    write(inSubfolder(mPath, record.capture, record.name, kCaptureEnding), record);
 }
 
 }  // namespace replay

@@ -3,19 +3,19 @@
 // One row of a fleet's table: what one capture gave under one setting, or why it gave nothing.
 
 #include <map>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "replay/findings/Findings.h"
 #include "replay/fleet/Captures.h"
+#include "replay/fleet/Sketch.h"
 
 namespace replay {
 
-// To be raised whenever the same capture, setting and library give other figures than before: then
-// rows of the past are not taken for those of today.
-constexpr int kModelVersion = 1;
+// A digest of the sources that a row's figures come from: the readers, the model, the simulated device
+// and the row itself. Rows of other sources are not taken for those of today.
+extern const char kModelVersion[];
 
 // The first five tell a run from every other; nothing else decides what its row says.
 struct Row {
@@ -23,7 +23,7 @@ struct Row {
     std::string setting;  // its label
     std::string options;  // what makes it, as on the command line
     std::string library;  // hash of the file
-    int model = kModelVersion;
+    std::string model = kModelVersion;
 
     std::string failure;  // empty: the run was played, and all below is there
     std::string layer;
@@ -32,8 +32,8 @@ struct Row {
     std::string misses;      // which figures it does not; empty if all
     double seconds = 0;      // length of the capture
     std::vector<std::pair<std::string, std::string>> conditions;
-    std::map<std::string, double> figures;         // by name; without those that are not known
-    std::map<std::string, std::string> summaries;  // by kSummaries: sketches of ns
+    std::map<std::string, double> figures;    // by name; without those that are not known
+    std::map<std::string, Sketch> summaries;  // by kSummaries: of ns
 
     void take(const Findings& findings);
 };
@@ -48,31 +48,26 @@ struct CaptureRecord {
     Columns columns;
 };
 
-// One line of JSON and back. `name` is what messages call it. parseRecord throws InputError.
-std::string toText(const Row& row);
-std::string toText(const CaptureRecord& record);
-template <typename Record>
-Record parseRecord(const std::string& text, const std::string& name);
-
 constexpr char kRowEnding[] = ".row";
 constexpr char kCaptureEnding[] = ".capture";
 
-// A folder of rows, which several processes and machines may share. Every file in it is whole: it is
-// written under another name and then renamed.
+// A folder of rows, which several processes and machines may share. Every file in it is one line of
+// JSON, and whole: it is written under another name and then renamed.
 class RowFolder {
   public:
     // Creates it. Throws OutputError.
     explicit RowFolder(std::string path);
 
-    // That of the same run. Nothing if it is not there, or cannot be read; it is to be made then.
-    std::optional<Row> find(const Row& run) const;
+    // Puts what is known of the same run into `run`. False if it is not there, or cannot be read; it
+    // is to be made then.
+    bool find(Row& run) const;
 
     // Throw OutputError.
     void put(const Row& row) const;
     void put(const CaptureRecord& record) const;
 
   private:
-    void put(const std::string& path, const std::string& text) const;
+    std::string pathOf(const Row& run) const;
 
     std::string mPath;
 };

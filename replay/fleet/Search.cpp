@@ -14,13 +14,13 @@ namespace replay {
 
 namespace {
 
-constexpr size_t kMaxWholeValues = 50;
+constexpr double kMaxWholeValues = 50;  // of a range that is taken for a list
 constexpr size_t kMaxGridDimensions = 2;
 constexpr size_t kLeastGrid = 5;      // values of a range
 constexpr double kCoarseShare = 0.6;  // of the settings; the others look closer
 constexpr double kGlobalShare = 0.7;  // the same for the optimiser
 constexpr double kFirstStep = 0.1;
-constexpr int kTriesPerSetting = 20;  // points that round to one setting cost nothing
+constexpr double kTriesPerSetting = 20;  // choices that were tried before cost nothing
 
 // Thousandths are finer than any device's.
 std::string shortText(double number) {
@@ -30,134 +30,115 @@ std::string shortText(double number) {
     return text == "-0" ? "0" : text;
 }
 
-// Evenly from the first to the last.
-std::vector<double> evenly(double from, double to, size_t count) {
-    std::vector<double> values;
-    for (size_t i = 0; i < count; ++i) {
-        const double share =
-                count == 1 ? 0.5 : static_cast<double>(i) / static_cast<double>(count - 1);
-        values.push_back(std::clamp(from + share * (to - from), 0.0, 1.0));
-    }
-    return values;
+double ratio(size_t part, size_t whole) {
+    return static_cast<double>(part) / static_cast<double>(whole);
 }
 
-std::vector<Point> product(const std::vector<std::vector<double>>& sides) {
-    std::vector<Point> points{{}};
-    for (const std::vector<double>& side : sides) {
-        std::vector<Point> longer;
-        for (const Point& point : points) {
-            for (const double value : side) {
-                longer.push_back(point);
-                longer.back().push_back(value);
+// Every combination of all values of the lists and `side` values of each range, evenly spread.
+std::vector<Choice> gridOf(const std::vector<Dimension>& dimensions, size_t side) {
+    std::vector<Choice> choices{{}};
+    for (const Dimension& dimension : dimensions) {
+        const size_t count = dimension.isRange() ? side : dimension.values.size();
+        std::vector<Choice> longer;
+        for (const Choice& choice : choices) {
+            for (size_t i = 0; i < count; ++i) {
+                longer.push_back(choice);
+                longer.back().push_back(dimension.valueAt(count == 1 ? 0.5 : ratio(i, count - 1)));
             }
         }
-        points = std::move(longer);
+        choices = std::move(longer);
     }
-    return points;
+    return choices;
 }
 
-class Grid {
-  public:
-    Grid(const std::vector<Dimension>& dimensions, size_t settings) : mDimensions(dimensions) {
-        for (const Dimension& dimension : dimensions) {
-            if (dimension.count() == 0) ++mRanges;
-            mLists *= std::max<size_t>(1, dimension.count());
-        }
-        const double share = mRanges == 0 ? 1 : kCoarseShare;
-        mSide = sideFor(share * static_cast<double>(settings) / static_cast<double>(mLists));
-        mFits = mRanges == 0 ? mLists <= settings
-                             : dimensions.size() <= kMaxGridDimensions && mSide >= kLeastGrid;
+// How many values of each range a grid has room for; 0 if not even the lists fit.
+size_t sideFor(const std::vector<Dimension>& dimensions, double settings) {
+    double ranges = 0;
+    for (const Dimension& dimension : dimensions) {
+        if (dimension.isRange()) ++ranges;
+        settings /= static_cast<double>(std::max<size_t>(1, dimension.values.size()));
     }
+    return static_cast<size_t>(std::pow(settings, 1 / std::max(1.0, ranges)) + 1e-9);
+}
 
-    bool fits() const { return mFits; }
-
-    void search(Landscape& landscape) {
-        const std::vector<Point> points = product(sides());
-        const std::vector<double> changes = landscape.changesAt(points);
-        if (mRanges == 0) return;
-        const auto best = std::min_element(changes.begin(), changes.end()) - changes.begin();
-        const size_t side = sideFor(static_cast<double>(landscape.left()));
-        landscape.changesAt(product(sidesAround(points[static_cast<size_t>(best)], side)));
+// What lies closer to the value than those beside it in a grid.
+Dimension around(Dimension dimension, const std::string& value, size_t side) {
+    if (!dimension.isRange()) {
+        dimension.values = {value};
+        return dimension;
     }
+    const double step = (dimension.most - dimension.least) / static_cast<double>(side - 1);
+    const double at = std::stod(value);
+    dimension.least = std::max(dimension.least, at - step);
+    dimension.most = std::min(dimension.most, at + step);
+    return dimension;
+}
 
-  private:
-    size_t sideFor(double settings) const {
-        const double ranges = static_cast<double>(std::max<size_t>(1, mRanges));
-        return static_cast<size_t>(std::pow(settings, 1 / ranges) + 1e-9);
+void searchGrid(std::vector<Dimension> dimensions, Landscape& landscape, size_t side) {
+    const std::vector<Choice> choices = gridOf(dimensions, side);
+    const std::vector<double> changes = landscape.changesOf(choices);
+    const auto best = std::min_element(changes.begin(), changes.end()) - changes.begin();
+    for (size_t i = 0; i < dimensions.size(); ++i) {
+        dimensions[i] = around(dimensions[i], choices[static_cast<size_t>(best)][i], side);
     }
+    const size_t closer = sideFor(dimensions, static_cast<double>(landscape.left()));
+    if (closer > 0) landscape.changesOf(gridOf(dimensions, closer));
+}
 
-    std::vector<std::vector<double>> sides() const {
-        std::vector<std::vector<double>> sides;
-        for (const Dimension& dimension : mDimensions) {
-            sides.push_back(evenly(0, 1, dimension.count() == 0 ? mSide : dimension.count()));
-        }
-        return sides;
-    }
-
-    std::vector<std::vector<double>> sidesAround(const Point& best, size_t side) const {
-        const double step = 1 / static_cast<double>(mSide - 1);
-        std::vector<std::vector<double>> sides;
-        for (size_t i = 0; i < best.size(); ++i) {
-            const bool isRange = mDimensions[i].count() == 0;
-            sides.push_back(isRange ? evenly(best[i] - step, best[i] + step, side)
-                                    : std::vector<double>{best[i]});
-        }
-        return sides;
-    }
-
-    const std::vector<Dimension>& mDimensions;
-    size_t mRanges = 0;
-    size_t mLists = 1;
-    size_t mSide = 0;
-    bool mFits = false;
-};
-
-// One run of one algorithm, until `mLeave` settings are left.
+// Runs NLopt's algorithms until enough settings were tried.
 class Optimiser {
   public:
-    Optimiser(Landscape& landscape, size_t leave) : mLandscape(landscape), mLeave(leave) {}
+    Optimiser(const std::vector<Dimension>& dimensions, Landscape& landscape)
+          : mDimensions(dimensions), mLandscape(landscape), mBest(dimensions.size(), 0.5) {}
 
-    // From `mBest`, which it makes better.
-    void run(nlopt::algorithm algorithm, Point& best) {
-        nlopt::opt optimiser(algorithm, static_cast<unsigned>(best.size()));
+    // Leaves so many. From the best so far.
+    void run(nlopt::algorithm algorithm, size_t leave) {
+        mLeave = leave;
+        nlopt::opt optimiser(algorithm, static_cast<unsigned>(mBest.size()));
         optimiser.set_lower_bounds(0);
         optimiser.set_upper_bounds(1);
         optimiser.set_min_objective(&Optimiser::changeAt, this);
         optimiser.set_initial_step(kFirstStep);
-        optimiser.set_maxeval(static_cast<int>(mLandscape.left() - mLeave) * kTriesPerSetting);
+        optimiser.set_maxeval(
+                static_cast<int>(static_cast<double>(mLandscape.left()) * kTriesPerSetting));
         try {
-            Point start = best;
+            std::vector<double> start = mBest;
             optimiser.optimize(start);
-        } catch (const std::exception&) {  // as a rule the settings are used up
+        } catch (const nlopt::forced_stop&) {  // the settings are used up
+        } catch (const nlopt::roundoff_limited&) {
         }
-        if (!mBest.empty()) best = mBest;
     }
 
   private:
-    static double changeAt(const Point& point, Point&, void* self) {
-        return static_cast<Optimiser*>(self)->change(point);
+    static double changeAt(const std::vector<double>& shares, std::vector<double>&, void* self) {
+        return static_cast<Optimiser*>(self)->change(shares);
     }
 
-    double change(const Point& point) {
+    double change(const std::vector<double>& shares) {
         if (mLandscape.left() <= mLeave) throw nlopt::forced_stop();
-        const double change = mLandscape.changesAt({point}).front();
-        if (mBest.empty() || change < mLeast) {
-            mBest = point;
+        Choice choice;
+        for (size_t i = 0; i < shares.size(); ++i) {
+            choice.push_back(mDimensions[i].valueAt(shares[i]));
+        }
+        const double change = mLandscape.changesOf({choice}).front();
+        if (change < mLeast) {
+            mBest = shares;
             mLeast = change;
         }
         return change;
     }
 
+    const std::vector<Dimension>& mDimensions;
     Landscape& mLandscape;
-    const size_t mLeave;
-    Point mBest;
-    double mLeast = 0;
+    size_t mLeave = 0;
+    std::vector<double> mBest;  // a share of each dimension
+    double mLeast = HUGE_VAL;
 };
 
 }  // namespace
 
 std::string Dimension::valueAt(double share) const {
-    if (!values.empty()) {
+    if (!isRange()) {
         const auto at = static_cast<size_t>(share * static_cast<double>(values.size()));
         return values[std::min(at, values.size() - 1)];
     }
@@ -165,38 +146,47 @@ std::string Dimension::valueAt(double share) const {
     return shortText(std::min(most, std::floor(least + share * (most - least + 1))));
 }
 
-size_t Dimension::count() const {
-    if (!values.empty()) return values.size();
-    const auto wholes = static_cast<size_t>(most - least) + 1;
-    return isWhole && wholes <= kMaxWholeValues ? wholes : 0;
-}
-
 Dimension parseDimension(const std::string& over) {
+    const auto refuse = [&](const char* advice) {
+        throw InputError("--over " + inQuotes(over) + ": give PROPERTY=" + advice);
+    };
     const size_t equals = std::min(over.find('='), over.size());
-    const size_t dots = over.find("..", equals);
+    const std::string given = over.substr(std::min(equals + 1, over.size()));
+    const size_t dots = given.find("..");
     Dimension dimension;
     dimension.property = over.substr(0, equals);
-    const std::string given = over.substr(std::min(equals + 1, over.size()));
+    dimension.isWhole = takesWholeNumbers(dimension.property);
     if (dots == std::string::npos) {
         std::istringstream list(given);
         for (std::string value; std::getline(list, value, ',');) dimension.values.push_back(value);
-    } else if (!toNumber(over.substr(equals + 1, dots - equals - 1), dimension.least) ||
-               !toNumber(over.substr(dots + 2), dimension.most) ||
-               dimension.least >= dimension.most) {
-        throw InputError("--over " + inQuotes(over) + ": give PROPERTY=LEAST..MOST");
+        if (dimension.values.empty()) refuse("VALUE,VALUE");
+        return dimension;
     }
-    if (given.empty()) throw InputError("--over " + inQuotes(over) + ": give PROPERTY=VALUE,VALUE");
-    dimension.isWhole = takesWholeNumbers(dimension.property);
+    if (!toNumber(given.substr(0, dots), dimension.least) ||
+        !toNumber(given.substr(dots + 2), dimension.most) || dimension.least >= dimension.most) {
+        refuse("LEAST..MOST");
+    }
+    if (dimension.isWhole && dimension.most - dimension.least < kMaxWholeValues) {
+        for (double value = dimension.least; value <= dimension.most; ++value) {
+            dimension.values.push_back(shortText(value));
+        }
+    }
     return dimension;
 }
 
 void search(const std::vector<Dimension>& dimensions, Landscape& landscape) {
-    Grid grid(dimensions, landscape.left());
-    if (grid.fits()) return grid.search(landscape);
-    Point best(dimensions.size(), 0.5);
-    const double rest = (1 - kGlobalShare) * static_cast<double>(landscape.left());
-    Optimiser(landscape, static_cast<size_t>(rest)).run(nlopt::GN_DIRECT_L, best);
-    Optimiser(landscape, 0).run(nlopt::LN_SBPLX, best);
+    const size_t settings = landscape.left();
+    const bool hasRange = std::any_of(dimensions.begin(), dimensions.end(),
+                                      [](const Dimension& one) { return one.isRange(); });
+    const size_t side =
+            sideFor(dimensions, (hasRange ? kCoarseShare : 1) * static_cast<double>(settings));
+    if (hasRange ? side >= kLeastGrid && dimensions.size() <= kMaxGridDimensions : side >= 1) {
+        return searchGrid(dimensions, landscape, side);
+    }
+    Optimiser optimiser(dimensions, landscape);
+    optimiser.run(nlopt::GN_DIRECT_L,
+                  static_cast<size_t>((1 - kGlobalShare) * static_cast<double>(settings)));
+    optimiser.run(nlopt::LN_SBPLX, 0);
 }
 
 }  // namespace replay

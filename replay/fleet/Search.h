@@ -2,7 +2,6 @@
 
 // Where to look for better settings: pure arithmetic, and an optimiser for what is too wide a grid.
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,25 +15,23 @@ struct Dimension {
     double most = 0;
     bool isWhole = false;  // only whole numbers of the range
 
+    bool isRange() const { return values.empty(); }
     // `share` from 0 to 1 of the way through them.
     std::string valueAt(double share) const;
-    std::string assignmentAt(double share) const { return property + "=" + valueAt(share); }
-    // How many there are; 0 if there are too many to try them all.
-    size_t count() const;
 };
 
 // "PROPERTY=A..B" or "PROPERTY=V,V,V". Whether a device takes the values is for Settings to say.
 // Throws InputError.
 Dimension parseDimension(const std::string& over);
 
-using Point = std::vector<double>;  // a share of each dimension
+using Choice = std::vector<std::string>;  // a value of each dimension
 
-// Knows how much worse than the base the settings at some points are. Several are asked for at once
+// Knows how much worse than the base the settings of some choices are. Several are asked for at once
 // where that is possible.
 class Landscape {
   public:
     virtual ~Landscape() = default;
-    virtual std::vector<double> changesAt(const std::vector<Point>& points) = 0;
+    virtual std::vector<double> changesOf(const std::vector<Choice>& choices) = 0;
     virtual size_t left() const = 0;  // of the settings that may still be tried
 };
 

@@ -34,27 +34,34 @@ std::string reasonOf(const std::string& error, const FleetCapture& capture) {
     return reason.substr(reason.find_first_not_of(' '), kMaxReasonChars);
 }
 
-Row played(Row row, const FleetCapture& capture, const Input& input, const Setup& setup) {
-    const Job job = [&] {
-        row.take(playInput(input, setup).findings);
-        return toText(row);
-    };
-    const JobResult result = runJobs(std::vector<Job>{job}, 1).front();
-    if (result.error.empty()) return parseRecord<Row>(result.output, capture.path);
-    if (result.signal != 0 && !isOwnFault(result.signal)) throw ReplayError(result.error);
-    row.failure = reasonOf(result.error, capture);
-    return row;
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
+    return text;
 }
 
-// What a worker does with one capture.
-SweepResult sweepCapture(const Sweep& sweep, const RowFolder& folder, const FleetCapture& capture) {
+// Makes the row in a process of its own, or the reason why it cannot be made.
+std::string play(Row row, const RowFolder& folder, const Input& input, const Setup& setup) {
+    const Job job = [&]() -> std::string {
+        row.take(playInput(input, setup).findings);
+        folder.put(row);
+        return "";
+    };
+    const JobResult result = runJobs(std::vector<Job>{job}, 1).front();
+    if (result.outputFailed) throw OutputError(result.error);
+    if (result.signal != 0 && !isOwnFault(result.signal)) throw ReplayError(result.error);
+    return result.error;
+}
+
+// What a worker does with one capture. Returns what Tally takes.
+std::string sweepCapture(const Sweep& sweep, const RowFolder& folder, const FleetCapture& capture) {
     const std::string hash = capture.hash.empty() ? hashOfFile(capture.path) : capture.hash;
     folder.put(CaptureRecord{hash, capture.name, capture.columns});
     InputChoice choice = sweep.input;
     choice.capture = capture.path;
     SweepResult result;
     std::optional<Input> input;
-    std::string failure;
+    std::string unreadable;
     for (const Setup& setup : sweep.setups) {
         Row row = rowFor(sweep, hash, setup);
         if (folder.find(row)) {
@@ -62,50 +69,45 @@ SweepResult sweepCapture(const Sweep& sweep, const RowFolder& folder, const Flee
             continue;
         }
         try {
-            if (!input && failure.empty()) input = openInput(choice);
+            if (!input && unreadable.empty()) input = openInput(choice);
         } catch (const InputError& error) {
-            failure = reasonOf(error.what(), capture);
+            unreadable = error.what();
         }
-        row.failure = failure;
-        if (input) row = played(row, capture, *input, setup);
-        folder.put(row);
+        const std::string failure = input ? play(row, folder, *input, setup) : unreadable;
+        if (!failure.empty()) {
+            row.failure = reasonOf(failure, capture);
+            folder.put(row);
+            ++result.failed;
+        }
         ++result.made;
-        if (!row.failure.empty()) ++result.failed;
     }
-    return result;
-}
-
-constexpr char kOutputFailed[] = "output ";
-
-// A full disk is one trouble, however many captures it meets.
-std::string sweepOne(const Sweep& sweep, const RowFolder& folder, const FleetCapture& capture) {
-    try {
-        const SweepResult result = sweepCapture(sweep, folder, capture);
-        return format("%zu %zu %zu", result.made, result.failed, result.present);
-    } catch (const OutputError& error) {
-        return std::string(kOutputFailed) + error.what();
-    }
+    return format("%zu %zu %zu %s", result.made, result.failed, result.present, hash.c_str());
 }
 
 // Sums up what the workers say.
 class Tally {
   public:
-    explicit Tally(const Sweep& sweep) : mSweep(sweep), mBar(STDERR_FILENO) {}
+    explicit Tally(Sweep& sweep) : mSweep(sweep), mBar(STDERR_FILENO) {}
 
-    void take(const FleetCapture& capture, const JobResult& job) {
+    void take(FleetCapture& capture, const JobResult& job) {
         ++mDone;
-        if (startsWith(job.output, kOutputFailed)) {
-            mOutputError = job.output.substr(sizeof(kOutputFailed) - 1);
-        } else if (job.error.empty()) {
-            add(job.output);
-        } else {
+        SweepResult one;
+        std::istringstream(job.output) >> one.made >> one.failed >> one.present >> capture.hash;
+        mResult.made += one.made;
+        mResult.failed += one.failed;
+        mResult.present += one.present;
+        // A full disk is one trouble, however many captures it meets.
+        if (job.outputFailed) {
+            mOutputError = job.error;
+        } else if (!job.error.empty()) {
             ++mResult.lost;
             mBar.clear();
             complain(capture.name + ": left out: " + reasonOf(job.error, capture));
         }
-        mBar.show(mDone, mSweep.captures.size(),
+        const size_t all = mSweep.captures.size();
+        mBar.show(mDone, all,
                   format("%s: %zu of %zu captures left, %zu runs failed", mSweep.title.c_str(),
-                         mSweep.captures.size() - mDone, mSweep.captures.size(), mResult.failed));
+                         all - mDone, all, mResult.failed));
     }
 
     bool mayGoOn() const { return mOutputError.empty(); }
@@ -116,15 +118,7 @@ class Tally {
     }
 
   private:
-    void add(const std::string& text) {
-        SweepResult one;
-        std::istringstream(text) >> one.made >> one.failed >> one.present;
-        mResult.made += one.made;
-        mResult.failed += one.failed;
-        mResult.present += one.present;
-    }
-
-    const Sweep& mSweep;
+    Sweep& mSweep;
     Bar mBar;
     size_t mDone = 0;
     std::string mOutputError;
@@ -142,22 +136,19 @@ Row rowFor(const Sweep& sweep, const std::string& capture, const Setup& setup) {
         options.insert(options.end(), {"--layer", sweep.input.layerPattern});
     }
     for (const std::string& option : sweep.input.toOptions()) options.push_back(option);
-    for (const std::string& option : options) {
-        row.options += (row.options.empty() ? "" : " ") + option;
-    }
+    row.options = joined(options);
     row.library = sweep.library;
     return row;
 }
 
-SweepResult makeRows(const Sweep& sweep) {
+SweepResult makeRows(Sweep& sweep) {
     const RowFolder folder(sweep.folder);
     Tally tally(sweep);
     auto next = sweep.captures.begin();
     runJobs(
             [&]() -> Job {
                 if (next == sweep.captures.end() || !tally.mayGoOn()) return {};
-                const FleetCapture& capture = *next++;
-                return [&sweep, &folder, &capture] { return sweepOne(sweep, folder, capture); };
+                return [&, capture = next++] { return sweepCapture(sweep, folder, *capture); };
             },
             [&](size_t number, const JobResult& job) { tally.take(sweep.captures[number], job); },
             sweep.jobs);
@@ -166,17 +157,15 @@ SweepResult makeRows(const Sweep& sweep) {
 
 std::string buildOf(const std::string& library) {
     // Not in this process, which shall not run the library's code.
-    const JobResult result =
-            runJobs(std::vector<Job>{[&]() -> std::string {
-                        void* const handle = dlopen(library.c_str(), RTLD_LAZY | RTLD_LOCAL);
-                        const link_map* map = nullptr;
-                        if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0) {
-                            throw InputError(std::string("cannot open the library: ") + dlerror());
-                        }
-                        return hashOfFile(map->l_name);
-                    }},
-                    1)
-                    .front();
+    const Job job = [&]() -> std::string {
+        void* const handle = dlopen(library.c_str(), RTLD_LAZY | RTLD_LOCAL);
+        const link_map* map = nullptr;
+        if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0) {
+            throw InputError(std::string("cannot open the library: ") + dlerror());
+        }
+        return hashOfFile(map->l_name);
+    };
+    const JobResult result = runJobs(std::vector<Job>{job}, 1).front();
     if (!result.error.empty()) throw InputError(result.error);
     return result.output;
 }

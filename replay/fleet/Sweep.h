@@ -2,7 +2,6 @@
 
 // Captures times settings to a folder of rows: what a fleet's machines do.
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -32,11 +31,12 @@ struct SweepResult {
 // Of a run that is still to be played.
 Row rowFor(const Sweep& sweep, const std::string& capture, const Setup& setup);
 
-// Makes the rows that are not there yet, each in a process of its own. What fails always is a row
-// with its reason; what may go well another time, such as a run that somebody killed or a file that
-// cannot be read, leaves none. Memory depends on the largest capture, not on their number. Throws
-// OutputError if rows cannot be written. Call it while the process has only one thread.
-SweepResult makeRows(const Sweep& sweep);
+// Makes the rows that are not there yet, each in a process of its own, and notes the hashes of the
+// captures that could be read. What fails always is a row with its reason; what may go well another
+// time, such as a run that somebody killed or a file that cannot be read, leaves none. Memory depends
+// on the largest capture, not on their number. Throws OutputError if rows cannot be written. Call it
+// while the process has only one thread.
+SweepResult makeRows(Sweep& sweep);
 
 // The hash of the library's file, wherever it is found. Throws InputError if it cannot be opened.
 std::string buildOf(const std::string& library);

@@ -1,20 +1,34 @@
 #include "replay/fleet/Table.h"
 
-#include <cmath>
-
 #include "replay/base/Error.h"
-#include "replay/base/Output.h"
+#include "replay/base/Text.h"
 
 namespace replay {
 
 namespace {
+
+// SQLite keeps it at this place in the file, the highest byte first.
+constexpr char kApplication[] = "Cndr";
+constexpr int kApplicationId = 0x436e6472;
+constexpr size_t kApplicationAt = 68;
 
 [[noreturn]] void fail(sqlite3* database) {
     const char* const file = sqlite3_db_filename(database, "main");
     throw OutputError(std::string(file == nullptr ? "" : file) + ": " + sqlite3_errmsg(database));
 }
 
+std::string between(char quote, const std::string& text) {
+    std::string quoted(1, quote);
+    for (const char c : text) quoted += c == quote ? std::string(2, c) : std::string(1, c);
+    return quoted + quote;
+}
+
 }  // namespace
+
+bool isTable(std::string_view firstBytes) {
+    return startsWith(firstBytes, "SQLite format 3") && firstBytes.size() > kApplicationAt &&
+           startsWith(firstBytes.substr(kApplicationAt), kApplication);
+}
 
 Statement::Statement(const Table& table, const std::string& sql) {
     if (sqlite3_prepare_v2(table.handle(), sql.c_str(), -1, &mStatement, nullptr) != SQLITE_OK) {
@@ -22,34 +36,27 @@ Statement::Statement(const Table& table, const std::string& sql) {
     }
 }
 
-void Statement::run(const std::vector<std::string>& texts, const std::vector<double>& numbers) {
+bool Statement::run(std::initializer_list<std::string_view> texts) {
+    sqlite3_reset(mStatement);
     int parameter = 0;
-    for (const std::string& text : texts) {
+    for (const std::string_view text : texts) {
         sqlite3_bind_text(mStatement, ++parameter, text.data(), static_cast<int>(text.size()),
                           SQLITE_STATIC);
     }
-    // SQLite keeps no number that is none: it becomes nothing.
-    for (const double number : numbers) sqlite3_bind_double(mStatement, ++parameter, number);
-    step();
+    return step();
 }
 
 bool Statement::step() {
     const int result = sqlite3_step(mStatement);
     if (result == SQLITE_ROW) return true;
-    sqlite3_reset(mStatement);
     if (result != SQLITE_DONE) fail(sqlite3_db_handle(mStatement));
+    sqlite3_reset(mStatement);
     return false;
 }
 
 std::string Statement::text(int column) const {
     const unsigned char* const text = sqlite3_column_text(mStatement, column);
     return text == nullptr ? "" : reinterpret_cast<const char*>(text);
-}
-
-double Statement::number(int column) const {
-    return sqlite3_column_type(mStatement, column) == SQLITE_NULL
-                   ? NAN
-                   : sqlite3_column_double(mStatement, column);
 }
 
 Table::Table(const std::string& path, Use use) {
@@ -62,20 +69,29 @@ Table::Table(const std::string& path, Use use) {
     }
     // Nobody needs half of a table, and the same pages must come of the same rows everywhere.
     if (use == Use::kNew) {
-        run("PRAGMA page_size=4096; PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF");
+        run("PRAGMA page_size=4096; PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; "
+            "PRAGMA application_id=" +
+            std::to_string(kApplicationId));
     }
 }
 
-void Table::run(const std::string& sql) {
+void Table::run(const std::string& sql) const {
     if (sqlite3_exec(mDatabase, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
         fail(mDatabase);
     }
 }
 
+std::string Table::valueOf(const std::string& sql) const {
+    Statement statement(*this, sql);
+    return statement.step() ? statement.text(0) : "";
+}
+
 std::string sqlName(const std::string& name) {
-    std::string quoted = "\"";
-    for (const char c : name) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return quoted + "\"";
+    return between('"', name);
+}
+
+std::string sqlText(const std::string& text) {
+    return between('\'', text);
 }
 
 }  // namespace replay

@@ -4,44 +4,34 @@
 #include <cmath>
 #include <map>
 #include <set>
+#include <tuple>
 
 #include "replay/base/Error.h"
-#include "replay/base/Output.h"
 #include "replay/base/Text.h"
 #include "replay/findings/Figures.h"
-#include "replay/fleet/Objective.h"
-#include "replay/fleet/Search.h"
 #include "replay/fleet/Sweep.h"
-#include "replay/plan/Jobs.h"
+#include "sim/SplitMix64.h"
 
 namespace replay {
 
 namespace {
 
 constexpr const char* kDefaultObjective[] = {"repeated_vsyncs", "latency_p50_ms", "negative_s"};
+constexpr double kResolution = 1e-5;  // of the objective: what is shown of it
 constexpr int kResamples = 2000;
 constexpr double kHarm = 0.01;
-constexpr double kLeastGain = 1e-6;  // of the objective; less is arithmetic
 constexpr size_t kMaxRivals = 8;
-constexpr double kRivalShare = 0.25;  // of the runs, for other worths of a boost
+constexpr size_t kRivalShare = 3;  // one in so many runs is for other worths of a boost
 constexpr int kWorths[] = {0, 10, 20, 40, 80};
-constexpr int kHalvings = 3;
-constexpr size_t kLooks = std::size(kWorths) + kHalvings;
-
-// A fixed sequence, so that an answer can be had again; the standard distributions differ between
-// libraries.
-class Draws {
-  public:
-    size_t below(size_t count) {
-        mState = mState * 6364136223846793005u + 1442695040888963407u;
-        return static_cast<size_t>((mState >> 33) % count);
-    }
-
-  private:
-    uint64_t mState = 20;
-};
+constexpr size_t kLooks = 10;  // at them, and between them
 
 using Runs = std::vector<Values>;  // by capture
+
+// Captures, and what the base makes of them.
+struct Part {
+    std::vector<FleetCapture> captures;
+    Runs base;
+};
 
 // Plays settings to captures and gives what the objective asks for. What was played once, by this
 // search or any other, is not played again.
@@ -55,18 +45,20 @@ class Games {
         mSweep.jobs = options.jobs;
     }
 
-    std::vector<Runs> play(const std::vector<FleetCapture>& captures,
-                           const std::vector<Setup>& setups, const std::string& title) {
+    // By setting. Notes which captures they are.
+    std::vector<Runs> play(std::vector<FleetCapture>& captures, const std::vector<Setup>& setups,
+                           const std::string& title) {
         mSweep.captures = captures;
         mSweep.setups = setups;
         mSweep.title = title;
         makeRows(mSweep);
+        captures = mSweep.captures;
         std::vector<Runs> all;
         for (const Setup& setup : setups) {
             all.emplace_back();
             for (const FleetCapture& capture : captures) {
-                const auto row = mFolder.find(rowFor(mSweep, capture.hash, setup));
-                all.back().push_back(row ? mObjective.valuesOf(*row) : Values());
+                Row row = rowFor(mSweep, capture.hash, setup);
+                all.back().push_back(mFolder.find(row) ? mObjective.valuesOf(row) : Values());
             }
         }
         return all;
@@ -80,43 +72,24 @@ class Games {
     Sweep mSweep;
 };
 
-// Reads every capture once, to know which it is. Complains of those that cannot be read.
-std::vector<FleetCapture> withHashes(std::vector<FleetCapture> captures, unsigned jobs) {
-    std::vector<Job> list;
-    for (const FleetCapture& capture : captures) {
-        list.emplace_back([&capture] { return hashOfFile(capture.path); });
-    }
-    const std::vector<JobResult> results = runJobs(list, jobs);
-    std::set<std::string> known;
-    std::vector<FleetCapture> good;
-    for (size_t i = 0; i < captures.size(); ++i) {
-        if (!results[i].error.empty())
-            complain(captures[i].name + ": left out: " + results[i].error);
-        if (!results[i].error.empty() || !known.insert(results[i].output).second) continue;
-        captures[i].hash = results[i].output;
-        good.push_back(captures[i]);
-    }
-    return good;
-}
-
 // Half of them, by content: the same on every machine, whatever else is in the fleet.
 bool isToCheckBy(const FleetCapture& capture) {
     return std::stoul(capture.hash.substr(0, 4), nullptr, 16) % 2 == 1;
-}
-
-Setup withAssignments(const Setup& base, const std::vector<Dimension>& dimensions,
-                      const Point& point) {
-    std::string changes;
-    for (size_t i = 0; i < dimensions.size(); ++i) {
-        changes += (changes.empty() ? "" : ", ") + dimensions[i].assignmentAt(point[i]);
-    }
-    return changedSetup(base, changes);
 }
 
 Setup withWorth(Setup setup, int boostSpeedupPercent) {
     setup.model->effects.boostSpeedupPercent = boostSpeedupPercent;
     setup.label += format(", boost-speedup=%d", boostSpeedupPercent);
     return setup;
+}
+
+// 0 for one value, from 1 to 2 for two.
+double distance(const std::string& a, const std::string& b) {
+    double from = 0;
+    double to = 0;
+    if (!toNumber(a, from) || !toNumber(b, to)) return a == b ? 0 : 1;
+    const double between = std::abs(to - from);
+    return from == to ? 0 : 1 + between / (1 + between);
 }
 
 class Tuner : public Landscape {
@@ -129,22 +102,21 @@ class Tuner : public Landscape {
         for (const std::string& over : options.over) {
             mDimensions.push_back(parseDimension(over));
             // Whether a device takes them, before anything is played.
+            const Dimension& added = mDimensions.back();
             for (const double share : {0.0, 1.0}) {
-                changedSetup(mOptions.base, mDimensions.back().assignmentAt(share));
+                changedSetup(mOptions.base, added.property + "=" + added.valueAt(share));
             }
         }
-        const double forRivals = kRivalShare * static_cast<double>(options.budget);
-        mRivals = std::min(kMaxRivals, static_cast<size_t>(forRivals) / kLooks);
-        mMaySearch = options.budget - mRivals * kLooks;
+        mRivals = std::min(kMaxRivals, options.budget / kRivalShare / kLooks);
+        mMayTry = options.budget - mRivals * kLooks;
     }
 
     Tuned run() {
-        split();
-        tryBase();
+        playBase();
         search(mDimensions, *this);
-        sortTried();
+        rank();
         check();
-        findTurns();
+        if (mRivals >= 2) findTurns();
         mTuned.objective = mObjective.text();
         for (const size_t figure : mObjective.figures()) {
             mTuned.figures.emplace_back(figures()[figure].label);
@@ -152,27 +124,25 @@ class Tuner : public Landscape {
         return mTuned;
     }
 
-    std::vector<double> changesAt(const std::vector<Point>& points) override {
-        std::vector<Setup> unknown;
-        std::vector<std::string> labels;
-        for (const Point& point : points) {
-            const Setup setup = withAssignments(mOptions.base, mDimensions, point);
-            labels.push_back(setup.label);
-            if (mByLabel.count(setup.label) != 0 || unknown.size() >= left()) continue;
-            mByLabel[setup.label] = mTuned.tried.size() + unknown.size();
-            mPoints[setup.label] = point;
-            unknown.push_back(setup);
+    std::vector<double> changesOf(const std::vector<Choice>& choices) override {
+        std::vector<TriedSetting> unknown;
+        for (const Choice& choice : choices) {
+            TriedSetting setting = settingOf(choice);
+            if (unknown.size() >= left()) break;
+            const size_t next = mTuned.tried.size() + unknown.size();
+            if (mByOptions.emplace(setting.options, next).second) unknown.push_back(setting);
         }
-        add(unknown);
+        add(std::move(unknown));
         std::vector<double> changes;
-        for (const std::string& label : labels) {
-            const auto known = mByLabel.find(label);
-            changes.push_back(known == mByLabel.end() ? 0 : mTuned.tried[known->second].change);
+        for (const Choice& choice : choices) {
+            const auto known = mByOptions.find(settingOf(choice).options);
+            changes.push_back(known == mByOptions.end() ? HUGE_VAL
+                                                        : mTuned.tried[known->second].change);
         }
         return changes;
     }
 
-    size_t left() const override { return mMaySearch - std::min(mMaySearch, mTuned.tried.size()); }
+    size_t left() const override { return mMayTry - std::min(mMayTry, mTuned.tried.size()); }
 
   private:
     static std::vector<std::string> levelsOf(const TuneOptions& options) {
@@ -180,183 +150,199 @@ class Tuner : public Landscape {
         return {std::begin(kDefaultObjective), std::end(kDefaultObjective)};
     }
 
-    void split() {
-        const std::vector<FleetCapture> captures = withHashes(mOptions.captures, mOptions.jobs);
-        mTuned.left = mOptions.captures.size() - captures.size();
-        for (const FleetCapture& capture : captures) {
-            (isToCheckBy(capture) ? mToCheck : mToChoose).push_back(capture);
+    void playBase() {
+        std::vector<FleetCapture> captures = mOptions.captures;
+        const Runs base = mGames.play(captures, {mOptions.base}, "base").front();
+        std::set<std::string> known;
+        for (size_t i = 0; i < captures.size(); ++i) {
+            if (base[i].empty()) {
+                ++mTuned.left;
+            } else if (known.insert(captures[i].hash).second) {
+                Part& part = isToCheckBy(captures[i]) ? mToCheck : mToChoose;
+                part.captures.push_back(captures[i]);
+                part.base.push_back(base[i]);
+            }
         }
         // One has to be chosen by, and is then no check.
-        if (mToChoose.empty()) std::swap(mToChoose, mToCheck);
-        if (mToChoose.empty()) throw InputError("no capture can be read");
-        mTuned.choosing = mToChoose.size();
-    }
-
-    void tryBase() {
-        mBaseRuns = mGames.play(mToChoose, {mOptions.base}, "base").front();
-        const auto failed = std::count(mBaseRuns.begin(), mBaseRuns.end(), Values());
-        if (failed == static_cast<ptrdiff_t>(mBaseRuns.size())) {
+        if (mToChoose.base.empty()) std::swap(mToChoose, mToCheck);
+        if (mToChoose.base.empty()) {
             throw InputError("no capture can be played under the base; try one by itself");
         }
-        mTuned.left += static_cast<size_t>(failed);
-        mTuned.tried.push_back(
-                {mOptions.base, mGames.optionsOf(mOptions.base), 0, meansOf(mBaseRuns)});
+        mTuned.choosing = mToChoose.base.size();
+        const std::string options = mGames.optionsOf(mOptions.base);
+        mByOptions[options] = 0;
+        mTuned.tried.push_back({mOptions.base, {}, options, 0, 0, Objective::mean(mToChoose.base)});
     }
 
-    std::vector<double> meansOf(const Runs& runs) const {
-        std::vector<double> means;
-        for (size_t i = 0; i < mObjective.figures().size(); ++i) {
-            means.push_back(Objective::mean(runs, i));
+    TriedSetting settingOf(const Choice& choice) const {
+        const auto& properties = mOptions.base.settings.properties();
+        TriedSetting setting;
+        setting.choice = choice;
+        std::string changes;
+        for (size_t i = 0; i < choice.size(); ++i) {
+            const std::string& property = mDimensions[i].property;
+            changes += (i > 0 ? ", " : "") + property + "=" + choice[i];
+            const auto before = properties.find(property);
+            setting.distance +=
+                    before == properties.end() ? 2 : distance(before->second, choice[i]);
         }
-        return means;
+        setting.setup = changedSetup(mOptions.base, changes);
+        setting.options = mGames.optionsOf(setting.setup);
+        return setting;
     }
 
-    void add(const std::vector<Setup>& setups) {
-        const std::string title =
-                format("settings %zu to %zu of at most %zu", mTuned.tried.size() + 1,
-                       mTuned.tried.size() + setups.size(), mMaySearch);
-        const std::vector<Runs> all = mGames.play(mToChoose, setups, title);
-        for (size_t i = 0; i < setups.size(); ++i) {
-            mTuned.tried.push_back({setups[i], mGames.optionsOf(setups[i]),
-                                    mObjective.change(mBaseRuns, all[i]), meansOf(all[i])});
+    void add(std::vector<TriedSetting> settings) {
+        const size_t before = mTuned.tried.size();
+        const std::string title = format("settings %zu to %zu of at most %zu", before + 1,
+                                         before + settings.size(), mMayTry);
+        std::vector<Setup> setups;
+        for (const TriedSetting& setting : settings) setups.push_back(setting.setup);
+        const std::vector<Runs> all = mGames.play(mToChoose.captures, setups, title);
+        for (size_t i = 0; i < settings.size(); ++i) {
+            settings[i].change = mObjective.change(mToChoose.base, all[i]);
+            settings[i].means = Objective::mean(all[i]);
+            mTuned.tried.push_back(std::move(settings[i]));
         }
     }
 
-    // Of equal ones the base comes first, then what was tried first.
-    void sortTried() {
-        std::stable_sort(
-                mTuned.tried.begin(), mTuned.tried.end(),
-                [](const auto& a, const auto& b) { return a.change < b.change - kLeastGain; });
-        while (mTuned.tried[mTuned.base].setup.label != mOptions.base.label) ++mTuned.base;
+    void rank() {
+        const auto shown = [](const TriedSetting& one) {
+            return std::llround(one.change / kResolution);
+        };
+        auto& tried = mTuned.tried;
+        std::stable_sort(tried.begin(), tried.end(), [&](const auto& a, const auto& b) {
+            return std::make_tuple(shown(a), a.distance) < std::make_tuple(shown(b), b.distance);
+        });
+        while (!tried[mTuned.base].choice.empty()) ++mTuned.base;
+        while (mTuned.ties + 1 < tried.size() && shown(tried[mTuned.ties + 1]) == shown(tried[0])) {
+            ++mTuned.ties;
+        }
     }
 
     void check() {
         const Setup& best = mTuned.best().setup;
-        noteHarm(mToChoose, mBaseRuns, mGames.play(mToChoose, {best}, "best").front());
-        if (!mToCheck.empty()) {
-            const std::vector<Runs> runs =
-                    mGames.play(mToCheck, {mOptions.base, best}, "captures to check by");
-            noteHarm(mToCheck, runs[0], runs[1]);
-            mTuned.unseen = effectOf(runs[0], runs[1]);
+        noteHarm(mToChoose, mGames.play(mToChoose.captures, {best}, "best").front());
+        if (!mToCheck.base.empty()) {
+            const Runs runs =
+                    mGames.play(mToCheck.captures, {best}, "captures to check by").front();
+            noteHarm(mToCheck, runs);
+            mTuned.unseen = effectOf(mToCheck.base, runs);
         }
         std::sort(mTuned.harmed.begin(), mTuned.harmed.end(), [](const auto& a, const auto& b) {
-            return a.change != b.change ? a.change > b.change : a.name < b.name;
+            return std::tie(b.change, a.name) < std::tie(a.change, b.name);
         });
         const bool isConfirmed = mTuned.unseen.captures >= kLeastUnseen && mTuned.unseen.most < 0;
         mTuned.keepsBase = mTuned.base == 0 || !isConfirmed;
     }
 
-    void noteHarm(const std::vector<FleetCapture>& captures, const Runs& base, const Runs& best) {
-        for (size_t i = 0; i < captures.size(); ++i) {
-            if (base[i].empty()) continue;
-            const double change = mObjective.change({base[i]}, {best[i]});
-            if (change > kHarm) mTuned.harmed.push_back({captures[i].name, change});
+    void noteHarm(const Part& part, const Runs& best) {
+        for (size_t i = 0; i < part.captures.size(); ++i) {
+            const double change = mObjective.change({part.base[i]}, {best[i]});
+            if (change > kHarm) mTuned.harmed.push_back({part.captures[i].name, change});
         }
     }
 
+    // By a fixed sequence of draws, so that an answer can be had again.
     Effect effectOf(const Runs& base, const Runs& best) const {
-        Effect effect{base.size(), mObjective.change(base, best), 0, 0};
         std::vector<double> changes;
-        Draws draws;
+        uint64_t draws = 0;
         for (int i = 0; i < kResamples; ++i) {
             Runs before;
             Runs after;
             for (size_t j = 0; j < base.size(); ++j) {
-                const size_t drawn = draws.below(base.size());
+                const size_t drawn = sim::splitMix64(draws) % base.size();
                 before.push_back(base[drawn]);
                 after.push_back(best[drawn]);
             }
             changes.push_back(mObjective.change(before, after));
         }
         std::sort(changes.begin(), changes.end());
-        effect.least = changes[changes.size() / 40];
-        effect.most = changes[changes.size() - 1 - changes.size() / 40];
-        return effect;
+        const size_t outside = changes.size() / 40;  // on either side
+        return {base.size(), mObjective.change(base, best), changes[outside],
+                changes[changes.size() - 1 - outside]};
     }
 
-    // The best, the base, and for each dimension the best of those that are elsewhere in it.
+    // The base, the best, and for each third of a range and value of a list the best that is there.
     std::vector<Setup> rivals() const {
-        std::vector<Setup> rivals{mTuned.best().setup};
-        if (mTuned.base != 0) rivals.push_back(mOptions.base);
-        std::set<std::string> places;
+        std::vector<Setup> rivals{mOptions.base};
+        std::set<Choice> places;
         for (const TriedSetting& tried : mTuned.tried) {
-            const auto point = mPoints.find(tried.setup.label);
-            if (point == mPoints.end() || tried.setup.label == rivals[0].label) continue;
-            if (rivals.size() >= mRivals) break;
-            std::string place;
-            for (size_t i = 0; i < mDimensions.size(); ++i) {
-                const bool isRange = mDimensions[i].count() == 0;
-                place += isRange ? format("%d ", static_cast<int>(point->second[i] * 2.999))
-                                 : mDimensions[i].valueAt(point->second[i]) + " ";
+            if (rivals.size() == mRivals) break;
+            Choice place = tried.choice;
+            for (size_t i = 0; i < place.size(); ++i) {
+                const Dimension& range = mDimensions[i];
+                if (!range.isRange()) continue;
+                const double share =
+                        (std::stod(place[i]) - range.least) / (range.most - range.least);
+                place[i] = format("%d", static_cast<int>(share * 2.999));
             }
-            if (places.insert(place).second) rivals.push_back(tried.setup);
+            const bool isNew = !place.empty() && places.insert(place).second;
+            if (isNew) rivals.push_back(tried.setup);
         }
         return rivals;
     }
 
-    struct AtWorth {
-        size_t winner = 0;  // of the rivals
-        Turn turn;
-    };
-
-    AtWorth lookAt(int worth, const std::vector<Setup>& rivals) {
-        std::vector<Setup> setups{withWorth(mOptions.base, worth)};
+    // Who wins at that worth.
+    Turn lookAt(int worth, const std::vector<Setup>& rivals) {
+        std::vector<Setup> setups;
         for (const Setup& rival : rivals) setups.push_back(withWorth(rival, worth));
         const std::vector<Runs> all =
-                mGames.play(mToChoose, setups, format("boosts worth %d %%", worth));
-        AtWorth found;
-        std::vector<double> changes;
-        for (size_t i = 1; i < all.size(); ++i) {
-            changes.push_back(mObjective.change(all[0], all[i]));
-            if (changes.back() < changes[found.winner] - kLeastGain) found.winner = i - 1;
+                mGames.play(mToChoose.captures, setups, format("boosts worth %d %%", worth));
+        const size_t best = mTuned.base == 0 ? 0 : 1;
+        const double bestChange = mObjective.change(all[0], all[best]);
+        Turn turn{worth, mTuned.best().setup.label, bestChange, bestChange};
+        for (size_t i = 0; i < all.size(); ++i) {
+            const double change = mObjective.change(all[0], all[i]);
+            if (change > turn.change - kResolution) continue;
+            turn.setting = rivals[i].label;
+            turn.change = change;
         }
-        found.turn = {worth, rivals[found.winner].label, changes[found.winner], changes[0]};
-        return found;
+        ++mLooks;
+        mTuned.mostWorth = std::max(mTuned.mostWorth, worth);
+        return turn;
     }
 
     void findTurns() {
         const std::vector<Setup> list = rivals();
-        if (mRivals < 2 || list.size() < 2) return;
         const int assumed = mOptions.base.model->effects.boostSpeedupPercent;
-        int staysUntil = assumed;
-        for (const int worth : kWorths) {
-            if (worth == assumed) continue;
-            mTuned.worths.push_back(worth);
-            const AtWorth at = lookAt(worth, list);
-            if (worth < assumed && at.winner != 0) {
-                mTuned.turns.assign(1, at.turn);  // of several below the nearest counts
-            } else if (at.winner != 0) {
-                mTuned.turns.push_back(turnBetween(staysUntil, at.turn, list));
-                return;
-            }
-            staysUntil = std::max(staysUntil, worth);
-        }
+        const std::vector<int> worths(std::begin(kWorths), std::end(kWorths));
+        const auto above = std::upper_bound(worths.begin(), worths.end(), assumed);
+        const auto below = std::lower_bound(worths.begin(), worths.end(), assumed);
+        findTurn({std::make_reverse_iterator(below), worths.rend()}, assumed, list);
+        findTurn({above, worths.end()}, assumed, list);
     }
 
-    // The least worth that is known to turn the answer, which does not turn at `stays` yet.
-    Turn turnBetween(int stays, Turn turn, const std::vector<Setup>& rivals) {
-        for (int i = 0; i < kHalvings && turn.boostSpeedupPercent - stays > 1; ++i) {
-            const AtWorth at = lookAt((stays + turn.boostSpeedupPercent) / 2, rivals);
-            if (at.winner == 0) {
-                stays = (stays + turn.boostSpeedupPercent) / 2;
-            } else {
-                turn = at.turn;
+    // The first worth on the way through these at which another setting wins, but not at the one
+    // before it.
+    void findTurn(const std::vector<int>& worths, int stays, const std::vector<Setup>& list) {
+        const std::string& best = mTuned.best().setup.label;
+        for (const int worth : worths) {
+            if (mLooks == kLooks) return;
+            Turn turn = lookAt(worth, list);
+            while (turn.setting != best && std::abs(turn.boostSpeedupPercent - stays) > 1 &&
+                   mLooks < kLooks) {
+                const Turn between = lookAt((stays + turn.boostSpeedupPercent) / 2, list);
+                if (between.setting == best) {
+                    stays = between.boostSpeedupPercent;
+                } else {
+                    turn = between;
+                }
             }
+            if (turn.setting != best) return mTuned.turns.push_back(turn);
+            stays = worth;
         }
-        return turn;
     }
 
     TuneOptions mOptions;
     const Objective mObjective;
     Games mGames;
     std::vector<Dimension> mDimensions;
-    std::vector<FleetCapture> mToChoose;
-    std::vector<FleetCapture> mToCheck;
-    Runs mBaseRuns;
-    std::map<std::string, size_t> mByLabel;  // in `tried`, until it is sorted
-    std::map<std::string, Point> mPoints;    // by label
-    size_t mRivals = 0;
-    size_t mMaySearch = 0;
+    Part mToChoose;
+    Part mToCheck;
+    std::map<std::string, size_t> mByOptions;  // in `tried`, until it is ranked
+    size_t mRivals = 0;                        // with the base
+    size_t mLooks = 0;
+    size_t mMayTry = 0;
     Tuned mTuned;
 };
 

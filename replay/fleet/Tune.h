@@ -4,9 +4,12 @@
 
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "replay/fleet/Captures.h"
+#include "replay/fleet/Objective.h"
+#include "replay/fleet/Search.h"
 #include "replay/plan/Input.h"
 #include "replay/plan/Setup.h"
 
@@ -34,9 +37,11 @@ struct Effect {
 
 struct TriedSetting {
     Setup setup;
-    std::string options;        // that make it, see Row
-    double change = 0;          // of the objective, on the captures to choose by
-    std::vector<double> means;  // of the objective's figures
+    Choice choice;        // of each property; empty: the base
+    std::string options;  // that make it, see Row
+    double change = 0;    // of the objective, on the captures to choose by
+    double distance = 0;  // from the base: properties that differ, and by how much
+    Values means;         // of the objective's figures
 };
 
 struct HarmedCapture {
@@ -57,16 +62,19 @@ constexpr size_t kLeastUnseen = 5;
 
 struct Tuned {
     std::string objective;
-    std::vector<std::string> figures;   // the objective's
-    std::vector<TriedSetting> tried;    // best first, the base among them
+    std::vector<std::string> figures;  // the objective's
+    // Best first, the base among them; of those that change the objective by the same, as far as it is
+    // shown, the one closest to the base.
+    std::vector<TriedSetting> tried;
     size_t base = 0;                    // in `tried`
+    size_t ties = 0;                    // how many are as good as the best
     bool keepsBase = true;              // nothing is better, or not on captures it has not seen
     size_t choosing = 0;                // captures to choose by
     size_t left = 0;                    // captures that cannot be read or played
     Effect unseen;                      // of the best, on the captures to check by
     std::vector<HarmedCapture> harmed;  // by the best, of all captures, the worst first
     std::vector<Turn> turns;            // at most one below the assumed worth and one above
-    std::vector<int> worths;            // of a boost, that were looked at beside the assumed one
+    int mostWorth = -1;                 // of a boost, that was looked at; below 0: none
 
     const TriedSetting& best() const { return tried.front(); }
     const TriedSetting& recommended() const { return keepsBase ? tried[base] : best(); }
@@ -80,6 +88,8 @@ std::vector<std::string> answerOf(const Tuned& tuned);
 void writeTuned(std::ostream& out, const Tuned& tuned);
 // PROPERTY=VALUE lines, as a device's build takes them.
 std::string propertiesText(const Tuned& tuned);
+// Of the beginning of a file: whether that is what it holds.
+bool isPropertyFile(std::string_view firstBytes);
 // Throws OutputError.
 void writeTunedPage(const std::string& path, const std::string& rows, const Tuned& tuned);
 

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 
 #include "replay/base/Text.h"
 #include "replay/fleet/FleetPage.h"
@@ -13,7 +12,9 @@ namespace {
 
 constexpr size_t kSettingsShown = 10;
 constexpr size_t kHarmedShown = 10;
+constexpr size_t kTiesShown = 3;
 constexpr char kDebugProperty[] = "vendor.perf.cindral.debug";
+constexpr char kFirstLine[] = "# Chosen by cindral-replay tune.\n";
 constexpr double kUnfitFrom = 1e5;
 
 std::string percentText(double change) {
@@ -31,6 +32,15 @@ std::string verdictOf(const Tuned& tuned) {
                "), but not surely on captures it has not seen: keep the base.";
     }
     return best + " is the best" + of + ".";
+}
+
+std::string tieText(const Tuned& tuned) {
+    if (tuned.ties == 0) return "";
+    std::string text = format("Ties: %zu, such as", tuned.ties);
+    for (size_t i = 1; i <= std::min(kTiesShown, tuned.ties); ++i) {
+        text += (i > 1 ? "; " : " ") + tuned.tried[i].setup.label;
+    }
+    return text + "; this is the closest to the base.";
 }
 
 std::string unseenText(const Tuned& tuned) {
@@ -61,7 +71,7 @@ std::string harmText(const Tuned& tuned) {
 std::string assumptionText(const Tuned& tuned) {
     const int assumed = tuned.best().setup.model->effects.boostSpeedupPercent;
     std::string text = format("Assumed: a boost makes work %d %% faster", assumed);
-    if (tuned.worths.empty()) return text + "; other worths were not looked at for want of budget.";
+    if (tuned.mostWorth < 0) return text + "; other worths were not looked at for want of budget.";
     for (const Turn& turn : tuned.turns) {
         text += format("; %s %d %% on, %s would win (%s, not %s)",
                        turn.boostSpeedupPercent < assumed ? "from below" : "from",
@@ -69,7 +79,7 @@ std::string assumptionText(const Tuned& tuned) {
                        percentText(turn.change).c_str(), percentText(turn.bestChange).c_str());
     }
     if (tuned.turns.empty()) {
-        text += format("; from 0 to %d %% no other that was tried would win", tuned.worths.back());
+        text += format("; from 0 to %d %% no other that was tried would win", tuned.mostWorth);
     }
     return text + ".";
 }
@@ -86,6 +96,7 @@ std::vector<size_t> shownSettings(const Tuned& tuned) {
 
 std::vector<std::string> answerOf(const Tuned& tuned) {
     std::vector<std::string> lines{verdictOf(tuned)};
+    lines.push_back(tieText(tuned));
     lines.push_back("Objective: " + tuned.objective +
                     "; changes are against the base, below 0 is better.");
     lines.push_back(format("Chosen by: %zu captures%s.", tuned.choosing,
@@ -112,7 +123,7 @@ void writeTuned(std::ostream& out, const Tuned& tuned) {
 }
 
 std::string propertiesText(const Tuned& tuned) {
-    std::string text;
+    std::string text = kFirstLine;
     for (const std::string& line : answerOf(tuned)) text += "# " + line + "\n";
     for (const auto& [name, value] : tuned.recommended().setup.settings.properties()) {
         if (name != kDebugProperty) text += name + "=" + value + "\n";
@@ -120,8 +131,12 @@ std::string propertiesText(const Tuned& tuned) {
     return text;
 }
 
+bool isPropertyFile(std::string_view firstBytes) {
+    return startsWith(firstBytes, kFirstLine);
+}
+
 void writeTunedPage(const std::string& path, const std::string& rows, const Tuned& tuned) {
-    const std::string table = path + ".sqlite";
+    const Table table("", Table::Use::kNew);  // of no name
     gatherRows({rows}, table);
     FleetPage page;
     page.title = "One setting for a fleet";
@@ -131,7 +146,6 @@ void writeTunedPage(const std::string& path, const std::string& rows, const Tune
         page.options.push_back(tuned.tried[i].options);
     }
     writeFleetPage(path, table, page);
-    std::filesystem::remove(table);
 }
 
 }  // namespace replay

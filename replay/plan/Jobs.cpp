@@ -17,7 +17,7 @@ namespace replay {
 
 namespace {
 
-enum ChildStatus { kChildDone = 0, kChildBadInput = 2, kChildFailed = 3 };
+enum ChildStatus { kChildDone = 0, kChildBadInput = 2, kChildFailed = 3, kChildOutputFailed = 4 };
 
 struct Child {
     pid_t pid = -1;
@@ -44,6 +44,9 @@ void writeAll(int descriptor, const std::string& text) {
         text = job();
     } catch (const InputError& error) {
         status = kChildBadInput;
+        text = error.what();
+    } catch (const OutputError& error) {
+        status = kChildOutputFailed;
         text = error.what();
     } catch (const std::exception& error) {
         status = kChildFailed;
@@ -88,6 +91,7 @@ JobResult finish(Child& child) {
     } else if (WIFEXITED(status)) {
         result.error = std::move(child.received);
         result.badInput = WEXITSTATUS(status) == kChildBadInput;
+        result.outputFailed = WEXITSTATUS(status) == kChildOutputFailed;
     } else {
         result.signal = WTERMSIG(status);
         result.error = "the run ended by signal " + std::to_string(result.signal);

@@ -14,7 +14,8 @@ struct JobResult {
     std::string output;  // what the job returned; empty if it failed
     std::string error;   // why it failed; empty if it did not
     bool badInput = false;
-    int signal = 0;  // that ended its process; 0: none did
+    bool outputFailed = false;  // something could not be written
+    int signal = 0;             // that ended its process; 0: none did
 };
 
 // Runs each in a process of its own, at most `limit` at a time, and returns their results in their

@@ -14,6 +14,7 @@ namespace replay {
 
 namespace {
 
+constexpr char kFleetGroup[] = "Options";
 constexpr int64_t kMaxCpuCostNs = 1'000'000;
 constexpr int kDefaultFrames = 1800;
 constexpr int kMaxFrames = 1'000'000;
@@ -175,6 +176,11 @@ void addJobs(CLI::App& app, Raw& raw, const std::string& group) {
             ->group(group);
 }
 
+void addForce(CLI::App& app, CommandLine& line, const std::string& group) {
+    app.add_flag("--force", line.force, "Overwrite a file that this program did not write")
+            ->group(group);
+}
+
 void addOutputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
     const std::string group = "Output";
     app.add_flag("--log", line.log, "Show every decision beside its cause")->group(group);
@@ -194,8 +200,7 @@ void addOutputOptions(CLI::App& app, CommandLine& line, Raw& raw) {
             ->type_name("FILE.pftrace")
             ->group(group);
     addJobs(app, raw, group);
-    app.add_flag("--force", line.force, "Overwrite a file that this program did not write")
-            ->group(group);
+    addForce(app, line, group);
     app.add_flag("--list-layers", raw.listLayers, "List the layers of the capture and stop")
             ->group(group);
     app.add_option("--write-capture", line.writeCapture,
@@ -226,14 +231,14 @@ CLI::App* addFleetCommand(CLI::App& app, CommandLine& line, Raw& raw, const char
             ->required();
     addInputOptions(*command, line, raw);
     addModelOptions(*command, line, raw);
-    addJobs(*command, raw, "");
+    addJobs(*command, raw, kFleetGroup);
     return command;
 }
 
 void addSweep(CLI::App& app, CommandLine& line, Raw& raw) {
     CLI::App* const sweep =
             addFleetCommand(app, line, raw, "sweep", "Make a row for each capture and setting");
-    addCompare(*sweep, line, "");
+    addCompare(*sweep, line, kFleetGroup);
     sweep->add_option("--shard", raw.shard, "Only the Ith of N parts of the captures")
             ->type_name("I/N");
     sweep->callback([&] { line.task = CommandLine::Task::kSweep; });
@@ -250,6 +255,7 @@ void addGather(CLI::App& app, CommandLine& line) {
     gather->add_option("--base", line.fleet.base, "The setting that the page compares with")
             ->type_name("LABEL")
             ->default_val(Setup().label);
+    addForce(*gather, line, kFleetGroup);
     gather->callback([&] { line.task = CommandLine::Task::kGather; });
 }
 
@@ -273,6 +279,7 @@ void addTune(CLI::App& app, CommandLine& line, Raw& raw) {
     tune->add_option("--properties", fleet.properties, "Write the setting for a device's build")
             ->type_name("FILE");
     tune->add_option("--report", line.report, "Write a page to look at")->type_name("FILE.html");
+    addForce(*tune, line, kFleetGroup);
     tune->callback([&] { line.task = CommandLine::Task::kTune; });
 }
 

@@ -31,12 +31,16 @@ ExitStatus sweepCaptures(const CommandLine& line) {
 
 ExitStatus gatherTable(const CommandLine& line) {
     const FleetOptions& fleet = line.fleet;
-    const GatherResult result = gatherRows(line.captures, fleet.table);
-    if (!fleet.csv.empty()) writeCsv(fleet.table, fleet.csv);
+    GatherResult result;
+    replaceFile(fleet.table, [&](const std::string& part) {
+        result = gatherRows(line.captures, Table(part, Table::Use::kNew));
+    });
+    const Table table(fleet.table, Table::Use::kRead);
+    if (!fleet.csv.empty()) writeCsv(table, fleet.csv);
     if (!line.report.empty()) {
         FleetPage page;
         page.base = fleet.base;
-        writeFleetPage(line.report, fleet.table, page);
+        writeFleetPage(line.report, table, page);
     }
     std::cout << format("%zu rows of %zu captures, %zu of them of failed runs\n", result.rows,
                         result.captures, result.failed);

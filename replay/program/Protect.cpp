@@ -12,6 +12,9 @@
 #include "replay/base/Text.h"
 #include "replay/capture/FtraceWriter.h"
 #include "replay/findings/Expectation.h"
+#include "replay/fleet/Gather.h"
+#include "replay/fleet/Table.h"
+#include "replay/fleet/Tune.h"
 #include "replay/program/Checks.h"
 #include "replay/report/HtmlReport.h"
 #include "replay/report/TraceWriter.h"
@@ -28,7 +31,7 @@ constexpr size_t kFirstBytes = 1024;
 struct Output {
     std::string option;
     std::string path;
-    bool (*isOurs)(std::string_view firstBytes);  // null: of any kind
+    bool (*isOurs)(std::string_view firstBytes);
 };
 
 // Keys stand in alphabetical order.
@@ -41,9 +44,9 @@ std::vector<Output> outputsOf(const CommandLine& line) {
                                    {"--report", line.report, isReport},
                                    {"--trace", line.trace, isTrace},
                                    {"--write-capture", line.writeCapture, isWrittenFtrace},
-                                   {"--table", line.fleet.table, nullptr},
-                                   {"--csv", line.fleet.csv, nullptr},
-                                   {"--properties", line.fleet.properties, nullptr}};
+                                   {"--table", line.fleet.table, isTable},
+                                   {"--csv", line.fleet.csv, isTableCsv},
+                                   {"--properties", line.fleet.properties, isPropertyFile}};
     if (line.task == CommandLine::Task::kRecord) {
         for (const std::string& capture : line.captures) {
             outputs.push_back({"record", expectationOf(line, capture), isExpectation});
@@ -88,7 +91,7 @@ bool isSameFile(const std::string& input, const std::string& output) {
 
 void requireOurs(const Output& output) {
     std::error_code error;
-    if (output.isOurs == nullptr || !fs::is_regular_file(output.path, error)) return;
+    if (!fs::is_regular_file(output.path, error)) return;
     std::string bytes(kFirstBytes, '\0');
     std::ifstream file(output.path, std::ios::binary);
     file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));

@@ -31,8 +31,8 @@ function visibleCaptures() {
 
 // [capture, change] of those that were played under both.
 function changesOf(figure, setting, captures) {
-  const base = fleet.values[figure][fleet.base];
-  const changes = fleet.values[figure][setting];
+  const base = fleet.values[fleet.base][figure];
+  const changes = fleet.values[setting][figure];
   return captures.filter(capture => base[capture] !== null && changes[capture] !== null)
       .map(capture => [capture, setting === fleet.base ? 0 : changes[capture] / kThousandths]);
 }
@@ -43,7 +43,7 @@ function meanOf(values) {
 
 function meanValue(figure, setting, captures) {
   const pairs = changesOf(figure, setting, captures);
-  return meanOf(pairs.map(([capture, change]) => fleet.values[figure][fleet.base][capture] / kThousandths + change));
+  return meanOf(pairs.map(([capture, change]) => fleet.values[fleet.base][figure][capture] / kThousandths + change));
 }
 
 function spreadOf(pairs, isLess) {
@@ -170,7 +170,7 @@ function showWorst(captures) {
         const page = fleet.hashes[capture] + '-' + chosen.setting + '.html';
         return element('tr', {}, element('td', {}, element('a', {href: page}, fleet.names[capture])),
             ...names.map(name => element('td', {}, fleet.columns[name].values[fleet.columns[name].of[capture]])),
-            ...cells([shown(fleet.values[chosen.figure][fleet.base][capture] / kThousandths), signed(change)]),
+            ...cells([shown(fleet.values[fleet.base][chosen.figure][capture] / kThousandths), signed(change)]),
             element('td', {}, element('code', {}, pageCommand(capture, page))));
       })));
 }
