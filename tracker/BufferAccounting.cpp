@@ -42,6 +42,7 @@ void BufferLayerTracker::changeVsyncPeriod(long period) {
         return;
     }
     mVsyncPeriod = period;
+    ++mPeriodTurns;
     if (PresetHeadroomRegulator* regulator = mRegulator.get()) {
         regulator->setVsyncInfo(period, displayClass);
     }

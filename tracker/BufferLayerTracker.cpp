@@ -71,15 +71,25 @@ void BufferLayerTracker::readBoostProperties() {
     perf->perfGetProp("vendor.perf.pfar2.disable_core_ctl", "1").extractTo(mDisableCoreCtl);
 }
 
+// A new period that comes meanwhile finds the object published, or is found here.
+template <typename T, typename Tell>
+void BufferLayerTracker::publishWithPeriod(PublishedPointer<T>& place, T* object, Tell tell) {
+    const nsecs_t told = mVsyncPeriod;
+    tell(told);
+    place.publish(object);
+    ++mPeriodTurns;
+    const nsecs_t period = mVsyncPeriod;
+    if (period != told) tell(period);
+}
+
 void BufferLayerTracker::createPowerProxy() {
     PerfProxy* perf = mPerfProxy.get();
     const bool wanted = perf->perfGetProp("vendor.perf.pfar2.hgpe.enable", "0").isOn();
     if (!wanted || !mGfarEnabled) return;
     auto* power = new (std::nothrow) PowerProxy(mPerfProxy.owned());
-    mPowerProxy.publish(power);
     if (power == nullptr) return;
+    publishWithPeriod(mPowerProxy, power, [power](long period) { power->setVsyncPeriod(period); });
     power->setDebuggable(mDebuggable);
-    power->setVsyncPeriod(mVsyncPeriod);
     const int renderTime = perf->perfGetProp("vendor.perf.pfar2.hgpe.max_rendertime", "0").toInt();
     if (renderTime != 0) power->setRenderTimeThresh(renderTime);
     const int negativeBoost = perf->perfGetProp("vendor.perf.pfar2.hgpe.max_neboost", "0").toInt();
@@ -116,8 +126,11 @@ void BufferLayerTracker::startMonitorThread() {
 void BufferLayerTracker::createRegulator() {
     auto* regulator = new (std::nothrow)
             PresetHeadroomRegulator(mPerfProxy.owned(), mGfarEnabled, mDebuggable);
-    mRegulator.publish(regulator);
-    if (regulator != nullptr) regulator->setVsyncInfo(mVsyncPeriod, mVsyncMode);
+    if (regulator == nullptr) return;
+    publishWithPeriod(mRegulator, regulator, [this, regulator](long period) {
+        // The period's own class: the field may still be that of the one before.
+        regulator->setVsyncInfo(period, setVsyncMode(period));
+    });
 }
 
 void BufferLayerTracker::lockForWork() {

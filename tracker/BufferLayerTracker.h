@@ -82,6 +82,8 @@ class BufferLayerTracker : public LightRefBase<BufferLayerTracker> {
     bool applyGameGate() REQUIRES(mWorkLock);
     void startMonitorThread() REQUIRES(mWorkLock);
     void createRegulator() REQUIRES(mWorkLock);
+    template <typename T, typename Tell>
+    void publishWithPeriod(cindral::PublishedPointer<T>& place, T* object, Tell tell);
     void forceStop() EXCLUDES(mStateLock, mWorkLock);
 
     // --- measuring ---
@@ -149,6 +151,9 @@ class BufferLayerTracker : public LightRefBase<BufferLayerTracker> {
     cindral::UnlockedField<float> mOptOffFpsSum{0};
     float mIntervalSum GUARDED_BY(mWorkLock) = 0;
     cindral::UnlockedField<nsecs_t> mVsyncPeriod{-1};
+    // Counted by whoever has stored a period or published what paces by it, before looking for the
+    // other: of the two the second one sees what the first has done.
+    cindral::UnlockedCount mPeriodTurns;
     cindral::UnlockedField<nsecs_t> mRenderTime{0};
     nsecs_t mSampleStart GUARDED_BY(mWorkLock) = 0;
     cindral::UnlockedField<nsecs_t> mLastQueueTime{0};

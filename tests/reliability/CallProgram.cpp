@@ -43,6 +43,7 @@ class Generator {
         mProgram.unloadAfterMs = pick(waits);
         if (oneIn(10)) mProgram.failThread = 1 + static_cast<int>(below(6));
         if (oneIn(3)) meetReleases();
+        if (kShowsRaces && mProgram.frames != 0 && oneIn(4)) meetCreation();
         return mProgram;
     }
 
@@ -108,6 +109,20 @@ class Generator {
         }
         mProgram.threads.push_back(std::move(vsyncs));
         mProgram.threads.push_back(std::move(buffers));
+    }
+
+    // Other calls meet the frame that completes the measurement, with which the environment is built.
+    void meetCreation() {
+        constexpr int kIntervalUs = kBurstIntervalNs / 1000;
+        mProgram.frames = framesToClose(mProgram.period) - 1;
+        mProgram.threads.push_back({{Act::kQueue, 0, 0, kIntervalUs}});
+        for (int i = 0; i < 2; ++i) {
+            const Act acts[] = {Act::kVsync, Act::kPeriod, Act::kConsume};
+            const Op op{pick(acts), 0, static_cast<int>(below(2)), 0};
+            mProgram.threads.push_back({op, op});
+            mProgram.threads.back()[0].afterUs = kIntervalUs;
+            if (op.act == Act::kPeriod) mProgram.threads.back()[1].a = 1;
+        }
     }
 
     void start(std::vector<Op>& ops) const {

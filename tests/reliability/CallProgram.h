@@ -11,6 +11,16 @@ namespace reliability {
 inline constexpr int64_t kMs = 1'000'000;
 inline constexpr int64_t kSecond = 1'000'000'000;
 
+// Whether threads change, too, between the accesses of fields that are shared without a lock.
+#ifdef CINDRAL_EXPLORE
+inline constexpr bool kShowsRaces = true;
+#else
+inline constexpr bool kShowsRaces = false;
+#endif
+// How late a load may be there: many times what a store takes in a processor, and far less than any
+// deadline.
+inline constexpr int64_t kStaleForNs = 1'000;
+
 // Draws the same numbers from the same seed, everywhere.
 class Dice {
   public:

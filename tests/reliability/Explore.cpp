@@ -28,6 +28,9 @@ struct Campaign {
     uint64_t seed = 1;
     uint64_t jobs = 1;
     std::string library = "libcindral.so";
+    size_t firstProgram = 0;  // of all small ones
+    size_t programs = SIZE_MAX;
+    int lateLoads = 1;
 };
 
 uint64_t seedOf(const Campaign& campaign, uint64_t run) {
@@ -108,23 +111,27 @@ int explore(const Campaign& campaign) {
     return EXIT_FAILURE;
 }
 
-// Every schedule of the small programs. The protocols, which come first, are counted one by one.
+// Every schedule of so many small programs. The protocols, which come first, are counted one by one.
 int exploreAll(const Campaign& campaign) {
     const std::vector<SmallProgram> programs = smallPrograms();
+    const size_t first = std::min(campaign.firstProgram, programs.size());
+    const size_t end = first + std::min(campaign.programs, programs.size() - first);
     const Sum sum = doShares(campaign.jobs, [&](uint64_t job, Report& report) {
-        for (size_t i = job; i < programs.size(); i += campaign.jobs) {
+        for (size_t i = first + job; i < end; i += campaign.jobs) {
             sim::Choices choices;
             do {
                 Worker::begins(report, i);
-                play(programs[i].program, scheduleOf(programs[i], choices), campaign.library);
+                play(programs[i].program, scheduleOf(programs[i], choices, campaign.lateLoads),
+                     campaign.library);
                 ++report.done;
                 ++report.counts[std::min(i, kProtocols)];
             } while (choices.next());
         }
     });
-    for (size_t i = 0; i < kProtocols; ++i)
+    for (size_t i = first; i < std::min(end, kProtocols); ++i)
         std::cout << programs[i].name << ": " << sum.counts[i] << " schedules\n";
-    std::cout << programs.size() - kProtocols
+    const size_t others = end - std::min(end, std::max(first, kProtocols));
+    std::cout << others << " of " << programs.size() - kProtocols
               << " programs of two threads with two calls each: " << sum.counts[kProtocols]
               << " schedules\n";
     if (sum.clean) return EXIT_SUCCESS;
@@ -159,6 +166,11 @@ int main(int argc, char** argv) {
     app.add_option("--seed", campaign.seed, "of programs and schedules");
     bool all = false;
     app.add_flag("--all", all, "every schedule of small programs, up to a bound (SmallPrograms.h)");
+    app.add_option("--first", campaign.firstProgram, "the small program to begin with")
+            ->needs("--all");
+    app.add_option("--programs", campaign.programs, "so many small programs")->needs("--all");
+    app.add_option("--late-loads", campaign.lateLoads, "at most so many in a schedule")
+            ->needs("--all");
     app.add_option("--jobs", campaign.jobs, "at the same time")->check(CLI::PositiveNumber);
     app.add_option("--library", campaign.library, "the library to play to");
     app.add_option("--program", program, "plays this one, as a failure printed it");

@@ -27,13 +27,7 @@ constexpr uint64_t kMostSteps = 1'000'000;
 constexpr int64_t kMostTimeNs = 24 * 3600 * kSecond;
 constexpr uint64_t kTypicalSteps = 600;
 constexpr uint64_t kStepsPerCall = 35;  // typically, where an access is one as well
-// Whether threads change, too, between the accesses of fields that are shared without a lock.
-#ifdef CINDRAL_EXPLORE
-constexpr bool kShowsRaces = true;
-#else
-constexpr bool kShowsRaces = false;
-#endif
-constexpr int kTracked = 2;  // of several games
+constexpr int kTracked = 2;             // of several games
 // The last boost is over, and the monitor has given up.
 constexpr int64_t kRestNs = 3 * kSecond;
 // With answers under way that take their time.
@@ -110,6 +104,7 @@ class ProgramRun {
     }
     void setPeriod(int index) {
         call(Act::kPeriod, -1, [&] { mLibrary->setVsyncPeriod(periodNs(index)); });
+        if (mWatch) mWatch->periodTold(index);
     }
     void init() {
         bool active = false;

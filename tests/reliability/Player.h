@@ -15,8 +15,6 @@ namespace reliability {
 // A schedule is a number: it says the kind, whether the clock may overtake threads, whether loads may
 // be late where the library is built for it (CINDRAL_EXPLORE), and the seed.
 sim::Options scheduleOf(uint64_t number);
-// Many times what a store takes in a processor, and far less than any deadline.
-inline constexpr int64_t kStaleForNs = 1'000;
 
 // What is wrong with the device or the system during a run.
 struct Trouble {

@@ -19,6 +19,8 @@ const std::array<std::pair<const char*, std::string>, kProtocols> kNamed{{
         {"a verdict against a buffer of its layer", kPlayed + "| q1,0@0 | q1,0@0"},
         {"a retirement against an increment",
          "gpd 2 71 0 0 0 0 | q2,0@2000000 q2,0@1000 | q0,0@2001000"},
+        {"a period against the regulator's creation",
+         "gpds 1 70 0 0 0 0 | q0,0@120000 | p1,0@120000"},
         {"an unload against the monitor and the boost thread", kPlayed + "| q0,0@0"},
         {"an unload against the headroom thread", kPlayed + "| v0,0@0"},
         {"an unload against the checker", "gpdu 1 71 32 0 0 0"},
@@ -45,12 +47,12 @@ std::vector<SmallProgram> smallPrograms() {
     return programs;
 }
 
-sim::Options scheduleOf(const SmallProgram& program, sim::Choices& choices) {
+sim::Options scheduleOf(const SmallProgram& program, sim::Choices& choices, int lateLoads) {
     sim::Options options;
     options.schedule = sim::Schedule::kAll;
     options.choices = &choices;
     options.departures = program.departures;
-    options.staleLoads = 1;
+    options.staleLoads = lateLoads;
     options.staleForNs = kStaleForNs;
     return options;
 }

@@ -3,6 +3,8 @@
 #include <sched.h>
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 
@@ -51,6 +53,17 @@ bool isKnownBoost(int duration, int type) {
                        [&](const auto& known) { return known[0] == duration && known[1] == type; });
 }
 
+// To a library that never ceases to listen.
+bool tellsPeriodsInTurn(const CallProgram& program) {
+    const auto tells = [](const std::vector<Op>& ops) {
+        return std::any_of(ops.begin(), ops.end(),
+                           [](const Op& op) { return op.act == Act::kPeriod; });
+    };
+    return std::count_if(program.threads.begin(), program.threads.end(), tells) <= 1 &&
+           !program.uses(Act::kInit) && !program.uses(Act::kClear) && !program.uses(Act::kMood) &&
+           !program.has('f');
+}
+
 template <typename T>
 T& at(std::vector<T>& values, int index) {
     const auto position = static_cast<size_t>(index);
@@ -92,10 +105,12 @@ Watch::Watch(const CallProgram& program, bool exactTimes, bool spuriousWakes, bo
         mExactTimes(exactTimes),
         mSpuriousWakes(spuriousWakes),
         mUnexpecting(unexpecting || program.failThread != 0),
-        mSolo(program.isSolo()) {}
+        mSolo(program.isSolo()),
+        mFollowsPeriod(mSolo && !mUnexpecting && tellsPeriodsInTurn(program)) {}
 
 void Watch::see(const Event& event) {
     if (mGone) violate("nothing-after-unload", device::describe(event));
+    vsyncIsServed();
     if (event.kind == EventKind::kServiceCall) return seeCall(event);
     if (event.kind == EventKind::kLog) return seeLog(event);
     seeSection(event);
@@ -174,7 +189,7 @@ void Watch::seeHint(const Event& event) {
     }
     if (!isKnownBoost(duration, type)) violate("known-requests", device::describe(event));
     mReleaseDue = false;
-    mLongBoostEndNs = -1;
+    mLongBoostNs = -1;
     if (type == 0) {
         ++mReleases;
         return;
@@ -184,7 +199,7 @@ void Watch::seeHint(const Event& event) {
     if (duration != kLongBoostMs) return;
     mReached.longBoost = true;
     ++mLongBoosts;
-    mLongBoostEndNs = mServed.back().endNs;
+    mLongBoostNs = event.timeNs;
 }
 
 void Watch::seeLog(const Event& event) {
@@ -196,6 +211,7 @@ void Watch::seeLog(const Event& event) {
     const size_t thresh = event.text.find("curr thresh:");
     if (thresh != std::string::npos) checkRange(event.text.substr(thresh), "curr thresh:", 60, 90);
     if (event.text == "~BufferLayerTracker" && mUnloadNs == 0) mReached.retirement = true;
+    std::sscanf(event.text.c_str(), "vsync: %" SCNd64, &mPacedPeriodNs);
     if (event.text == "enable FrameRegulator") {
         mRegulatorOn = true;
         ++mRegulators;
@@ -210,6 +226,7 @@ void Watch::seeSection(const Event& event) {
     const bool begins = event.kind == EventKind::kTraceBegin;
     if (mustBeQuiet()) violate("quiet-without-debug", device::describe(event));
     if (begins) seeMarker(event.text);
+    if (thread.name == "PHR") ++mTurns;
     if (!begins && thread.name == "PHR") seeRelease();
     const bool inCall = at(mCalls, thread.id).letter != '\0';
     if (!isTrackerThread(thread) && !inCall) return;  // the checker's switch may change in between
@@ -222,6 +239,13 @@ void Watch::seeSection(const Event& event) {
 void Watch::seeRelease() {
     if (mQueuedNs >= 0 && !mReleaseIsSpent && mReleasedNs < 0) mReleasedNs = sim::now();
     mReleaseIsSpent = false;
+}
+
+// At the moment of the vsync, if not before: the thread waits whenever the vsync can take its lock.
+void Watch::vsyncIsServed() {
+    if (mVsyncNs < 0 || sim::now() == mVsyncNs) return;
+    if (mTurns == mTurnsAtVsync) violate("vsync-turns-headroom", "nothing came of it");
+    mVsyncNs = -1;
 }
 
 void Watch::followQueueing(const std::string& text) {
@@ -240,6 +264,10 @@ void Watch::followQueueing(const std::string& text) {
 
 void Watch::seeMarker(const std::string& text) {
     if (mSolo && !mUnexpecting) followQueueing(text);
+    if (mSolo && !mUnexpecting && mExactTimes && mTurns > 0 && text == "onVsync") {
+        mVsyncNs = sim::now();
+        mTurnsAtVsync = mTurns;
+    }
     if (!mUnexpecting) checkRange(text, "headroom = ", 6'666'666, 15'000'000);
     checkRange(text, "mBoostExpectationDegree = ", -3, 3);
     if (text == "skip boost") ++mBoostsHandled;
@@ -254,8 +282,8 @@ int64_t Watch::callBegins(Act act, int layer) {
     if (act == Act::kQueue) ++mBegunIncrements;
     // Only with trace and log can be seen what overtakes the release.
     const bool followed = mSolo && mProgram.has('t') && mProgram.has('d');
-    if (followed && act == Act::kQueue && layer == 0 && mRegulatorOn && mLongBoostEndNs >= 0 &&
-        sim::now() > mLongBoostEndNs) {
+    if (followed && act == Act::kQueue && layer == 0 && mRegulatorOn && mLongBoostNs >= 0 &&
+        sim::now() > mLongBoostNs + kStaleForNs) {
         mReleaseDue = true;
     }
     return sim::now();
@@ -265,8 +293,11 @@ void Watch::callEnds(Act act, int64_t startNs) {
     Call& call = at(mCalls, sim::currentThread());
     call.letter = '\0';
     const int64_t tookNs = sim::now() - startNs;
-    // A lock is free for anybody: a call may have to wait for all increments that overlap it.
-    const int64_t increments = mBegunIncrements - call.endedBefore + 1;
+    // A lock is free for anybody: a call may have to wait for all increments that overlap it, but others
+    // than increments only where one of these waits for another.
+    const int64_t overlapping = mBegunIncrements - call.endedBefore;
+    const int64_t increments =
+            act == Act::kQueue ? overlapping + 1 : std::max<int64_t>(overlapping - 1, 0);
     if (act == Act::kQueue) ++mEndedIncrements;
     if (act == Act::kQueue && tookNs > 0) mReached.hold = true;
     if (!mExactTimes) return;
@@ -306,14 +337,23 @@ void Watch::gamesAreTracked(int games) const {
     violate("games-tracked", std::to_string(mEnvironments) + " of " + std::to_string(games));
 }
 
+void Watch::periodTold(int index) {
+    if (index < kGoodPeriods) mToldPeriodNs = periodNs(index);
+}
+
 void Watch::settled() {
     checkTrackerThreads();
     if (mReleaseDue) violate("long-boost-released", "no release after the buffer");
+    if (mFollowsPeriod && mPacedPeriodNs >= 0 && mPacedPeriodNs != mToldPeriodNs)
+        violate("regulator-knows-period", std::to_string(mPacedPeriodNs) + " ns, not " +
+                                                  std::to_string(mToldPeriodNs) + " ns");
     if (mRegulators > 0 && !mReached.retirement && !mUnexpecting)
         violate("regulator-off-in-silence", std::to_string(mRegulators) + " are still on");
 }
 
 void Watch::unloadBegins() {
+    vsyncIsServed();
+    mVsyncNs = -1;  // the stop may be sooner
     checkTrackerThreads();
     mUnloadNs = sim::now();
 }

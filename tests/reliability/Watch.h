@@ -12,6 +12,7 @@
 //   destroyed-after-use    a shared field is destroyed without an order after its last use
 //   asked-once             a checker asks about a package that was found to be a game
 //   release-taken          a queueing thread stays held though a release came while it queued
+//   vsync-turns-headroom   a vsync neither starts nor ends a cycle of the headroom thread
 //   known-requests         a hint with arguments that mean nothing
 //   values-in-range        headroom, expectation, strength or threshold out of its bounds
 //   games-tracked          a game plays and gets no environment
@@ -21,6 +22,7 @@
 //   hint-per-checkpoint    more boosts than checkpoints were missed
 //   long-boost-released    a buffer came and the long boost was not taken back
 //   regulator-off-in-silence  a layer is silent and its frame regulator stays on
+//   regulator-knows-period    a headroom regulator paces by another period than the last one told
 //   nothing-after-unload   something is sent, or a thread left, after the library has gone
 //
 // Bounds on time are looked at only in runs whose clock overtakes no thread that can run.
@@ -74,6 +76,7 @@ class Watch {
     int64_t callBegins(Act act, int layer);
     void callEnds(Act act, int64_t startNs);
     void initAnswered(bool active) { mReached.active = active; }
+    void periodTold(int index);
     void lostOwnThread() { mReached.lostOwnThread = true; }
 
     // So many games have played long enough for their environments, undisturbed.
@@ -101,6 +104,7 @@ class Watch {
     void seeSection(const device::Event& event);
     void seeMarker(const std::string& text);
     void seeRelease();
+    void vsyncIsServed();
     void followQueueing(const std::string& text);
     void checkSender(const device::Event& event, size_t held) const;
     int64_t servedWithin(int64_t startNs, int64_t endNs) const;
@@ -111,6 +115,7 @@ class Watch {
     const bool mSpuriousWakes;
     const bool mUnexpecting;
     const bool mSolo;
+    const bool mFollowsPeriod;
     struct Call {
         char letter = '\0';       // of the entry point that the thread is in, or 0
         int64_t endedBefore = 0;  // increments
@@ -129,7 +134,12 @@ class Watch {
     int mLongBoosts = 0;
     int mReleases = 0;
     bool mRegulatorOn = false;
-    int64_t mLongBoostEndNs = -1;  // when the service returned from the one in force
+    int64_t mVsyncNs = -1;  // of the latest vsync for the regulator, till the next moment
+    int64_t mTurns = 0;     // of the headroom thread: beginnings and ends of cycles
+    int64_t mTurnsAtVsync = 0;
+    int64_t mToldPeriodNs = -1;   // the last good one
+    int64_t mPacedPeriodNs = -1;  // the headroom regulator's
+    int64_t mLongBoostNs = -1;    // when the one in force was sent
     bool mReleaseDue = false;
     int64_t mQueuedNs = -1;        // since when the game's thread may be held
     int64_t mReleasedNs = -1;      // the first release since then

@@ -17,7 +17,7 @@ namespace reliability {
 struct Report {
     std::atomic<uint64_t> current{0};  // what the worker is at
     std::atomic<uint64_t> done{0};
-    std::atomic<uint64_t> counts[8] = {};
+    std::atomic<uint64_t> counts[12] = {};
     std::atomic<uint64_t> record{0};
     bool violated = false;
     char invariant[64] = {};
