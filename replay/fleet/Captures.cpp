@@ -117,13 +117,6 @@ std::vector<FleetCapture> listCaptures(const std::vector<std::string>& arguments
     return captures;
 }
 
-std::vector<FleetCapture> shardOf(const std::vector<FleetCapture>& captures, unsigned index,
-                                  unsigned count) {
-    std::vector<FleetCapture> shard;
-    for (size_t i = index - 1; i < captures.size(); i += count) shard.push_back(captures[i]);
-    return shard;
-}
-
 std::string hashOfFile(const std::string& path) {
     char digest[SHA256_DIGEST_STRING_LENGTH];
     if (fs::is_directory(path) || SHA256File(path.c_str(), digest) == nullptr) {

@@ -22,10 +22,6 @@ struct FleetCapture {
 // Sorted by name. Throws InputError.
 std::vector<FleetCapture> listCaptures(const std::vector<std::string>& arguments);
 
-// Those of the shard with the number `index`, from 1 to `count`: every count-th.
-std::vector<FleetCapture> shardOf(const std::vector<FleetCapture>& captures, unsigned index,
-                                  unsigned count);
-
 // SHA-256, hexadecimal. hashOfFile throws InputError if it cannot be read.
 std::string hashOfFile(const std::string& path);
 std::string hashOfText(const std::string& text);

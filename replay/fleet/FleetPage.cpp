@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 #include "replay/base/Error.h"
 #include "replay/base/Output.h"
 #include "replay/base/Text.h"
@@ -20,17 +22,6 @@ constexpr double kPercents[] = {50, 99};
 constexpr char kPlayed[] =
         " FROM runs JOIN settings USING (setting, options, library, model)"
         " JOIN places USING (capture) WHERE failure = ''";
-constexpr const char* kFirstFigures[] = {"repeated_vsyncs", "latency_p50_ms"};
-
-// `item` of each figure that is a matter of better or worse, as a list.
-template <typename Item>
-std::string forFigures(const std::vector<const Figure*>& shown, Item item) {
-    std::string list;
-    for (const Figure* figure : shown) {
-        list += (list.empty() ? "" : ", ") + item(std::string(figure->name));
-    }
-    return list;
-}
 
 // What the page shows, as SQLite makes it of the table: settings and captures by number, and the
 // figures of those that were played. One label may stand for several settings: other options, another
@@ -45,21 +36,24 @@ class PageData {
             SELECT row_number() OVER (ORDER BY setting, options, library, model) - 1 AS id, setting,
                 options, library, model, count(nullif(failure, '')) AS failed,
                 count(*) OVER (PARTITION BY setting) AS alike
-            FROM runs)" +
-                   shownOnly(page.options) + " GROUP BY setting, options, library, model");
-        mBase = mTable.valueOf("SELECT id FROM settings WHERE setting = " + sqlText(page.base) +
-                               " ORDER BY 1");
-        if (mBase.empty())
+            FROM runs GROUP BY setting, options, library, model)");
+        if (!page.options.empty()) {
+            mTable.run("DELETE FROM settings WHERE options NOT IN (SELECT value FROM json_each(" +
+                       sqlText(Json(page.options).dump()) +
+                       ")); UPDATE settings SET id = rowid - 1");
+        }
+        mBase = mTable.valueOf("SELECT min(id) FROM settings WHERE setting = " +
+                               sqlText(page.base));
+        if (mBase.empty()) {
             throw InputError("no run is labelled " + inQuotes(page.base) + "; see --base");
+        }
         for (const Figure& figure : figures()) {
             if (figure.better != Figure::Better::kNeither) mFigures.push_back(&figure);
         }
-        const std::string names =
-                forFigures(mFigures, [](const std::string& name) { return name; });
-        mTable.run("CREATE TEMP TABLE shown(setting, place, " + names +
+        mTable.run("CREATE TEMP TABLE shown(setting, place, " + forFigures("$") +
                    ", PRIMARY KEY(setting, place)) WITHOUT ROWID; "
                    "INSERT OR IGNORE INTO shown SELECT id, place, " +
-                   names + kPlayed);
+                   forFigures("$") + kPlayed);
         keepDiffering();
     }
 
@@ -69,69 +63,53 @@ class PageData {
                 {"names", parsed("SELECT json_group_array(name) FROM places")},
                 {"hashes", parsed("SELECT json_group_array(substr(capture, 1, 16)) FROM places")},
                 {"columns", columns()},
-                {"first", kFirstFigures},
-                {"percentileTitles", percentileTitles()},
+                {"summaries", kSummaries},
+                {"percents", kPercents},
                 {"settings", settings()},
                 {"figures", shownFigures()},
                 {"failures", failures()}};
         std::string text = scriptJson(json);
         text.back() = ',';
         out << text << "\"values\":[";
-        // Of the base as they are, of the others what they differ by: mostly nothing, which is short.
         Statement ids(mTable, "SELECT id FROM settings");
         while (ids.step()) out << (ids.text(0) == "0" ? "" : ",") << valuesOf(ids.text(0));
         out << "]}";
     }
 
   private:
-    static std::string shownOnly(const std::vector<std::string>& options) {
-        if (options.empty()) return "";
-        return " WHERE options IN (SELECT value FROM json_each(" + sqlText(Json(options).dump()) +
-               "))";
-    }
-
     Json parsed(const std::string& sql) const { return Json::parse(mTable.valueOf(sql)); }
+
+    // A list of the pattern for each figure, whose name stands for "$".
+    std::string forFigures(const std::string& pattern) const {
+        std::string list;
+        for (const Figure* figure : mFigures) {
+            list += list.empty() ? "" : ", ";
+            for (const char c : pattern) list += c == '$' ? figure->name : std::string(1, c);
+        }
+        return list;
+    }
 
     // Figures that are the same under all settings are not worth a look.
     void keepDiffering() {
         const Json differing =
-                parsed("SELECT json_array(" +
-                       forFigures(mFigures,
-                                  [](const auto& name) {
-                                      return "max(a." + name + " <> b." + name + ")";
-                                  }) +
+                parsed("SELECT json_array(" + forFigures("max(a.$ <> b.$)") +
                        ") FROM shown a JOIN shown b USING (place) WHERE b.setting = " + mBase);
-        std::vector<const Figure*> kept;
-        for (size_t i = 0; i < mFigures.size(); ++i) {
-            if (differing[i] == 1) kept.push_back(mFigures[i]);
-        }
-        mFigures = kept;
+        auto differs = differing.begin();
+        const auto isSame = [&](const Figure*) { return *differs++ != 1; };
+        mFigures.erase(std::remove_if(mFigures.begin(), mFigures.end(), isSame), mFigures.end());
     }
 
-    // By figure and capture, in thousandths.
+    // By figure and capture, in thousandths: of the base as they are, of the others what they differ by,
+    // which is mostly nothing and short.
     std::string valuesOf(const std::string& setting) const {
-        return mTable.valueOf("SELECT json_array(" +
-                              forFigures(mFigures,
-                                         [&](const auto& name) {
-                                             const std::string change =
-                                                     setting == mBase ? "" : " - b." + name;
-                                             return "json_group_array(CAST(round(1000 * (a." +
-                                                    name + change + ")) AS INTEGER))";
-                                         }) +
-                              ") FROM places LEFT JOIN shown a ON a.setting = " + setting +
-                              " AND a.place = places.place"
-                              " LEFT JOIN shown b ON b.setting = " +
-                              mBase + " AND b.place = places.place");
-    }
-
-    static Json percentileTitles() {
-        Json titles = Json::array();
-        for (const char* summary : kSummaries) {
-            for (const double percent : kPercents) {
-                titles.push_back(format("%s p%g, ms", summary, percent));
-            }
-        }
-        return titles;
+        const std::string change = setting == mBase ? "a.$" : "a.$ - b.$";
+        return mTable.valueOf(
+                "SELECT json_array(" +
+                forFigures("json_group_array(CAST(round(1000 * (" + change + ")) AS INTEGER))") +
+                format(R"() FROM places
+                    LEFT JOIN shown a ON a.setting = %s AND a.place = places.place
+                    LEFT JOIN shown b ON b.setting = %s AND b.place = places.place)",
+                       setting.c_str(), mBase.c_str()));
     }
 
     Json settings() const {
@@ -139,28 +117,25 @@ class PageData {
         Statement all(mTable, R"(SELECT options, failed, setting || iif(alike = 1, '', format(
             ' (%d: library %.8s, model %.8s)', id, library, model)) FROM settings)");
         while (all.step()) {
-            list.push_back({{"label", all.text(2)},
-                            {"options", all.text(0)},
-                            {"failed", all.number(1)},
-                            {"percentiles", Json::array()}});
+            list.push_back(
+                    {{"label", all.text(2)}, {"options", all.text(0)}, {"failed", all.number(1)}});
         }
         for (const char* summary : kSummaries) addPercentiles(list, summary);
         return list;
     }
 
-    void addPercentiles(Json& list, const std::string& summary) const {
-        std::vector<Sketch> sketches(list.size());
-        Statement all(mTable, "SELECT id, " + summary + "_summary" + kPlayed);
+    void addPercentiles(Json& settings, const std::string& summary) const {
+        std::vector<Sketch> sketches(settings.size());
+        const std::string column = summary + "_summary";
+        Statement all(mTable, "SELECT id, " + column + kPlayed + " AND " + column + " NOT NULL");
         while (all.step()) {
-            if (all.text(1).empty()) continue;
-            addTo(sketches[static_cast<size_t>(all.number(0))],
-                  Json::parse(all.text(1)).get<Sketch>());
+            const Sketch sketch = Json::parse(all.text(1));
+            addTo(sketches[static_cast<size_t>(all.number(0))], sketch);
         }
         for (size_t i = 0; i < sketches.size(); ++i) {
             for (const double percent : kPercents) {
-                list[i]["percentiles"].push_back(
-                        sketches[i].empty() ? Json()
-                                            : Json(toMs(percentileOf(sketches[i], percent))));
+                const Json shown = toMs(percentileOf(sketches[i], percent));
+                settings[i]["percentiles"].push_back(sketches[i].empty() ? Json() : shown);
             }
         }
     }
@@ -182,15 +157,12 @@ class PageData {
         const Statement captures(mTable, "SELECT * FROM captures");
         for (int i = 3; i < captures.columns(); ++i) {
             const std::string column = sqlName(captures.name(i));
-            all[captures.name(i)] = parsed(
-                    "SELECT json_object('values', json((SELECT json_group_array(v) FROM (SELECT"
-                    " DISTINCT " +
-                    column +
-                    " AS v FROM captures ORDER BY 1))), 'of', json_group_array(k))"
-                    " FROM (SELECT dense_rank() OVER (ORDER BY " +
-                    column +
-                    ") - 1 AS k FROM captures"
-                    " ORDER BY name, capture)");
+            Json& values = all[captures.name(i)];
+            values["values"] = parsed("SELECT json_group_array(v) FROM (SELECT DISTINCT " + column +
+                                      " AS v FROM captures ORDER BY 1)");
+            values["of"] =
+                    parsed("SELECT json_group_array(k) FROM (SELECT dense_rank() OVER (ORDER BY " +
+                           column + ") - 1 AS k FROM captures ORDER BY name, capture)");
         }
         return all;
     }
@@ -200,7 +172,7 @@ class PageData {
             SELECT json_group_array(json_object('count', count, 'reason', reason, 'example', example))
             FROM (SELECT count(*) AS count, min(name) AS example,
                 substr(failure, 1, instr(failure || char(10), char(10)) - 1) AS reason
-                FROM fleet WHERE failure <> '' GROUP BY reason ORDER BY 1 DESC, 3))");
+                FROM runs JOIN places USING (capture) WHERE failure <> '' GROUP BY reason ORDER BY 1 DESC, 3))");
     }
 
     const Table& mTable;

@@ -16,7 +16,6 @@ namespace replay {
 
 namespace {
 
-constexpr const char* kDefaultObjective[] = {"repeated_vsyncs", "latency_p50_ms", "negative_s"};
 constexpr double kResolution = 1e-5;  // of the objective: what is shown of it
 constexpr int kResamples = 2000;
 constexpr double kHarm = 0.01;
@@ -96,7 +95,7 @@ class Tuner : public Landscape {
   public:
     explicit Tuner(const TuneOptions& options)
           : mOptions(options),
-            mObjective(levelsOf(options), options.limits),
+            mObjective(options.objective, options.limits),
             mGames(options, mObjective) {
         if (!mOptions.base.model) mOptions.base.model.emplace();
         for (const std::string& over : options.over) {
@@ -145,11 +144,6 @@ class Tuner : public Landscape {
     size_t left() const override { return mMayTry - std::min(mMayTry, mTuned.tried.size()); }
 
   private:
-    static std::vector<std::string> levelsOf(const TuneOptions& options) {
-        if (!options.objective.empty()) return options.objective;
-        return {std::begin(kDefaultObjective), std::end(kDefaultObjective)};
-    }
-
     void playBase() {
         std::vector<FleetCapture> captures = mOptions.captures;
         const Runs base = mGames.play(captures, {mOptions.base}, "base").front();

@@ -17,11 +17,12 @@ namespace replay {
 
 struct TuneOptions {
     std::vector<FleetCapture> captures;
-    Setup base;                          // played by the model, whether it asks for it or not
-    InputChoice input;                   // but for the capture, the same for all
-    std::string rows;                    // folder
-    std::vector<std::string> over;       // see parseDimension
-    std::vector<std::string> objective;  // levels, see Objective; empty: the default
+    Setup base;                     // played by the model, whether it asks for it or not
+    InputChoice input;              // but for the capture, the same for all
+    std::string rows;               // folder
+    std::vector<std::string> over;  // see parseDimension
+    // Levels, see Objective.
+    std::vector<std::string> objective = {"repeated_vsyncs", "latency_p50_ms", "negative_s"};
     std::vector<std::string> limits;
     size_t budget = 200;  // runs of each capture that is chosen by
     unsigned jobs = 1;

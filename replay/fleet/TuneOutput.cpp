@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cmath>
 
 #include "replay/base/Text.h"
 #include "replay/fleet/FleetPage.h"
@@ -73,9 +72,8 @@ std::string assumptionText(const Tuned& tuned) {
     std::string text = format("Assumed: a boost makes work %d %% faster", assumed);
     if (tuned.mostWorth < 0) return text + "; other worths were not looked at for want of budget.";
     for (const Turn& turn : tuned.turns) {
-        text += format("; %s %d %% on, %s would win (%s, not %s)",
-                       turn.boostSpeedupPercent < assumed ? "from below" : "from",
-                       turn.boostSpeedupPercent, turn.setting.c_str(),
+        text += format("; from %d %% %s, %s would win (%s, not %s)", turn.boostSpeedupPercent,
+                       turn.boostSpeedupPercent < assumed ? "down" : "on", turn.setting.c_str(),
                        percentText(turn.change).c_str(), percentText(turn.bestChange).c_str());
     }
     if (tuned.turns.empty()) {

@@ -20,7 +20,6 @@ constexpr int kDefaultFrames = 1800;
 constexpr int kMaxFrames = 1'000'000;
 constexpr int kMaxEffectPercent = 1000;
 constexpr unsigned kMaxJobs = 1024;
-constexpr unsigned kDefaultBudget = 200;
 constexpr unsigned kMaxBudget = 100'000;
 constexpr char kAllWorks[] = "all";
 
@@ -263,19 +262,19 @@ void addTune(CLI::App& app, CommandLine& line, Raw& raw) {
     CLI::App* const tune =
             addFleetCommand(app, line, raw, "tune", "Look for a better setting and check it");
     FleetOptions& fleet = line.fleet;
-    repeatable(tune->add_option("--over", fleet.over, "A property to choose; may be repeated"))
+    repeatable(tune->add_option("--over", fleet.tune.over, "A property to choose; may be repeated"))
             ->type_name("PROPERTY=LEAST..MOST|VALUE,VALUE")
             ->required();
-    repeatable(tune->add_option("--objective", fleet.objective,
+    repeatable(tune->add_option("--objective", fleet.tune.objective,
                                 "What to make better, the most important first"))
             ->type_name("FIGURE|FIGURE*WEIGHT,FIGURE*WEIGHT");
-    repeatable(tune->add_option("--limit", fleet.limits,
+    repeatable(tune->add_option("--limit", fleet.tune.limits,
                                 "No capture may get worse than now by more; may be repeated"))
             ->type_name("FIGURE=PERCENT");
-    tune->add_option("--budget", fleet.budget, "Runs of a capture at most")
+    tune->add_option("--budget", fleet.tune.budget, "Runs of a capture at most")
             ->type_name("N")
             ->check(CLI::Range(2U, kMaxBudget))
-            ->default_val(kDefaultBudget);
+            ->capture_default_str();
     tune->add_option("--properties", fleet.properties, "Write the setting for a device's build")
             ->type_name("FILE");
     tune->add_option("--report", line.report, "Write a page to look at")->type_name("FILE.html");

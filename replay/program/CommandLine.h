@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "replay/fleet/Tune.h"
 #include "replay/plan/Input.h"
 #include "replay/plan/Setup.h"
 
@@ -18,10 +19,7 @@ struct FleetOptions {
     std::string table;
     std::string csv;
     std::string base;  // label of the setting that the others are compared with
-    std::vector<std::string> over;
-    std::vector<std::string> objective;
-    std::vector<std::string> limits;
-    unsigned budget = 0;
+    TuneOptions tune;  // as far as only it has them
     std::string properties;
 };
 

@@ -13,7 +13,10 @@ namespace replay {
 
 ExitStatus sweepCaptures(const CommandLine& line) {
     Sweep sweep;
-    sweep.captures = shardOf(listCaptures(line.captures), line.fleet.shard, line.fleet.shards);
+    const std::vector<FleetCapture> all = listCaptures(line.captures);
+    for (size_t i = line.fleet.shard - 1; i < all.size(); i += line.fleet.shards) {
+        sweep.captures.push_back(all[i]);
+    }
     sweep.setups.push_back(line.setup);
     for (const std::string& comparison : line.comparisons) {
         sweep.setups.push_back(changedSetup(line.setup, comparison));
@@ -48,15 +51,11 @@ ExitStatus gatherTable(const CommandLine& line) {
 }
 
 ExitStatus tuneSetting(const CommandLine& line) {
-    TuneOptions options;
+    TuneOptions options = line.fleet.tune;
     options.captures = listCaptures(line.captures);
     options.base = line.setup;
     options.input = line.input;
     options.rows = line.fleet.rows;
-    options.over = line.fleet.over;
-    options.objective = line.fleet.objective;
-    options.limits = line.fleet.limits;
-    options.budget = line.fleet.budget;
     options.jobs = line.jobsAtATime();
     const Tuned tuned = tune(options);
     writeTuned(std::cout, tuned);

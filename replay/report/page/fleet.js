@@ -1,6 +1,7 @@
 // The page of a fleet: settings against a base, over many captures.
 
 const kThousandths = 1000;  // what the values are counted in
+const kFirstFigures = ['repeated_vsyncs', 'latency_p50_ms'];
 const kWorstRows = 50;
 const kChartSteps = 200;
 const kMostChoices = 100;   // of a filter
@@ -75,7 +76,8 @@ function showSettings(captures) {
       ...cells(i === fleet.base ? ['base', '', '', '', '', '', ''] : spreadOf(changesOf(chosen.figure, i, captures), figure.less)),
       ...cells([grouped(setting.failed), ...setting.percentiles.map(shown)])));
   document.getElementById('settings').replaceChildren(table('Change of ' + unitOf(figure),
-      ['', 'Setting', ...kSpreadTitles, 'Failed', ...fleet.percentileTitles], rows));
+      ['', 'Setting', ...kSpreadTitles, 'Failed',
+    ...fleet.summaries.flatMap(name => fleet.percents.map(percent => name.replace('_', ' ') + ' p' + percent + ', ms'))], rows));
 }
 
 function chart(id, rows, options) {
@@ -218,7 +220,7 @@ function makeChoices() {
 function start() {
   fleet = JSON.parse(document.getElementById('data').textContent);
   const index = name => Math.max(0, fleet.figures.findIndex(figure => figure.name === name));
-  Object.assign(chosen, {figure: index(fleet.first[0]), x: index(fleet.first[0]), y: index(fleet.first[1]),
+  Object.assign(chosen, {figure: index(kFirstFigures[0]), x: index(kFirstFigures[0]), y: index(kFirstFigures[1]),
     setting: fleet.settings.length > 1 && fleet.base === 0 ? 1 : 0, group: Object.keys(fleet.columns)[0] || ''});
   document.querySelector('main').hidden = false;
   showFailures();
