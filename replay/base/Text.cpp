@@ -11,7 +11,10 @@ namespace replay {
 
 namespace {
 constexpr size_t kMaxQuotedChars = 60;
-constexpr std::string_view kBlanks = " \t\r\n";
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
 }  // namespace
 
 bool startsWithIgnoringCase(std::string_view text, std::string_view lower) {
@@ -22,9 +25,9 @@ bool startsWithIgnoringCase(std::string_view text, std::string_view lower) {
 }
 
 std::string_view trimmed(std::string_view text) {
-    const size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+    return text;
 }
 
 // The JSON library knows how to replace what is not UTF-8; this is its way to say so.

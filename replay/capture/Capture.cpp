@@ -165,7 +165,7 @@ void CaptureBuilder::addMarker(const Marker& marker) {
 
 void CaptureBuilder::addCounter(int64_t timeNs, std::string_view name, int64_t value,
                                 bool onMainThread, int thread) {
-    const auto known = mCounters.find(name);
+    auto known = mCounters.find(name);
     const Use use = known == mCounters.end() ? useOf(name) : known->second.use;
     if (use == Use::kNone) return noteOther(name);
     if ((use == Use::kLayer || use == Use::kStandIn) && (value < 0 || value > kMaxPending)) {
@@ -174,15 +174,10 @@ void CaptureBuilder::addCounter(int64_t timeNs, std::string_view name, int64_t v
                             std::to_string(kMaxPending) + " buffers");
     }
     noteTime(timeNs);
-    if (++mSampleCount > kMaxSamples) failAsTooBig();
-    samplesOf(name, use).push_back({timeNs, static_cast<int32_t>(value), onMainThread, thread});
-}
-
-std::vector<CaptureBuilder::Sample>& CaptureBuilder::samplesOf(std::string_view name, Use use) {
-    const auto known = mCounters.find(name);
-    if (known != mCounters.end()) return known->second.samples;
-    if (mCounters.size() >= kMaxCounters) failAsTooBig();
-    return mCounters.emplace(name, Counter{use, {}}).first->second.samples;
+    const bool isNew = known == mCounters.end();
+    if (++mSampleCount > kMaxSamples || (isNew && mCounters.size() >= kMaxCounters)) failAsTooBig();
+    if (isNew) known = mCounters.emplace(name, Counter{use, {}}).first;
+    known->second.samples.push_back({timeNs, static_cast<int32_t>(value), onMainThread, thread});
 }
 
 void CaptureBuilder::noteOther(std::string_view name) {
@@ -209,8 +204,9 @@ void CaptureBuilder::noteTime(int64_t timeNs) {
 std::vector<CaptureBuilder::Sample> CaptureBuilder::sorted(
         const std::vector<Sample>& captured) const {
     std::vector<Sample> samples = captured;
-    std::stable_sort(samples.begin(), samples.end(),
-                     [](const Sample& a, const Sample& b) { return a.timeNs < b.timeNs; });
+    const auto isEarlier = [](const Sample& a, const Sample& b) { return a.timeNs < b.timeNs; };
+    if (!std::is_sorted(samples.begin(), samples.end(), isEarlier))
+        std::stable_sort(samples.begin(), samples.end(), isEarlier);
     for (Sample& sample : samples) sample.timeNs -= mFirstTimeNs;
     return samples;
 }

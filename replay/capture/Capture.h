@@ -102,7 +102,6 @@ class CaptureBuilder {
     static Use useOf(std::string_view name);
     void noteTime(int64_t timeNs);
     void noteOther(std::string_view name);
-    std::vector<Sample>& samplesOf(std::string_view name, Use use);
     std::vector<Sample> sorted(const std::vector<Sample>& samples) const;
     LayerEvents layerEvents(const std::string& name, const Counter& counter) const;
     VsyncCounter vsyncCounter(const std::string& name, const Counter& counter) const;

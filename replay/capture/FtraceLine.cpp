@@ -15,8 +15,13 @@ constexpr size_t kMaxHeadChars = 256;
 constexpr size_t kMaxFlagsChars = 16;
 
 constexpr std::string_view kInterruptFlags = "hHs";
-constexpr std::string_view kBlanks = " \t";
-constexpr std::string_view kDigits = "0123456789";
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 // A cursor over one line: each take... consumes what it names, or leaves the cursor where it was.
 class Scanner {
@@ -25,7 +30,7 @@ class Scanner {
 
     std::string_view rest() const { return mRest; }
 
-    void skipBlanks() { mRest.remove_prefix(lengthOf(kBlanks)); }
+    void skipBlanks() { takeWhile(isBlank); }
 
     bool take(char wanted) {
         if (mRest.empty() || mRest.front() != wanted) return false;
@@ -33,24 +38,20 @@ class Scanner {
         return true;
     }
 
-    std::string_view takeDigits() { return takeBytes(lengthOf(kDigits)); }
+    std::string_view takeDigits() { return takeWhile(isDigit); }
 
     std::string_view takeWord(size_t maxSize) {
-        const std::string_view start = mRest.substr(0, maxSize);
-        const size_t end = start.find_first_of(kBlanks);
-        return takeBytes(end == std::string_view::npos ? start.size() : end);
+        return takeWhile([](char c) { return !isBlank(c); }, maxSize);
     }
 
   private:
-    size_t lengthOf(std::string_view set) const {
-        const size_t end = mRest.find_first_not_of(set);
-        return end == std::string_view::npos ? mRest.size() : end;
-    }
-
-    std::string_view takeBytes(size_t count) {
-        const std::string_view taken = mRest.substr(0, count);
+    template <typename Wanted>
+    std::string_view takeWhile(Wanted wanted, size_t maxSize = std::string_view::npos) {
+        const std::string_view start = mRest.substr(0, maxSize);
+        size_t count = 0;
+        while (count < start.size() && wanted(start[count])) ++count;
         mRest.remove_prefix(count);
-        return taken;
+        return start.substr(0, count);
     }
 
     std::string_view mRest;

@@ -80,11 +80,13 @@ class Reading {
     }
 
     void refuseWhatNeverEnds() const {
-        const std::string line = mContext.name + ":" + std::to_string(mLine.number) + ": ";
-        if (mLine.isEndless) throw InputError(line + "no end of the line; give ftrace text");
-        if (!mSawEvent && mLine.number > kMaxLinesBeforeEvents) {
-            throw InputError(line + "no event so far; give ftrace text");
-        }
+        if (mLine.isEndless) throw InputError(place() + "no end of the line; give ftrace text");
+        if (!mSawEvent && mLine.number > kMaxLinesBeforeEvents)
+            throw InputError(place() + "no event so far; give ftrace text");
+    }
+
+    std::string place() const {
+        return mContext.name + ":" + std::to_string(mLine.number) + ": ";
     }
 
     void useEvent(const FtraceLine& line) {
@@ -104,9 +106,7 @@ class Reading {
     }
 
     void noteDamage(const std::function<std::string()>& what) {
-        mContext.losses.noteDamage("line", [&] {
-            return mContext.name + ":" + std::to_string(mLine.number) + ": " + what();
-        });
+        mContext.losses.noteDamage("line", [&] { return place() + what(); });
     }
 
     LineReader mLines;

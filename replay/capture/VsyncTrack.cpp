@@ -82,6 +82,7 @@ class Stretches {
     std::vector<Stretch> roughly() const {
         std::vector<Stretch> stretches;
         Stretch now;
+        size_t alike = 0;  // the last intervals that have about the stretch's period
         const auto finish = [&] {
             if (now.end - now.begin < kWindow) return;
             const bool same =
@@ -93,14 +94,19 @@ class Stretches {
             }
         };
         for (size_t i = 0; i + kWindow <= mIntervals.size(); ++i) {
+            const bool isAlike = isSamePeriod(mIntervals[i + kWindow - 1], now.periodNs);
+            alike = isAlike ? alike + 1 : 0;
             const auto begin = mIntervals.begin() + static_cast<ptrdiff_t>(i);
-            const int64_t periodNs = periodOf(Times(begin, begin + kWindow));
+            // A window of such intervals has no other period, and nearly all are of that kind.
+            const int64_t periodNs =
+                    alike >= kWindow ? now.periodNs : periodOf(Times(begin, begin + kWindow));
             if (i > 0 && isSamePeriod(periodNs, now.periodNs)) {
                 now.end = i + 1;
                 continue;
             }
             finish();
             now = {i, i + 1, periodNs};
+            alike = 0;
         }
         finish();
         return stretches;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <utility>
 
 #include "replay/base/Statistics.h"
 #include "replay/game/GamesTold.h"
@@ -22,23 +23,34 @@ constexpr double kCoincidence = 0.1;
 constexpr double kExactly = 0.01;
 constexpr size_t kFewWait = 10;  // less than a tenth of the frames
 constexpr size_t kTimerFrames = 32;
+// Of a long capture makes are tried on so many stretches.
+constexpr size_t kStretches = 16;
+constexpr size_t kTriedFrames = kStretches * 256;
 constexpr int64_t kLongPercent = 150;
 constexpr double kSupposed[] = {0, 0.002, 0.003, 0};
+
+// Frames, from the first to the one behind the last.
+using Stretch = std::pair<size_t, size_t>;
 
 class Guesser {
   public:
     explicit Guesser(const GameEvidence& evidence)
-          : mEvidence(evidence), mBeats(evidence.vsyncs), mTimes(evidence.layer.queueTimesNs) {}
+          : mEvidence(evidence),
+            mBeats(evidence.vsyncs),
+            mTimes(evidence.layer.queueTimesNs),
+            mIntervals(differences(mTimes)),
+            mIsPaced(isPaced()) {}
 
     std::vector<Game> guess() {
         if (mTimes.empty()) return {};
         for (const int buffers : mEvidence.buffers) {
-            tryMake({Kind::kBuffer, buffers});
+            mFree = freeTimesNs(mEvidence.layer, buffers);
+            keep({Kind::kBuffer, buffers});
             tryVsyncs(buffers);
             tryTimer(buffers);
         }
         std::vector<Game> games;
-        for (auto& [kind, game] : mBest) games.push_back(std::move(game));
+        for (const auto& [kind, best] : mBest) games.push_back(under(best.make));
         std::stable_sort(games.begin(), games.end(), [](const Game& a, const Game& b) {
             return a.strangeness < b.strangeness;
         });
@@ -46,49 +58,83 @@ class Guesser {
     }
 
     // What must have been work if the game is of that make.
-    Game under(const Make& make) const {
-        Game game;
-        game.make = make;
-        // Of what came before the capture nothing is known: a timer that has just run out leaves
-        // half of the time to the work.
-        int64_t lastNs = mTimes.front() - make.timerNs / 2;
-        double strange = 0;
-        size_t waited = 0;
-        int64_t firstReadyNs = 0;
-        game.work.emplace_back();
-        const std::vector<int64_t> free = freeTimesNs(mEvidence.layer, make.buffers);
-        for (size_t i = 1; i < mTimes.size(); ++i) {
-            FrameWork frame;
-            const int64_t periodNs = mBeats.periodAt(mTimes[i]);
-            const int64_t latestNs = mTimes[i] - kMinWorkNs;
-            int64_t ready = readyNs(make, mBeats, frame, mTimes[i - 1], lastNs);
-            if (std::max(ready, free[i]) > latestNs) strange += 1;
-            if (ready > latestNs && make.kind == Kind::kVsync) {
-                frame.passedVsyncs = -(ready - latestNs + periodNs - 1) / periodNs;
-                ready = readyNs(make, mBeats, frame, mTimes[i - 1], lastNs);
-            }
-            if (i == 1) firstReadyNs = ready;
-            const int64_t begin = std::max(ready, free[i]);
-            frame.workNs = std::max(mTimes[i] - begin, kMinWorkNs);
-            game.work.push_back(frame);
-            if (begin > mTimes[i - 1]) ++waited;
-            lastNs = std::min(ready, latestNs);
-        }
-        const int64_t median = medianWorkNs({game.work.begin() + 1, game.work.end()});
-        game.work.front().workNs = std::max(std::min(mTimes.front(), median), kMinWorkNs);
-        // The model has the first frame begin so long before it was queued.
-        if (make.kind == Kind::kTimer && game.work.size() > 1)
-            game.work[1].timerNs = firstReadyNs - mTimes.front() + game.work.front().workNs;
-        for (size_t i = 0; i < mTimes.size(); ++i)
-            strange += std::min(1.0, inPeriods(std::abs(game.work[i].workNs - median), mTimes[i]));
-        const bool coincidence = kFewWait * waited < mTimes.size() && isPaced();
-        game.strangeness = (coincidence ? kCoincidence : 0) +
-                           kSupposed[static_cast<size_t>(make.kind)] +
-                           strange / static_cast<double>(game.work.size());
-        return game;
+    Game under(const Make& make) {
+        mFree = freeTimesNs(mEvidence.layer, make.buffers);
+        return under(make, {{0, mTimes.size()}});
     }
 
   private:
+    struct Best {
+        Make make;
+        double strangeness = 0;
+    };
+
+    // The same of some stretches, and of the first frame. `mFree` is for the make's buffers.
+    Game under(const Make& make, const std::vector<Stretch>& stretches) const {
+        Game game;
+        game.make = make;
+        game.work.emplace_back();
+        std::vector<size_t> frames = {0};
+        size_t waited = 0;
+        double strange = 0;
+        for (const auto& [first, end] : stretches) {
+            // Of what came before nothing is known: a timer that has just run out leaves half of
+            // the time to the work.
+            int64_t lastNs = mTimes[first] - make.timerNs / 2;
+            for (size_t i = first + 1; i < end; ++i) {
+                FrameWork frame;
+                const int64_t latestNs = mTimes[i] - kMinWorkNs;
+                int64_t ready = readyNs(make, mBeats, frame, mTimes[i - 1], lastNs);
+                if (std::max(ready, mFree[i]) > latestNs) strange += 1;
+                if (ready > latestNs && make.kind == Kind::kVsync) {
+                    const int64_t periodNs = mBeats.periodAt(mTimes[i]);
+                    frame.passedVsyncs = -(ready - latestNs + periodNs - 1) / periodNs;
+                    ready = readyNs(make, mBeats, frame, mTimes[i - 1], lastNs);
+                }
+                const int64_t begin = std::max(ready, mFree[i]);
+                frame.workNs = std::max(mTimes[i] - begin, kMinWorkNs);
+                game.work.push_back(frame);
+                frames.push_back(i);
+                if (begin > mTimes[i - 1]) ++waited;
+                lastNs = std::min(ready, latestNs);
+            }
+        }
+        finish(game, frames, waited, strange);
+        return game;
+    }
+
+    void finish(Game& game, const std::vector<size_t>& frames, size_t waited,
+                double strange) const {
+        const Make& make = game.make;
+        std::vector<int64_t> times;
+        for (size_t i = 1; i < frames.size(); ++i) times.push_back(game.work[i].workNs);
+        const int64_t median = percentile(std::move(times), 50);
+        game.work.front().workNs = std::max(std::min(mTimes.front(), median), kMinWorkNs);
+        // The model has the first frame begin so long before it was queued.
+        if (make.kind == Kind::kTimer && game.work.size() > 1)
+            game.work[1].timerNs = make.timerNs - make.timerNs / 2 + game.work.front().workNs;
+        for (size_t i = 0; i < frames.size(); ++i) {
+            const int64_t offNs = std::abs(game.work[i].workNs - median);
+            strange += std::min(1.0, inPeriods(offNs, mTimes[frames[i]]));
+        }
+        const bool coincidence = kFewWait * waited < frames.size() && mIsPaced;
+        game.strangeness = (coincidence ? kCoincidence : 0) +
+                           kSupposed[static_cast<size_t>(make.kind)] +
+                           strange / static_cast<double>(frames.size());
+    }
+
+    // Nearly two hundred makes are tried, so each on so many frames only, of all the capture.
+    double strangenessOf(const Make& make) const {
+        std::vector<Stretch> stretches;
+        const size_t count = mTimes.size() > kTriedFrames ? kStretches : 1;
+        const size_t length = std::min(mTimes.size(), kTriedFrames) / count;
+        for (size_t i = 0; i < count; ++i) {
+            const size_t first = i * (mTimes.size() - length) / std::max<size_t>(count - 1, 1);
+            stretches.emplace_back(first, first + length);
+        }
+        return under(make, stretches).strangeness;
+    }
+
     void tryVsyncs(int buffers) {
         for (int every = 1; every <= kMaxEveryVsyncs; ++every) {
             for (const bool takesMissed : {false, true}) {
@@ -97,83 +143,74 @@ class Guesser {
                 make.takesMissed = takesMissed;
                 for (const int64_t periodNs : mEvidence.vsyncs.periodsNs())
                     make.phases.push_back({periodNs, 0});
-                keep(withPhases(make));
+                // First as much of each rate's period, then each for itself.
+                const size_t rates = make.phases.size();
+                fitPhases(make, 0, rates);
+                for (size_t i = 0; rates > 1 && i < rates; ++i) fitPhases(make, i, i + 1);
+                keep(make);
             }
         }
     }
 
-    // First as much of each rate's period, then each for itself.
-    Game withPhases(const Make& make) const {
-        Game game = withPhases(make, 0, make.phases.size());
-        for (size_t i = 0; make.phases.size() > 1 && i < make.phases.size(); ++i)
-            game = withPhases(game.make, i, i + 1);
-        return game;
-    }
-
-    Game withPhases(Make make, size_t begin, size_t end) const {
-        std::vector<Game> games;
-        double best = 0;
-        for (int i = 0; i < kPhases; ++i) {
+    void fitPhases(Make& make, size_t begin, size_t end) const {
+        const auto setTo = [&](int phase) {
             for (size_t rate = begin; rate < end; ++rate)
-                make.phases[rate].phaseNs = make.phases[rate].periodNs * i / kPhases;
-            games.push_back(under(make));
-            if (i == 0 || games.back().strangeness < best) best = games.back().strangeness;
+                make.phases[rate].phaseNs = make.phases[rate].periodNs * phase / kPhases;
+        };
+        std::vector<double> strangeness;
+        for (int i = 0; i < kPhases; ++i) {
+            setTo(i);
+            strangeness.push_back(strangenessOf(make));
         }
-        return std::move(games[middleOf(games, kAsGood * best)]);
+        setTo(middleOf(strangeness));
     }
 
     // Neighbouring phases often explain the capture as well: the middle of the longest row of them.
-    static size_t middleOf(const std::vector<Game>& games, double limit) {
+    static int middleOf(const std::vector<double>& strangeness) {
+        const double limit = kAsGood * *std::min_element(strangeness.begin(), strangeness.end());
         size_t longest = 0;
         size_t middle = 0;
         size_t row = 0;
-        for (size_t i = 0; i < 2 * games.size(); ++i) {
-            row = games[i % games.size()].strangeness <= limit ? row + 1 : 0;
-            if (row <= longest || row > games.size()) continue;
+        for (size_t i = 0; i < 2 * strangeness.size(); ++i) {
+            row = strangeness[i % strangeness.size()] <= limit ? row + 1 : 0;
+            if (row <= longest || row > strangeness.size()) continue;
             longest = row;
-            middle = (i - row / 2) % games.size();
+            middle = (i - row / 2) % strangeness.size();
         }
-        return middle;
+        return static_cast<int>(middle);
     }
 
     void tryTimer(int buffers) {
         Make make{Kind::kTimer, buffers};
         make.timerNs = timerNs();
-        if (make.timerNs > 0) tryMake(make);
+        if (make.timerNs > 0) keep(make);
     }
 
     // Over many frames what their work varies by hardly matters, if none of them was held up.
     int64_t timerNs() const {
-        const std::vector<int64_t> intervals = differences(mTimes);
-        const int64_t longNs = percentile(intervals, 50) * kLongPercent / 100;
+        const int64_t longNs = percentile(mIntervals, 50) * kLongPercent / 100;
         std::vector<int64_t> timers;
         size_t row = 0;
-        for (size_t i = 0; i < intervals.size(); ++i) {
-            row = intervals[i] < longNs ? row + 1 : 0;
+        for (size_t i = 0; i < mIntervals.size(); ++i) {
+            row = mIntervals[i] < longNs ? row + 1 : 0;
             if (row >= kTimerFrames)
                 timers.push_back((mTimes[i + 1] - mTimes[i + 1 - kTimerFrames]) /
                                  static_cast<int64_t>(kTimerFrames));
         }
-        return timers.empty() ? meanNearMedian(intervals) : percentile(timers, 50);
+        return timers.empty() ? meanNearMedian(mIntervals) : percentile(timers, 50);
     }
 
-    void tryMake(const Make& make) { keep(under(make)); }
-
-    void keep(Game game) {
-        const auto known = mBest.find(game.make.kind);
-        if (known == mBest.end()) {
-            mBest.emplace(game.make.kind, std::move(game));
-        } else if (game.strangeness * kAsGood < known->second.strangeness) {
-            known->second = std::move(game);
-        }
+    void keep(const Make& make) {
+        const Best game{make, strangenessOf(make)};
+        const auto [known, isNew] = mBest.emplace(make.kind, game);
+        if (!isNew && game.strangeness * kAsGood < known->second.strangeness) known->second = game;
     }
 
     // One frame for so many vsyncs, exactly: then something made it wait.
     bool isPaced() const {
         std::vector<int64_t> millionths;  // of a period
-        for (size_t i = 1; i < mTimes.size(); ++i)
-            millionths.push_back(
-                    std::llround(1e6 * inPeriods(mTimes[i] - mTimes[i - 1], mTimes[i])));
+        for (size_t i = 0; i < mIntervals.size(); ++i)
+            millionths.push_back(std::llround(1e6 * inPeriods(mIntervals[i], mTimes[i + 1])));
         const double periods = static_cast<double>(percentile(std::move(millionths), 50)) / 1e6;
         return periods > 0.5 && std::abs(periods - std::round(periods)) < kExactly * periods;
     }
@@ -185,7 +222,10 @@ class Guesser {
     const GameEvidence& mEvidence;
     const Beats mBeats;
     const std::vector<int64_t>& mTimes;
-    std::map<Kind, Game> mBest;
+    const std::vector<int64_t> mIntervals;
+    const bool mIsPaced;
+    std::vector<int64_t> mFree;  // the buffers, see freeTimesNs()
+    std::map<Kind, Best> mBest;
 };
 
 }  // namespace

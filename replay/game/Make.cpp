@@ -77,9 +77,11 @@ int64_t Beats::timeNs(size_t index) const {
 
 size_t Beats::indexFrom(int64_t timeNs) const {
     const std::vector<int64_t>& times = mTrack.timesNs;
-    const auto found = std::lower_bound(times.begin(), times.end(), timeNs);
-    auto index = static_cast<size_t>(found - times.begin());
-    if (found == times.end() && !times.empty() && timeNs > times.back())
+    size_t index = std::min(mLast, times.size());
+    while (index > 0 && times[index - 1] >= timeNs) --index;
+    while (index < times.size() && times[index] < timeNs) ++index;
+    mLast = index;
+    if (index == times.size() && !times.empty())
         index = times.size() - 1 +
                 static_cast<size_t>((timeNs - times.back() + mTrack.periodNs - 1) /
                                     mTrack.periodNs);
@@ -155,6 +157,7 @@ int64_t meanNearMedian(const std::vector<int64_t>& values) {
 
 int64_t medianWorkNs(const std::vector<FrameWork>& work) {
     std::vector<int64_t> times;
+    times.reserve(work.size());
     for (const FrameWork& frame : work) times.push_back(frame.workNs + frame.firstStageNs);
     return percentile(times, 50);
 }

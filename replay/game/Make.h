@@ -50,7 +50,7 @@ struct Make {
     Part waitsFor() const;
 };
 
-// The vsyncs of a track, which goes on after its end at its period.
+// The vsyncs of a track, which goes on after its end at its period. For one thread.
 class Beats {
   public:
     explicit Beats(const VsyncTrack& track) : mTrack(track) {}
@@ -61,6 +61,7 @@ class Beats {
 
   private:
     const VsyncTrack& mTrack;
+    mutable size_t mLast = 0;  // found; the next one is nearly always near
 };
 
 struct FrameWork {

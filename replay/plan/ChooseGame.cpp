@@ -1,6 +1,7 @@
 #include "replay/plan/ChooseGame.h"
 
 #include <algorithm>
+#include <set>
 
 #include "replay/base/Text.h"
 
@@ -25,7 +26,13 @@ class Choice {
         const std::vector<Game> games = gamesOf({mLayer, mVsyncs, mCapture.scheduling, roads,
                                                  producer, buffersOf(mLayer, mCapture.scheduling)});
         std::vector<ChosenGame> tried;
-        for (const Game& game : games) tried.push_back(tryGame(game));
+        std::set<Make::Kind> holding;
+        for (const Game& game : games) {
+            tried.push_back(tryGame(game));
+            if (tried.back().reproduction.holds()) holding.insert(game.make.kind);
+            // Whatever comes later is neither chosen nor the runner-up.
+            if (holding.size() > 1) break;
+        }
         // The first that holds, as they come by what the capture tells; if none does, the nearest.
         std::stable_sort(tried.begin(), tried.end(), [](const auto& a, const auto& b) {
             return rank(a.reproduction) < rank(b.reproduction);
