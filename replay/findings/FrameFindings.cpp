@@ -13,7 +13,6 @@ namespace {
 // Below this a call took its time, but was not held.
 constexpr int64_t kMinHoldNs = 100'000;
 constexpr size_t kWorstShown = 10;
-constexpr int kStutterVsyncs = 2;
 
 Frame frameOf(const FedEvent& event, const std::vector<Frame>& before, const Refresh& refresh) {
     Frame frame;
@@ -26,12 +25,10 @@ Frame frameOf(const FedEvent& event, const std::vector<Frame>& before, const Ref
     frame.periodNs = refresh.longestPeriodNs(before.back().queuedNs, frame.queuedNs);
     frame.intervalNs = frame.queuedNs - before.back().queuedNs;
     frame.renderNs = frame.queuedNs - before.back().returnedNs;
-    const int64_t excessNs = frame.intervalNs - frame.periodNs;
-    frame.late = excessNs > kLateToleranceNs;
+    const int64_t lateByNs = lateNs(refresh, before.back().queuedNs, frame.queuedNs);
+    frame.late = lateByNs > 0;
     // Exactly one more period and the tolerance is not yet late by more than one vsync.
-    if (frame.late) {
-        frame.lateVsyncs = static_cast<int>((excessNs - kLateToleranceNs - 1) / frame.periodNs);
-    }
+    if (frame.late) frame.lateVsyncs = static_cast<int>((lateByNs - 1) / frame.periodNs);
     return frame;
 }
 
@@ -50,10 +47,7 @@ void addStutters(Findings& findings, const Run& run) {
     for (const FedEvent& event : run.fed) {
         if (event.kind != FedEvent::Kind::kConsume) continue;
         if (previousNs) {
-            const int64_t gapNs = event.deliveredNs - *previousNs;
-            const int64_t periodNs =
-                    findings.refresh.longestPeriodNs(*previousNs, event.deliveredNs);
-            const auto vsyncs = static_cast<int>((2 * gapNs + periodNs) / (2 * periodNs));
+            const int vsyncs = vsyncsStood(findings.refresh, *previousNs, event.deliveredNs);
             if (vsyncs >= kStutterVsyncs) findings.stutters.push_back({event.deliveredNs, vsyncs});
         }
         previousNs = event.deliveredNs;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "replay/base/Statistics.h"
 #include "replay/base/Text.h"
-#include "replay/findings/Figures.h"
 #include "replay/findings/FrameFindings.h"
 
 namespace replay {
@@ -30,6 +30,21 @@ double countMiss(int64_t modelled, int64_t captured) {
 double latencyMiss(const Reproduction& r) {
     return static_cast<double>(std::abs(r.modelled.latencyP50Ns - r.captured.latencyP50Ns)) /
            kLatencyToleranceNs;
+}
+
+// From queue to latch. The count of pending buffers says which one was latched.
+std::vector<int64_t> latenciesNs(const LayerEvents& events) {
+    const std::vector<int64_t>& queued = events.queueTimesNs;
+    std::vector<int64_t> latencies(queued.size(), -1);
+    size_t count = 0;
+    for (const ConsumeEvent& latch : events.consumes) {
+        while (count < queued.size() && queued[count] < latch.timeNs) ++count;
+        const auto pending = static_cast<size_t>(latch.pending);
+        if (count <= pending || latencies[count - pending - 1] >= 0) continue;
+        latencies[count - pending - 1] = latch.timeNs - queued[count - pending - 1];
+    }
+    latencies.erase(std::remove(latencies.begin(), latencies.end(), -1), latencies.end());
+    return latencies;
 }
 
 }  // namespace
@@ -59,16 +74,19 @@ std::string Reproduction::describe() const {
             toMs(captured.latencyP50Ns));
 }
 
-Reproduction::Figures reproductionFigures(const LayerEvents& layer, const Refresh& refresh,
-                                          const Run& run) {
-    Findings findings;
-    findings.refresh = refresh;
-    addFrames(findings, run, layer.pendingAtStart);
+Reproduction::Figures reproductionFigures(const LayerEvents& events, const Refresh& refresh) {
+    const std::vector<int64_t>& queued = events.queueTimesNs;
+    const std::vector<ConsumeEvent>& latches = events.consumes;
     Reproduction::Figures figures;
-    figures.framesPerSecond = replay::figures()[figureNamed("frames_per_second")].of(findings);
-    figures.lateFrames = static_cast<int64_t>(findings.late[0]);
-    figures.stutters = static_cast<int64_t>(findings.stutters.size());
-    figures.latencyP50Ns = findings.latencyNs.p50;
+    const auto playedNs = static_cast<double>(queued.empty() ? 0 : queued.back() - queued.front());
+    if (playedNs > 0)
+        figures.framesPerSecond = static_cast<double>(queued.size() - 1) * 1e9 / playedNs;
+    for (size_t i = 1; i < queued.size(); ++i)
+        if (lateNs(refresh, queued[i - 1], queued[i]) > 0) ++figures.lateFrames;
+    for (size_t i = 1; i < latches.size(); ++i)
+        if (vsyncsStood(refresh, latches[i - 1].timeNs, latches[i].timeNs) >= kStutterVsyncs)
+            ++figures.stutters;
+    figures.latencyP50Ns = percentile(latenciesNs(events), 50);
     return figures;
 }
 

@@ -9,7 +9,6 @@
 
 #include "replay/capture/Capture.h"
 #include "replay/capture/VsyncTrack.h"
-#include "replay/play/Run.h"
 
 namespace replay {
 
@@ -37,7 +36,7 @@ struct Reproduction {
     double distance() const;
 };
 
-Reproduction::Figures reproductionFigures(const LayerEvents& layer, const Refresh& refresh,
-                                          const Run& run);
+// Of what was captured, or of what a model made of it.
+Reproduction::Figures reproductionFigures(const LayerEvents& events, const Refresh& refresh);
 
 }  // namespace replay

@@ -25,7 +25,7 @@ constexpr size_t kFewWait = 10;  // less than a tenth of the frames
 constexpr size_t kTimerFrames = 32;
 // Of a long capture makes are tried on so many stretches.
 constexpr size_t kStretches = 16;
-constexpr size_t kTriedFrames = kStretches * 256;
+constexpr size_t kTriedFrames = kStretches * 128;
 constexpr int64_t kLongPercent = 150;
 constexpr double kSupposed[] = {0, 0.002, 0.003, 0};
 

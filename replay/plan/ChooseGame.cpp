@@ -4,6 +4,7 @@
 #include <set>
 
 #include "replay/base/Text.h"
+#include "replay/play/Unheld.h"
 
 namespace replay {
 
@@ -13,12 +14,12 @@ class Choice {
   public:
     Choice(const Capture& capture, const LayerEvents& layer, const VsyncTrack& vsyncs,
            const ModelChoice& choice)
-          : mCapture(capture), mLayer(layer), mVsyncs(vsyncs), mChoice(choice) {
-        PlayOptions asCaptured;
-        asCaptured.withLibrary = false;
-        mFigures = reproductionFigures(layer, vsyncs, play(layer, vsyncs, {}, asCaptured));
-        mLatchDelaysNs = latchDelaysNs(layer, vsyncs);
-    }
+          : mCapture(capture),
+            mLayer(layer),
+            mVsyncs(vsyncs),
+            mChoice(choice),
+            mFigures(reproductionFigures(layer, vsyncs)),
+            mLatchDelaysNs(latchDelaysNs(layer, vsyncs)) {}
 
     ChosenGame choose() {
         const int producer = producerOf(mLayer, mCapture.scheduling);
@@ -63,13 +64,10 @@ class Choice {
         tried.model.latchDelaysNs = mLatchDelaysNs;
         tried.model.latchDelayNs = usualLatchDelayNs(mLayer, mVsyncs);
         applyEstimator(mChoice.work, mLayer, mVsyncs.periodNs, tried.model.work);
-        PlayOptions options;
-        options.withLibrary = false;
-        options.model = tried.model;
         Reproduction& reproduction = tried.reproduction;
         reproduction.captured = mFigures;
         reproduction.modelled =
-                reproductionFigures(mLayer, mVsyncs, play(mLayer, mVsyncs, {}, options));
+                reproductionFigures(playUnheld(mLayer, mVsyncs, tried.model), mVsyncs);
         reproduction.game = game.make.describe();
         reproduction.measured = game.measured;
         reproduction.workP50Ns = medianWorkNs(tried.model.work);
@@ -80,8 +78,8 @@ class Choice {
     const LayerEvents& mLayer;
     const VsyncTrack& mVsyncs;
     const ModelChoice& mChoice;
-    Reproduction::Figures mFigures;
-    std::vector<int64_t> mLatchDelaysNs;
+    const Reproduction::Figures mFigures;
+    const std::vector<int64_t> mLatchDelaysNs;
 };
 
 }  // namespace

@@ -17,7 +17,7 @@ struct ChosenGame {
     Reproduction reproduction;
 };
 
-// Plays the capture a few times, without the library. Throws what play() throws.
+// Plays the capture a few times, without the library.
 ChosenGame chooseGame(const Capture& capture, const LayerEvents& layer, const VsyncTrack& captured,
                       const ModelChoice& choice);
 

@@ -44,6 +44,17 @@ bool givesBack(const GeneratedTruth& truth, const Reproduction::Figures& modelle
     return comparison.holds();
 }
 
+LayerEvents eventsOf(const Run& run, int pendingAtStart) {
+    LayerEvents events;
+    events.pendingAtStart = pendingAtStart;
+    for (const FedEvent& event : run.fed) {
+        if (event.kind == FedEvent::Kind::kQueue) events.queueTimesNs.push_back(event.dueNs);
+        if (event.kind == FedEvent::Kind::kConsume)
+            events.consumes.push_back({event.dueNs, static_cast<int>(event.value)});
+    }
+    return events;
+}
+
 template <typename Use>
 void forEachGame(Use&& use) {
     for (int make = 0; make < GeneratedGame::kMakes; ++make)
@@ -60,8 +71,14 @@ TEST(Reproduction, GeneratedGames_AreGivenBackOrSaidNotToBe) {
     size_t missed = 0;
     forEachGame([&](const GeneratedGame& game) {
         const GeneratedTruth truth = generate(game);
-        const Played played = playInput(inputOf(truth.ftrace), setup);
+        const Input input = inputOf(truth.ftrace);
+        const Played played = playInput(input, setup);
         const Reproduction& reproduction = *played.findings.reproduction;
+        // What the game was chosen by is what comes of it.
+        const Reproduction::Figures figures = reproductionFigures(
+                eventsOf(played.run, input.layer().pendingAtStart), played.findings.refresh);
+        EXPECT_EQ(figures.framesPerSecond, reproduction.modelled.framesPerSecond) << game.name();
+        EXPECT_EQ(figures.latencyP50Ns, reproduction.modelled.latencyP50Ns) << game.name();
         ++games;
         missed += reproduction.holds() ? 0 : 1;
         EXPECT_EQ(reproduction.holds(), givesBack(truth, reproduction.modelled)) << game.name();
@@ -144,8 +161,8 @@ TEST(Reproduction, GamesUnderAKnownPacing_DoWhatTheyWouldHaveDone) {
         game.chance = 1;
         if (!givesBack(truth, figuresOf(generate(game)))) return;
         const Played played = playInput(input, setup);
-        const Reproduction::Figures modelled =
-                reproductionFigures(input.layer(), played.findings.refresh, played.run);
+        const Reproduction::Figures modelled = reproductionFigures(
+                eventsOf(played.run, input.layer().pendingAtStart), played.findings.refresh);
         ++games;
         if (givesBack(truth, modelled)) return;
         ++missed;
