@@ -29,6 +29,7 @@ constexpr char kPlayed[] =
 class PageData {
   public:
     PageData(const Table& table, const FleetPage& page) : mTable(table) {
+        const std::string shown = sqlText(Json(page.options).dump());  // empty: all
         mTable.run(R"(
             CREATE TEMP TABLE places AS
             SELECT row_number() OVER (ORDER BY name, capture) - 1 AS place, capture, name FROM captures;
@@ -36,12 +37,9 @@ class PageData {
             SELECT row_number() OVER (ORDER BY setting, options, library, model) - 1 AS id, setting,
                 options, library, model, count(nullif(failure, '')) AS failed,
                 count(*) OVER (PARTITION BY setting) AS alike
-            FROM runs GROUP BY setting, options, library, model)");
-        if (!page.options.empty()) {
-            mTable.run("DELETE FROM settings WHERE options NOT IN (SELECT value FROM json_each(" +
-                       sqlText(Json(page.options).dump()) +
-                       ")); UPDATE settings SET id = rowid - 1");
-        }
+            FROM runs WHERE )" +
+                   shown + " = '[]' OR options IN (SELECT value FROM json_each(" + shown +
+                   ")) GROUP BY setting, options, library, model");
         mBase = mTable.valueOf("SELECT min(id) FROM settings WHERE setting = " +
                                sqlText(page.base));
         if (mBase.empty()) {
