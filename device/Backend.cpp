@@ -70,7 +70,7 @@ StandInDevice::State& Backend::state() {
     return *StandInDevice::instance().mState;
 }
 
-void Backend::record(Event event) {
+void Backend::record(Event&& event) {
     const std::lock_guard guard(state().lock);
     state().record(std::move(event));
 }

@@ -33,7 +33,7 @@ class Backend {
 
   private:
     static StandInDevice::State& state();
-    static void record(Event event);
+    static void record(Event&& event);
     template <typename Answer>
     static auto serve(Event event, Answer answer);
     static int weightOf(const StandInDevice::State& state, const std::string& package);

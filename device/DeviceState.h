@@ -31,7 +31,7 @@ class StandInDevice::State {
 
     // Stamps the event with time and thread and keeps it or hands it on. Requires `lock`, so that
     // the order of the records is the order of their times.
-    void record(Event event);
+    void record(Event&& event);
 
     // Innermost lock: nothing else is locked and nobody sleeps while it is held.
     sim::UnseenLock<std::mutex> lock;

@@ -16,14 +16,16 @@ using device::Backend;
 namespace {
 
 constexpr int kLogged = 1;
+constexpr size_t kUsualChars = 127;  // of a line; longer ones are formatted twice
 
 std::string formatted(const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
-    const int length = vsnprintf(nullptr, 0, format, arguments);
-    std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
+    std::string text(kUsualChars, '\0');
     // The terminating null goes where the string keeps its own.
-    if (length > 0) vsnprintf(text.data(), text.size() + 1, format, again);
+    const int length = vsnprintf(text.data(), text.size() + 1, format, arguments);
+    text.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    if (text.size() > kUsualChars) vsnprintf(text.data(), text.size() + 1, format, again);
     va_end(again);
     return text;
 }

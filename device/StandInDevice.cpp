@@ -20,7 +20,7 @@ int64_t monotonicNs() {
 
 }  // namespace
 
-void StandInDevice::State::record(Event event) {
+void StandInDevice::State::record(Event&& event) {
     event.thread = labeller ? labeller() : gettid();
     event.timeNs = monotonicNs();
     if (sink) return sink(event);

@@ -24,10 +24,6 @@ constexpr int kNoteOfWake = 200;
 constexpr int kNoteOfBeginning = 300;
 constexpr int kNoteOfEnd = 301;
 
-int64_t addSaturated(int64_t timeNs, int64_t durationNs) {
-    return durationNs > INT64_MAX - timeNs ? INT64_MAX : timeNs + durationNs;
-}
-
 void removeFrom(std::vector<Thread*>& threads, const Thread& thread) {
     threads.erase(std::find(threads.begin(), threads.end(), &thread));
 }
@@ -52,6 +48,7 @@ void Engine::step(Call call) {
 }
 
 void Engine::note(int what, const Thread& thread) {
+    if (!mOptions.record) return;
     mRecord.add(static_cast<uint64_t>(what));
     mRecord.add(static_cast<uint64_t>(thread.record.id));
     mRecord.add(static_cast<uint64_t>(mNowNs));

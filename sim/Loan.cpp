@@ -256,6 +256,7 @@ __attribute__((no_sanitize("address"))) void Loan::sleepUntilGivenBack(void* loa
 }
 
 void Loan::awaitGiven() {
+    if (__atomic_load_n(&mState, __ATOMIC_ACQUIRE) == kGiven) return;
     uint32_t seen = kNotYetGiven;
     __atomic_compare_exchange_n(&mState, &seen, kAwaited, false, __ATOMIC_ACQ_REL,
                                 __ATOMIC_ACQUIRE);

@@ -12,7 +12,6 @@ namespace sim {
 
 namespace {
 
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 // The C library keeps the kind and the clock inside the object. Reading them there also covers
 // objects that were made before the run, and static initialisers.
 constexpr int kMutexKindMask = 3;
@@ -39,7 +38,11 @@ int Primitives::lock(pthread_mutex_t* handle) {
     Mutex& mutex = mMutexes.at(handle);
     if (mutex.owner == &mEngine.current()) return lockAgain(mutex, kindOf(handle));
     if (mEngine.options().checkLockOrder) checkOrder(mutex);
-    acquire(handle);
+    if (mutex.owner) {
+        acquire(handle);
+    } else {
+        take(mutex, handle);
+    }
     mEngine.progress();
     return 0;
 }

@@ -7,8 +7,6 @@ namespace sim {
 
 namespace {
 
-constexpr int64_t kNsPerSecond = 1'000'000'000;
-
 std::string seconds(int64_t timeNs) {
     char text[40];
     snprintf(text, sizeof(text), "%lld.%09lld s", static_cast<long long>(timeNs / kNsPerSecond),

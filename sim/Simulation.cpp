@@ -1,5 +1,6 @@
 #include "sim/Simulation.h"
 
+#include <malloc.h>
 #include <sched.h>
 #include <time.h>
 
@@ -68,10 +69,6 @@ void sleep(int64_t deadlineNs) {
     engine.progress();
 }
 
-int64_t addSaturated(int64_t timeNs, int64_t durationNs) {
-    return durationNs > kNever - timeNs ? kNever : timeNs + durationNs;
-}
-
 }  // namespace
 
 const char* toString(Failure failure) {
@@ -104,6 +101,7 @@ Outcome run(const Options& options, const std::function<void()>& body) {
     const OnlyRun onlyRun;
     const PinnedToOneProcessor pinned;
     resolveRealCalls();
+    mallopt(M_ARENA_MAX, 1);  // the threads take turns, so that one heap will do
     auto run = std::make_unique<Run>(options);
     Thread& bodyThread =
             run->threads.createBody(callBody, const_cast<std::function<void()>*>(&body));

@@ -66,6 +66,7 @@ struct Options {
     bool checkLockOrder = false;  // locks taken in both orders are a failure, deadlock or not
     bool checkSignals = false;    // a signal without the lock that is waited with is a failure
     bool abortOnFailure = true;   // print the report and abort; otherwise only return it
+    bool record = true;           // Outcome::record is wanted; 0 if not
 };
 
 enum class Failure {

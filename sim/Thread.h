@@ -14,6 +14,11 @@ namespace sim {
 struct Run;
 
 constexpr int64_t kNever = INT64_MAX;
+constexpr int64_t kNsPerSecond = 1'000'000'000;
+
+inline int64_t addSaturated(int64_t timeNs, int64_t durationNs) {
+    return durationNs > kNever - timeNs ? kNever : timeNs + durationNs;
+}
 
 enum class Call {
     kLock,

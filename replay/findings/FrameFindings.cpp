@@ -33,6 +33,9 @@ Frame frameOf(const FedEvent& event, const std::vector<Frame>& before, const Ref
 }
 
 void addLists(Findings& findings, const Run& run) {
+    findings.frames.reserve(static_cast<size_t>(std::count_if(
+            run.fed.begin(), run.fed.end(),
+            [](const FedEvent& event) { return event.kind == FedEvent::Kind::kQueue; })));
     for (const FedEvent& event : run.fed) {
         if (event.kind == FedEvent::Kind::kQueue) {
             findings.frames.push_back(frameOf(event, findings.frames, findings.refresh));
@@ -66,8 +69,9 @@ class QueueHistory {
                     event.kind == FedEvent::Kind::kQueue || event.kind == FedEvent::Kind::kConsume;
             if (matters) mEvents.push_back(&event);
         }
-        std::stable_sort(mEvents.begin(), mEvents.end(),
-                         [](const auto* a, const auto* b) { return a->dueNs < b->dueNs; });
+        const auto isEarlier = [](const auto* a, const auto* b) { return a->dueNs < b->dueNs; };
+        if (!std::is_sorted(mEvents.begin(), mEvents.end(), isEarlier))
+            std::stable_sort(mEvents.begin(), mEvents.end(), isEarlier);
     }
 
     // Fills in the frames and the depth of the queue.
@@ -123,10 +127,10 @@ void addDistributions(Findings& findings) {
         intervals.push_back(frame.intervalNs);
         renders.push_back(frame.renderNs);
     }
-    findings.frameTimeNs = distributionOf(intervals);
-    findings.renderTimeNs = distributionOf(renders);
-    findings.heldNs = distributionOf(holds);
-    findings.latencyNs = distributionOf(latencies);
+    findings.frameTimeNs = distributionOf(std::move(intervals));
+    findings.renderTimeNs = distributionOf(std::move(renders));
+    findings.heldNs = distributionOf(std::move(holds));
+    findings.latencyNs = distributionOf(std::move(latencies));
 }
 
 void addWorst(Findings& findings) {
@@ -147,21 +151,24 @@ void addWorst(Findings& findings) {
 
 }  // namespace
 
-Distribution distributionOf(const std::vector<int64_t>& values) {
-    std::vector<int64_t> sorted = values;
-    std::sort(sorted.begin(), sorted.end());
+Distribution distributionOf(std::vector<int64_t> values) {
+    auto ranked = values.begin();  // what is before does not exceed what is behind
     const auto rank = [&](size_t percent) {
-        if (sorted.empty()) return int64_t{0};
-        return sorted[(sorted.size() * percent + 99) / 100 - 1];
+        if (values.empty()) return int64_t{0};
+        const size_t place = (values.size() * percent + 99) / 100 - 1;
+        const auto nth = values.begin() + static_cast<ptrdiff_t>(place);
+        std::nth_element(ranked, nth, values.end());
+        ranked = nth;
+        return *nth;
     };
     Distribution distribution;
-    distribution.count = sorted.size();
+    distribution.count = values.size();
     distribution.p50 = rank(50);
     distribution.p90 = rank(90);
     distribution.p95 = rank(95);
     distribution.p99 = rank(99);
     distribution.max = rank(100);
-    distribution.total = std::accumulate(sorted.begin(), sorted.end(), int64_t{0});
+    distribution.total = std::accumulate(values.begin(), values.end(), int64_t{0});
     return distribution;
 }
 

@@ -22,7 +22,7 @@ inline int vsyncsStood(const Refresh& refresh, int64_t beforeNs, int64_t latchNs
     return static_cast<int>((2 * (latchNs - beforeNs) + periodNs) / (2 * periodNs));
 }
 
-Distribution distributionOf(const std::vector<int64_t>& values);
+Distribution distributionOf(std::vector<int64_t> values);
 
 // Fills in what follows from the calls of the compositor alone: frames, late ones, stutters,
 // distributions, depth of the queue, vsyncs.

@@ -41,8 +41,10 @@ class Presenter {
             const int64_t queuedNs = frameOf(picture).dueNs - frameOf(before).dueNs;
             errors.push_back(std::abs(intervals.back() - queuedNs));
         }
-        mFindings.screen.animationErrorNs = distributionOf(errors);
-        std::sort(intervals.begin(), intervals.end(), std::greater<>());
+        mFindings.screen.animationErrorNs = distributionOf(std::move(errors));
+        const auto longest = static_cast<ptrdiff_t>((intervals.size() + 99) / 100);
+        std::partial_sort(intervals.begin(), intervals.begin() + longest, intervals.end(),
+                          std::greater<>());
         mFindings.screen.onePercentLow = lowOf(intervals, 100);
         mFindings.screen.tenthPercentLow = lowOf(intervals, 1000);
     }

@@ -75,6 +75,8 @@ class Guesser {
         game.make = make;
         game.work.emplace_back();
         std::vector<size_t> frames = {0};
+        const auto& [begin, end] = stretches.front();
+        game.work.reserve(stretches.size() * (end - begin));
         size_t waited = 0;
         double strange = 0;
         for (const auto& [first, end] : stretches) {

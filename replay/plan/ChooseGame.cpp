@@ -19,18 +19,19 @@ class Choice {
             mVsyncs(vsyncs),
             mChoice(choice),
             mFigures(reproductionFigures(layer, vsyncs)),
-            mLatchDelaysNs(latchDelaysNs(layer, vsyncs)) {}
+            mLatchDelaysNs(latchDelaysNs(layer, vsyncs)),
+            mLatchDelayNs(usualLatchDelayNs(layer, vsyncs)) {}
 
     ChosenGame choose() {
         const int producer = producerOf(mLayer, mCapture.scheduling);
         const std::vector<Road> roads = roadsOf(mLayer, mCapture.scheduling, producer);
-        const std::vector<Game> games = gamesOf({mLayer, mVsyncs, mCapture.scheduling, roads,
-                                                 producer, buffersOf(mLayer, mCapture.scheduling)});
+        std::vector<Game> games = gamesOf({mLayer, mVsyncs, mCapture.scheduling, roads, producer,
+                                           buffersOf(mLayer, mCapture.scheduling)});
         std::vector<ChosenGame> tried;
         std::set<Make::Kind> holding;
-        for (const Game& game : games) {
-            tried.push_back(tryGame(game));
-            if (tried.back().reproduction.holds()) holding.insert(game.make.kind);
+        for (Game& game : games) {
+            tried.push_back(tryGame(std::move(game)));
+            if (tried.back().reproduction.holds()) holding.insert(tried.back().model.make.kind);
             // Whatever comes later is neither chosen nor the runner-up.
             if (holding.size() > 1) break;
         }
@@ -38,12 +39,12 @@ class Choice {
         std::stable_sort(tried.begin(), tried.end(), [](const auto& a, const auto& b) {
             return rank(a.reproduction) < rank(b.reproduction);
         });
-        ChosenGame chosen = tried.front();
+        ChosenGame& chosen = tried.front();
         const auto other = std::find_if(tried.begin(), tried.end(), [&](const ChosenGame& game) {
             return game.model.make.kind != chosen.model.make.kind;
         });
         if (other != tried.end()) chosen.reproduction.runnerUp = asRunnerUp(other->reproduction);
-        return chosen;
+        return std::move(chosen);
     }
 
   private:
@@ -56,13 +57,13 @@ class Choice {
                                            : ", which misses " + other.misses().front());
     }
 
-    ChosenGame tryGame(const Game& game) const {
+    ChosenGame tryGame(Game game) const {
         ChosenGame tried;
         tried.model.make = game.make;
-        tried.model.work = game.work;
+        tried.model.work = std::move(game.work);
         tried.model.firstQueuedNs = mLayer.queueTimesNs.front();
         tried.model.latchDelaysNs = mLatchDelaysNs;
-        tried.model.latchDelayNs = usualLatchDelayNs(mLayer, mVsyncs);
+        tried.model.latchDelayNs = mLatchDelayNs;
         applyEstimator(mChoice.work, mLayer, mVsyncs.periodNs, tried.model.work);
         Reproduction& reproduction = tried.reproduction;
         reproduction.captured = mFigures;
@@ -80,6 +81,7 @@ class Choice {
     const ModelChoice& mChoice;
     const Reproduction::Figures mFigures;
     const std::vector<int64_t> mLatchDelaysNs;
+    const int64_t mLatchDelayNs;
 };
 
 }  // namespace

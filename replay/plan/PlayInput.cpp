@@ -71,7 +71,7 @@ ModelOptions capturedModel(const Input& input, const ModelChoice& choice, const 
     if (choice.buffers) game.model.make.buffers = *choice.buffers;
     if (captured.timesNs != played.timesNs) game.model.latchDelaysNs.clear();
     game.model.latchDelayNs = std::min(game.model.latchDelayNs, played.periodNs / 2);
-    return game.model;
+    return std::move(game.model);
 }
 
 ModelOptions modelOptions(const Input& input, const ModelChoice& choice, const VsyncTrack& played,

@@ -7,18 +7,16 @@ namespace replay {
 
 namespace {
 constexpr size_t kBlockBytes = 256 * 1024;
-// The library has some dozens of fixed texts. Those with figures in them hardly ever come twice,
-// and are not worth a place in the table.
-constexpr size_t kMaxShared = 4096;
 }  // namespace
 
 uint32_t TextPool::add(const std::string& text) {
-    const auto known = mNumbers.find(text);
-    if (known != mNumbers.end()) return known->second;
-    const auto number = static_cast<uint32_t>(mTexts.size());
+    // The library has some dozens of fixed texts, which come again and again. Those with figures in
+    // them hardly ever come twice.
+    uint32_t& latest = mLatest[std::hash<std::string_view>()(text) % mLatest.size()];
+    if (latest < mTexts.size() && mTexts[latest] == text) return latest;
+    latest = static_cast<uint32_t>(mTexts.size());
     mTexts.push_back(store(text));
-    if (mNumbers.size() < kMaxShared) mNumbers.emplace(mTexts.back(), number);
-    return number;
+    return latest;
 }
 
 std::string_view TextPool::store(const std::string& text) {
@@ -63,19 +61,29 @@ uint32_t EventLog::packCall(const device::Event& event) {
 }
 
 device::Event EventLog::operator[](size_t index) const {
-    const Packed& packed = mEvents[index];
     device::Event event;
+    unpack(index, event);
+    return event;
+}
+
+// Into one that may have been another before.
+void EventLog::unpack(size_t index, device::Event& event) const {
+    const Packed& packed = mEvents[index];
     event.kind = static_cast<device::EventKind>(packed.kind);
     event.timeNs = packed.timeNs;
     event.thread = packed.thread;
     event.priority = packed.priority;
     if (event.kind == device::EventKind::kServiceCall) {
         unpackCall(mCalls[packed.text], event);
-    } else {
-        event.text = mTexts[packed.text];
-        event.tag = mTexts[packed.tag];
+        event.tag.clear();
+        return;
     }
-    return event;
+    event.text = mTexts[packed.text];
+    event.tag = mTexts[packed.tag];
+    event.entryPoint = {};
+    event.arguments.clear();
+    event.defaultValue.clear();
+    event.result.clear();
 }
 
 void EventLog::unpackCall(const Call& call, device::Event& event) const {

@@ -6,13 +6,13 @@
 // Reads like a list of device::Event; each is put together anew when it is asked for. One thread
 // at a time.
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "device/StandInDevice.h"
@@ -32,7 +32,7 @@ class TextPool {
     size_t mUsed = 0;  // of the last block
     size_t mSize = 0;  // of the last block
     std::vector<std::string_view> mTexts;
-    std::unordered_map<std::string_view, uint32_t> mNumbers;  // of the first texts only
+    std::array<uint32_t, 1024> mLatest{};  // of the texts with the same hash
 };
 
 class EventLog {
@@ -43,10 +43,14 @@ class EventLog {
         using value_type = device::Event;
         using difference_type = std::ptrdiff_t;
         using pointer = void;
-        using reference = device::Event;
+        using reference = const device::Event&;
 
         Iterator(const EventLog& log, size_t index) : mLog(&log), mIndex(index) {}
-        device::Event operator*() const { return (*mLog)[mIndex]; }
+        // Until the iterator is moved on.
+        const device::Event& operator*() {
+            mLog->unpack(mIndex, mEvent);
+            return mEvent;
+        }
         Iterator& operator++() {
             ++mIndex;
             return *this;
@@ -57,10 +61,12 @@ class EventLog {
       private:
         const EventLog* mLog;
         size_t mIndex;
+        device::Event mEvent;
     };
 
     // Times are stored less `originNs`.
     void setOrigin(int64_t originNs) { mOriginNs = originNs; }
+    void reserve(size_t events) { mEvents.reserve(events); }
     void push_back(const device::Event& event);
 
     size_t size() const { return mEvents.size(); }
@@ -88,6 +94,7 @@ class EventLog {
     };
 
     uint32_t packCall(const device::Event& event);
+    void unpack(size_t index, device::Event& event) const;
     void unpackCall(const Call& call, device::Event& event) const;
 
     int64_t mOriginNs = 0;

@@ -205,7 +205,7 @@ class ModelledPlayback : public Playback {
         }
     }
 
-    const ModelOptions mModel;
+    const ModelOptions& mModel;
     const Beats mBeats;
     BufferQueue mQueue;
     Clocks mClocks;

@@ -13,6 +13,8 @@ namespace {
 // What the run may take before it counts as hanging: far more than the library needs for one event.
 constexpr uint64_t kStepsPerEvent = 20'000;
 constexpr int64_t kOverrunNs = 60'000'000'000;
+// Of the library; a guess.
+constexpr size_t kSeenPerEvent = 8;
 
 void prepareDevice(const Settings& settings, const std::string& package) {
     device::StandInDevice& device = device::StandInDevice::instance();
@@ -28,6 +30,7 @@ sim::Options simulationOptions(const Playback& session, int64_t cpuCostNs) {
     options.stepBudget = (session.eventCount() + 1) * kStepsPerEvent;
     options.timeBudgetNs = session.lengthNs() + kOverrunNs;
     options.abortOnFailure = false;
+    options.record = false;
     return options;
 }
 
@@ -41,6 +44,7 @@ Run play(const LayerEvents& layer, const VsyncTrack& vsyncs, const Settings& set
     run.seen.setOrigin(Playback::kOriginNs);
     auto session = run.modelled ? makeModelledPlayback(layer, vsyncs, options)
                                 : makeCapturedPlayback(layer, vsyncs, options);
+    if (options.withLibrary) run.seen.reserve(session->eventCount() * kSeenPerEvent);
     prepareDevice(settings, layer.name.package);
     device::StandInDevice::instance().setEventSink([&](const device::Event& event) {
         session->onSeen(event);

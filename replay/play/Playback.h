@@ -61,7 +61,7 @@ class Playback {
 
     const LayerEvents& mLayer;
     const VsyncTrack& mVsyncs;
-    const PlayOptions mOptions;
+    const PlayOptions& mOptions;
 
   private:
     void compositor();

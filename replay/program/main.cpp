@@ -1,3 +1,4 @@
+#include <malloc.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -15,6 +16,14 @@ namespace {
 
 using namespace replay;
 
+// What one step gives back the next one takes. Through the kernel each page would be cleared anew,
+// which costs more than what is written to it.
+void keepMemory() {
+    constexpr int kMost = 32 << 20;
+    mallopt(M_MMAP_THRESHOLD, kMost);
+    mallopt(M_TRIM_THRESHOLD, 8 * kMost);
+}
+
 int run(const std::vector<std::string>& arguments) {
     const std::optional<CommandLine> line = parseCommandLine(arguments);
     if (line) return execute(*line);
@@ -27,6 +36,7 @@ int run(const std::vector<std::string>& arguments) {
 int main(int argc, char** argv) {
     // Who reads only the beginning wants to hear nothing of the rest.
     std::signal(SIGPIPE, SIG_DFL);
+    keepMemory();
     try {
         return run({argv + 1, argv + argc});
     } catch (const InputError& error) {
