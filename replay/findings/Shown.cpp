@@ -54,8 +54,9 @@ class Presenter {
     // capture shows, most latches have the same distance from theirs.
     int64_t usualDelayNs(const std::vector<Latch>& latches) const {
         std::vector<int64_t> delays;
+        auto next = mVsyncs.begin();
         for (const Latch& latch : latches) {
-            const auto next = std::upper_bound(mVsyncs.begin(), mVsyncs.end(), latch.timeNs);
+            while (next != mVsyncs.end() && *next <= latch.timeNs) ++next;
             if (next != mVsyncs.begin()) delays.push_back(latch.timeNs - *(next - 1));
         }
         return percentile(delays, 50);

@@ -163,11 +163,12 @@ int64_t medianWorkNs(const std::vector<FrameWork>& work) {
 }
 
 int64_t usualLatchDelayNs(const LayerEvents& layer, const VsyncTrack& vsyncs) {
+    const std::vector<int64_t>& times = vsyncs.timesNs;
     std::vector<int64_t> delays;
+    auto next = times.begin();
     for (const ConsumeEvent& consume : layer.consumes) {
-        const auto next =
-                std::upper_bound(vsyncs.timesNs.begin(), vsyncs.timesNs.end(), consume.timeNs);
-        if (next != vsyncs.timesNs.begin()) delays.push_back(consume.timeNs - *(next - 1));
+        while (next != times.end() && *next <= consume.timeNs) ++next;
+        if (next != times.begin()) delays.push_back(consume.timeNs - *(next - 1));
     }
     return delays.empty() ? kDefaultLatchDelayNs : percentile(delays, 50);
 }
@@ -176,8 +177,9 @@ std::vector<int64_t> latchDelaysNs(const LayerEvents& layer, const VsyncTrack& v
     const std::vector<int64_t>& times = vsyncs.timesNs;
     std::vector<int64_t> delays(times.size(), usualLatchDelayNs(layer, vsyncs));
     std::vector<bool> latched(times.size(), false);
+    auto next = times.begin();
     for (const ConsumeEvent& consume : layer.consumes) {
-        const auto next = std::upper_bound(times.begin(), times.end(), consume.timeNs);
+        while (next != times.end() && *next <= consume.timeNs) ++next;
         if (next == times.begin()) continue;
         const auto index = static_cast<size_t>(next - times.begin()) - 1;
         if (!latched[index]) delays[index] = consume.timeNs - times[index];

@@ -10,10 +10,11 @@ constexpr size_t kBlockBytes = 256 * 1024;
 }  // namespace
 
 uint32_t TextPool::add(const std::string& text) {
+    if (text.empty()) return 0;
     // The library has some dozens of fixed texts, which come again and again. Those with figures in
     // them hardly ever come twice.
     uint32_t& latest = mLatest[std::hash<std::string_view>()(text) % mLatest.size()];
-    if (latest < mTexts.size() && mTexts[latest] == text) return latest;
+    if (mTexts[latest] == text) return latest;
     latest = static_cast<uint32_t>(mTexts.size());
     mTexts.push_back(store(text));
     return latest;
@@ -25,7 +26,6 @@ std::string_view TextPool::store(const std::string& text) {
         mBlocks.push_back(std::make_unique<char[]>(mSize));
         mUsed = 0;
     }
-    if (mBlocks.empty()) return {};
     char* const place = mBlocks.back().get() + mUsed;
     std::memcpy(place, text.data(), text.size());
     mUsed += text.size();

@@ -31,7 +31,7 @@ class TextPool {
     std::vector<std::unique_ptr<char[]>> mBlocks;
     size_t mUsed = 0;  // of the last block
     size_t mSize = 0;  // of the last block
-    std::vector<std::string_view> mTexts;
+    std::vector<std::string_view> mTexts = {""};
     std::array<uint32_t, 1024> mLatest{};  // of the texts with the same hash
 };
 
