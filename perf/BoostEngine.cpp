@@ -16,7 +16,7 @@ using namespace cindral;
 namespace {
 constexpr int kReleaseDurationMs = 0;
 constexpr int kReleaseType = 0;
-constexpr size_t kTraceTextSize = 32;
+constexpr size_t kHintTextSize = 32;
 }  // namespace
 
 void PerfProxy::startBoostThread() {
@@ -69,7 +69,7 @@ void PerfProxy::adjustBoostExpectation(bool up) {
     const std::optional<int32_t> stepped = steppedExpectation(before, up);
     if (stepped) mBoostExpectationDegree = *stepped;
     if (!mDebuggable) return;
-    char text[kTraceTextSize];
+    char text[kHintTextSize];
     snprintf(text, sizeof(text), "mBoostExpectationDegree = %d", stepped.value_or(before));
     traceMarker(mDebuggable, text);
 }

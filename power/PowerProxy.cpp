@@ -11,7 +11,7 @@ using namespace cindral;
 
 namespace {
 constexpr char kTag[] = "Cindral.PowerProxy";
-constexpr size_t kTraceTextSize = 256;
+constexpr size_t kSavingTextSize = 256;
 }  // namespace
 
 PowerProxy::PowerProxy(const sp<PerfProxy>& perfProxy) : mPerfProxy(perfProxy) {}
@@ -38,7 +38,7 @@ void PowerProxy::scaleEnergyIfNeed(long renderTime) {
     // A change, not a value: fast frames push the coefficient down call after call.
     negativeBoostAcq(coe);
     if (!mDebuggable) return;
-    char text[kTraceTextSize];
+    char text[kSavingTextSize];
     snprintf(text, sizeof(text), "renderTime = %ld targetRenderTime = %ld", renderTime,
              static_cast<long>(target));
     traceMarker(mDebuggable, text);
@@ -67,7 +67,7 @@ void PowerProxy::negativeBoostAcq(int delta) {
         apply(newCoe);
     }
     if (!mDebuggable) return;
-    char text[kTraceTextSize];
+    char text[kSavingTextSize];
     snprintf(text, sizeof(text), "newCoe = %d", newCoe);
     traceMarker(mDebuggable, text);
 }
