@@ -13,7 +13,6 @@ namespace replay {
 namespace {
 
 constexpr double kNextLevel = 0.01;
-constexpr double kUnfit = 1e6;
 // Below these a base counts as this much: nothing is infinitely worse than nothing.
 constexpr double kLeastBase = 1;
 

@@ -12,6 +12,9 @@ namespace replay {
 // The figures of one run that an objective asks for, by Objective::figures(); empty: the run failed.
 using Values = std::vector<double>;
 
+// The change of a setting under which a run fails or a limit is broken: worse than any other.
+constexpr double kUnfit = 1e6;
+
 // Figures in the order of their importance. What one changes is taken relative to the base, on
 // average over the captures; each following level counts a hundredth of the one before, so that it
 // decides between settings that the ones before do not tell apart by more than a hundredth of what
@@ -25,8 +28,7 @@ class Objective {
     const std::vector<size_t>& figures() const { return mFigures; }  // of the table of figures
     Values valuesOf(const Row& row) const;
 
-    // By capture; none failed under the base. A setting under which one fails, or that breaks a limit,
-    // is worse than any other.
+    // By capture; none failed under the base.
     double change(const std::vector<Values>& base, const std::vector<Values>& other) const;
 
     // Over the captures that were played; empty if none was.

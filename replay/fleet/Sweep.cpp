@@ -84,46 +84,18 @@ std::string sweepCapture(const Sweep& sweep, const RowFolder& folder, const Flee
     return format("%zu %zu %zu %s", result.made, result.failed, result.present, hash.c_str());
 }
 
-// Sums up what the workers say.
-class Tally {
-  public:
-    explicit Tally(Sweep& sweep) : mSweep(sweep), mBar(STDERR_FILENO) {}
-
-    void take(FleetCapture& capture, const JobResult& job) {
-        ++mDone;
-        SweepResult one;
-        std::istringstream(job.output) >> one.made >> one.failed >> one.present >> capture.hash;
-        mResult.made += one.made;
-        mResult.failed += one.failed;
-        mResult.present += one.present;
-        // A full disk is one trouble, however many captures it meets.
-        if (job.outputFailed) {
-            mOutputError = job.error;
-        } else if (!job.error.empty()) {
-            ++mResult.lost;
-            mBar.clear();
-            complain(capture.name + ": left out: " + reasonOf(job.error, capture));
-        }
-        const size_t all = mSweep.captures.size();
-        mBar.show(mDone, all,
-                  format("%s: %zu of %zu captures left, %zu runs failed", mSweep.title.c_str(),
-                         all - mDone, all, mResult.failed));
-    }
-
-    bool mayGoOn() const { return mOutputError.empty(); }
-
-    SweepResult finish() const {
-        if (!mayGoOn()) throw OutputError(mOutputError);
-        return mResult;
-    }
-
-  private:
-    Sweep& mSweep;
-    Bar mBar;
-    size_t mDone = 0;
-    std::string mOutputError;
-    SweepResult mResult;
-};
+// Adds what a worker said of its capture.
+void take(const JobResult& job, FleetCapture& capture, SweepResult& result, Bar& bar) {
+    SweepResult one;
+    std::istringstream(job.output) >> one.made >> one.failed >> one.present >> capture.hash;
+    result.made += one.made;
+    result.failed += one.failed;
+    result.present += one.present;
+    if (job.error.empty() || job.outputFailed) return;
+    ++result.lost;
+    bar.clear();
+    complain(capture.name + ": left out: " + reasonOf(job.error, capture));
+}
 
 }  // namespace
 
@@ -143,16 +115,29 @@ Row rowFor(const Sweep& sweep, const std::string& capture, const Setup& setup) {
 
 SweepResult makeRows(Sweep& sweep) {
     const RowFolder folder(sweep.folder);
-    Tally tally(sweep);
-    auto next = sweep.captures.begin();
-    runJobs(
-            [&]() -> Job {
-                if (next == sweep.captures.end() || !tally.mayGoOn()) return {};
-                return [&, capture = next++] { return sweepCapture(sweep, folder, *capture); };
-            },
-            [&](size_t number, const JobResult& job) { tally.take(sweep.captures[number], job); },
-            sweep.jobs);
-    return tally.finish();
+    const size_t all = sweep.captures.size();
+    SweepResult result;
+    std::string outputError;  // a full disk is one trouble, however many captures it meets
+    Bar bar(STDERR_FILENO);
+    size_t begun = 0;
+    size_t done = 0;
+    const auto next = [&]() -> Job {
+        if (begun == all || !outputError.empty()) return {};
+        return [&, capture = begun++] {
+            return sweepCapture(sweep, folder, sweep.captures[capture]);
+        };
+    };
+    const auto ended = [&](size_t capture, const JobResult& job) {
+        if (job.outputFailed) outputError = job.error;
+        take(job, sweep.captures[capture], result, bar);
+        ++done;
+        bar.show(done, all,
+                 format("%s: %zu of %zu captures left, %zu runs failed", sweep.title.c_str(),
+                        all - done, all, result.failed));
+    };
+    runJobs(next, ended, sweep.jobs);
+    if (!outputError.empty()) throw OutputError(outputError);
+    return result;
 }
 
 std::string buildOf(const std::string& library) {

@@ -14,10 +14,9 @@ constexpr size_t kHarmedShown = 10;
 constexpr size_t kTiesShown = 3;
 constexpr char kDebugProperty[] = "vendor.perf.cindral.debug";
 constexpr char kFirstLine[] = "# Chosen by cindral-replay tune.\n";
-constexpr double kUnfitFrom = 1e5;
 
 std::string percentText(double change) {
-    if (change > kUnfitFrom) return "unfit";
+    if (change >= kUnfit) return "unfit";
     return format("%+.3f %%", 100 * change);
 }
 
