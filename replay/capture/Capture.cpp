@@ -360,7 +360,9 @@ VsyncTrack vsyncTrack(const Capture& capture, std::optional<double> refreshHz) {
         throw InputError(capture.source +
                          ": no vsync counter tells the display's rate; looked for VSYNC-sf, VSYNC, "
                          "VSYNC-app, VSYNC-appSf and HW_VSYNC_*, found " +
-                         namesOf(capture.vsyncs) + "; say it with --refresh HZ");
+                         namesOf(capture.vsyncs) +
+                         (capture.vsyncs.empty() ? "" : " with too few vsyncs") +
+                         "; say it with --refresh HZ");
     }
     VsyncTrack track;
     track.periodNs = std::llround(static_cast<double>(kNsPerSecond) / *refreshHz);

@@ -39,8 +39,9 @@ void Losses::noteCutOff(const std::string& why) {
     if (mCutOff.empty()) mCutOff = why;
 }
 
-void Losses::noteUnread(const std::string& file) {
-    if (mUnread++ < kMaxUnreadNamed) mUnreadNames += ", " + file;
+void Losses::noteUnread(const std::string& file, const std::string& read) {
+    mReadInstead = read;
+    if (mUnread++ < kMaxUnreadNamed) mUnreadNames += (mUnread == 1 ? "" : ", ") + file;
 }
 
 void Losses::requireMostlyGood(bool atEnd) const {
@@ -64,8 +65,8 @@ std::string Losses::describe() const {
     }
     if (!mCutOff.empty()) append(text, "cut off: " + mCutOff);
     if (mUnread > 0)
-        append(text, counted(mUnread, "further capture") + " in it not read" + mUnreadNames +
-                             (mUnread > kMaxUnreadNamed ? " and more" : ""));
+        append(text, "of the captures in it only " + mReadInstead + " is played; unpack it for " +
+                             mUnreadNames + (mUnread > kMaxUnreadNamed ? " and more" : ""));
     return text;
 }
 

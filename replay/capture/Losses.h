@@ -22,8 +22,8 @@ class Losses {
     void noteDropped(uint64_t events);
     // The end is missing; only the first reason is kept, as it is the cause of the others.
     void noteCutOff(const std::string& why);
-    // A file of an archive that looks like a capture, but was not the one that was read.
-    void noteUnread(const std::string& file);
+    // A file of an archive that looks like a capture, but was not `read`, which was.
+    void noteUnread(const std::string& file, const std::string& read);
 
     // A capture is used as far as it is whole: names of sections hold line breaks on real devices,
     // storage fails, transfers stop. But of a file that is mostly damage little can be believed,
@@ -42,6 +42,7 @@ class Losses {
     uint64_t mDroppedEvents = 0;
     uint64_t mDropReports = 0;  // of unknown size
     std::string mCutOff;
+    std::string mReadInstead;
     std::string mUnreadNames;
     uint64_t mUnread = 0;
 };

@@ -133,9 +133,9 @@ class FileInZip : public ByteSource {
         std::string names;
         size_t count = 0;
         while (mArchive.next()) {
+            mPlayed = mArchive.fileName();
             if (looksLikeCapture()) return;
-            if (++count <= kMaxNamedFiles)
-                names += (names.empty() ? "" : ", ") + mArchive.fileName();
+            if (++count <= kMaxNamedFiles) names += (names.empty() ? "" : ", ") + mPlayed;
         }
         if (!mArchive.error().empty())
             throw InputError(context.name + ": cannot be unpacked: " + mArchive.error());
@@ -173,7 +173,7 @@ class FileInZip : public ByteSource {
     void finish() {
         mEnded = true;
         while (mArchive.next()) {
-            if (looksLikeCapture()) mContext.losses.noteUnread(mArchive.fileName());
+            if (looksLikeCapture()) mContext.losses.noteUnread(mArchive.fileName(), mPlayed);
         }
         mHead.clear();
         mHeadUsed = 0;
@@ -181,7 +181,8 @@ class FileInZip : public ByteSource {
 
     Archive mArchive;
     ReadContext& mContext;
-    std::string mHead;  // of the present file
+    std::string mPlayed;  // its name
+    std::string mHead;    // of the present file
     size_t mHeadUsed = 0;
     bool mEnded = false;
 };

@@ -174,7 +174,8 @@ Json libraryJson(const Findings& findings) {
 
 Json neverJson(const Never& never) {
     const auto reason = [](const std::string& text) { return text.empty() ? Json() : Json(text); };
-    return {{"frame_regulator", reason(never.frameRegulator)},
+    return {{"environment", reason(never.environment)},
+            {"frame_regulator", reason(never.frameRegulator)},
             {"headroom_regulator", reason(never.headroomRegulator)},
             {"negative_boost", reason(never.negativeBoost)},
             {"pl_off", reason(never.plOff)},

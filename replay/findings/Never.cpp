@@ -24,6 +24,9 @@ class Reasons {
     void write() {
         const std::string rate = rateReason();
         Never& never = mFindings.never;
+        const bool decided = isDecided("[GFAR:1]") || isDecided("[PHR:1]");
+        if (!mFindings.environmentNs && !decided) never.environment = undecided();
+        if (!mFindings.environmentNs && decided && mFindings.debugSeen) never.environment = rate;
         if (mFindings.frameRegulator.spans.empty()) never.frameRegulator = frameRegulator(rate);
         if (mFindings.headroomRegulator.spans.empty()) never.headroomRegulator = headroom(rate);
         if (mFindings.negativeBoosts.empty()) never.negativeBoost = negativeBoost();
@@ -116,6 +119,7 @@ class Reasons {
         const double share = rate / fps;
         if (std::abs(share - 2) < 2 * kNearly) return "half of";
         if (std::abs(share - 3) < 3 * kNearly) return "a third of";
+        if (std::abs(share - 4) < 4 * kNearly) return "a quarter of";
         return "not";
     }
 

@@ -120,6 +120,7 @@ struct Screen {
 // Why something was not used in the whole run; empty if it was, or if the library does not tell
 // whether it was.
 struct Never {
+    std::string environment;
     std::string frameRegulator;
     std::string headroomRegulator;
     std::string negativeBoost;

@@ -112,7 +112,7 @@ class Writer {
         row("decision", mFindings.decision.empty() ? "none logged" : mFindings.decision);
         row("environment built", mFindings.environmentNs
                                          ? format("at %.3f s", toSeconds(*mFindings.environmentNs))
-                                         : "never");
+                                         : orNever(mFindings.never.environment, "never"));
         regulatorRows("frame regulator on", mFindings.frameRegulator,
                       mFindings.never.frameRegulator);
         regulatorRows("headroom regulator on", mFindings.headroomRegulator,

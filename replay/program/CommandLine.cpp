@@ -355,24 +355,45 @@ void takeTask(CommandLine& line, const Raw& raw, const CLI::App& record, const C
     }
 }
 
-// What decides how a capture is played, and what goes for every command.
-constexpr const char* kRecordOptions[] = {
-        "--layer", "--set",  "--refresh", "--no-library",    "--library",           "--cpu-cost",
-        "--model", "--work", "--buffers", "--boost-speedup", "--negative-slowdown", "--jobs",
-        "--force"};
+// No option is passed over in silence: what a task heeds, and it refuses all else.
+using Names = std::initializer_list<const char*>;
+constexpr Names kRecordOptions = {"--layer",         "--join",
+                                  "--from",          "--to",
+                                  "--set",           "--refresh",
+                                  "--no-library",    "--library",
+                                  "--cpu-cost",      "--model",
+                                  "--work",          "--buffers",
+                                  "--boost-speedup", "--negative-slowdown",
+                                  "--jobs",          "--force"};
 // All else is as it was recorded.
-constexpr const char* kCheckOptions[] = {"--library", "--jobs"};
+constexpr Names kCheckOptions = {"--library", "--jobs"};
+constexpr Names kWriteCaptureOptions = {
+        "--workload",          "--frames",        "--set",   "--refresh", "--no-library",
+        "--library",           "--cpu-cost",      "--model", "--buffers", "--boost-speedup",
+        "--negative-slowdown", "--write-capture", "--force"};
 
-template <size_t kCount>
-void requireOnly(const CLI::App& app, const char* command, const char* const (&names)[kCount]) {
+void requireOnly(const CLI::App& app, const std::string& task, const Names& names) {
     for (const CLI::Option* option : app.get_options()) {
         const std::string name = option->get_name();
         if (option->count() == 0 || name == "CAPTURE" ||
-            std::find(std::begin(names), std::end(names), name) != std::end(names)) {
+            std::find(names.begin(), names.end(), name) != names.end()) {
             continue;
         }
-        throw InputError(std::string(command) + " does nothing with " + name + "; leave it out");
+        throw InputError(task + " does nothing with " + name + "; leave it out");
     }
+}
+
+// The commands for fleets have options of their own, behind their names.
+void refuseWhatIsIgnored(const CLI::App& app, const CommandLine& line) {
+    using Task = CommandLine::Task;
+    if (line.task == Task::kRecord) requireOnly(app, "record", kRecordOptions);
+    if (line.task == Task::kCheck) requireOnly(app, "check", kCheckOptions);
+    if (line.task == Task::kListLayers) requireOnly(app, "--list-layers", {"--list-layers"});
+    if (line.task == Task::kWriteCapture) requireOnly(app, "--write-capture", kWriteCaptureOptions);
+    const bool isFleet =
+            line.task == Task::kSweep || line.task == Task::kGather || line.task == Task::kTune;
+    if (isFleet) requireOnly(app, "in front of a command the program", {});
+    if (line.jsonEvents && line.json.empty()) throw InputError("--json-events belongs to --json");
 }
 
 // What shows one run, or the runs of one capture.
@@ -440,8 +461,7 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& argu
     takeWorkload(line, raw);
     takeModel(line, raw);
     takeTask(line, raw, *record, *check);
-    if (record->parsed()) requireOnly(app, "record", kRecordOptions);
-    if (check->parsed()) requireOnly(app, "check", kCheckOptions);
+    refuseWhatIsIgnored(app, line);
     if (record->parsed() && line.compareWorks) {
         throw InputError("record plays one setting; give one --work");
     }

@@ -196,7 +196,6 @@ class Writer {
         return f.modelled ? " <span class=\"modelled\">modelled</span>" : "";
     }
 
-
     static std::string describeInput(const Findings& f) {
         // A workload has no length of its own.
         const std::string captured =

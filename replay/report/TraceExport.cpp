@@ -237,6 +237,10 @@ class RunWalk {
         counter("threshold, %", mFindings.threshold);
         counter("boost expectation", mFindings.boostExpectation);
         counter("measured rate", mFindings.measuredFps);
+        std::vector<Sample> rates = {{0, toHertz(mFindings.refresh.periodNs)}};
+        for (const RateChange& change : mFindings.refresh.changes)
+            rates.push_back({change.timeNs, toHertz(change.periodNs)});
+        counter("display, Hz", rates);
     }
 
     void spans(const char* name, const std::vector<Span>& list) {
@@ -255,7 +259,21 @@ class RunWalk {
         return result;
     }
 
+    // From the vsync at which a frame came on the screen to that of the one after it.
+    std::vector<Span> pictures() const {
+        std::vector<Span> list;
+        for (size_t i = 0; i < mFindings.frames.size(); ++i) {
+            const std::optional<int64_t> shownNs = mFindings.frames[i].shownNs;
+            if (!shownNs) continue;
+            if (!list.empty()) list.back().endNs = *shownNs;
+            list.push_back({*shownNs, *shownNs + mFindings.refresh.periodAt(*shownNs),
+                            format("frame %zu", i)});
+        }
+        return list;
+    }
+
     void spanTracks() {
+        spans("on the screen", pictures());
         spans("boost", spansOf(mFindings.boosts, [](const BoostRecord& boost) {
                   return format("checkpoint %d", boost.checkpoint);
               }));

@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <sstream>
@@ -53,21 +52,18 @@ struct TextEvent {
     std::string payload;
 
     bool read(const std::string& line) {
-        const size_t bracket = line.find('[');
-        const size_t dash = line.rfind('-', bracket);
-        const size_t colon = line.find(": ", bracket);
-        const size_t end = line.find(": ", colon + 2);
         char flags[8] = "";
+        char name[32] = "";
         unsigned long long seconds = 0;
         unsigned long long micros = 0;
-        if (line[0] == '#' || end == std::string::npos) return false;
-        thread = std::atoi(line.c_str() + dash + 1);
-        std::sscanf(line.c_str() + bracket, "[%d] %7s %llu.%llu", &cpu, flags, &seconds, &micros);
+        int end = 0;
+        std::sscanf(line.c_str(), "%*[^-]-%d%*[^[][%d] %7s %llu.%llu: %31[^:]: %n", &thread, &cpu,
+                    flags, &seconds, &micros, name, &end);
         interrupt = flags[2] == 'h';
         timeNs = seconds * 1'000'000'000 + micros * 1'000;
-        function = line.substr(colon + 2, end - colon - 2);
-        payload = line.substr(end + 2);
-        return true;
+        function = name;
+        payload = line.substr(static_cast<size_t>(end));
+        return end > 0;
     }
 
     // What comes behind "name=".

@@ -73,6 +73,9 @@ TEST_F(Replay, Findings_GiveEveryNeverItsReason) {
             {"--workload heavy --refresh 120", "pl_off", "the frame regulator was never on"},
             {"--workload steady --refresh 48", "frame_regulator", "are in no rate class"},
             {"--workload steady --frames 30", "headroom_regulator", "no measuring period closed"},
+            {"--workload steady --frames 30", "environment", "no measuring period closed"},
+            {"--set vendor.perf.phr.enable=0 --set vendor.perf.pfar2.enable=0", "environment",
+             "[GFAR:0][PHR:0]"},
             {"--workload tight --buffers 2", "headroom_regulator",
              "no 31 buffers in a row left others pending, at most"},
             {"--set vendor.perf.phr.enable=0", "headroom_regulator", "[GFAR:1][PHR:0]"},
@@ -159,20 +162,6 @@ TEST_F(Replay, DecisionLog_GivesEveryActionItsCause) {
         }
     }
     EXPECT_EQ(seen.size(), std::size(kCauses));
-}
-
-// A checkpoint's cause names the time that had passed, which the frames confirm.
-TEST_F(Replay, DecisionLog_TimesItsCausesByTheFrames) {
-    const json run = jsonOf("--workload bursts");
-    for (const json& boost : run["boosts"]) {
-        const json& frame = run["frames"].at(boost["frame"].get<size_t>());
-        const int64_t silence =
-                boost["begin_ns"].get<int64_t>() - frame["returned_ns"].get<int64_t>();
-        const int64_t period = run["refresh"]["period_ns"];
-        const int64_t deadline = period + (boost["checkpoint"].get<int64_t>() - 1) * (period / 2);
-        EXPECT_TRUE(silence == deadline || silence == deadline + period) << boost;
-    }
-    EXPECT_GT(run["boosts"].size(), 20u);
 }
 
 void collectKeys(const json& value, std::set<std::string>& keys) {
@@ -291,10 +280,11 @@ TEST(Expectation, Differences_SayWhereAndWhatIsMissingNewMovedOrChanged) {
 }
 
 TEST_F(Replay, RecordedBehaviour_IsWhatTheLibraryStillDoes) {
+    // Two with the debug output and two, longer, without it.
     const std::pair<const char*, const char*> kCaptures[] = {
-            {"session", "--frames 240"},
-            {"session-modelled", "--frames 240"},
-            {"bursts-120hz", "--workload bursts --refresh 120 --frames 270"},
+            {"session", "--frames 600"},
+            {"session-modelled", "--frames 160"},
+            {"bursts-120hz", "--workload bursts --refresh 120 --frames 230"},
             {"stall-60hz", "--workload stall --frames 490"},
     };
     for (const auto& [name, arguments] : kCaptures) {

@@ -294,15 +294,15 @@ class Simulation {
 
     GeneratedTruth truth() {
         GeneratedTruth truth;
-        truth.framesPerSecond = static_cast<double>(mQueued.size() - 1) * 1e9 /
-                                static_cast<double>(mQueued.back() - mQueued.front());
+        truth.figures.framesPerSecond = static_cast<double>(mQueued.size() - 1) * 1e9 /
+                                        static_cast<double>(mQueued.back() - mQueued.front());
         for (size_t i = 1; i < mQueued.size(); ++i)
-            truth.lateFrames +=
+            truth.figures.lateFrames +=
                     mQueued[i] - mQueued[i - 1] > periodNs(mQueued[i - 1], mQueued[i]) + kLateNs
                             ? 1
                             : 0;
-        truth.stutters = mStutters;
-        truth.latencyP50Ns = median(mLatencies);
+        truth.figures.stutters = mStutters;
+        truth.figures.latencyP50Ns = median(mLatencies);
         truth.workP50Ns = median(mWork);
         std::stable_sort(mLines.begin(), mLines.end(),
                          [](const auto& a, const auto& b) { return a.first < b.first; });

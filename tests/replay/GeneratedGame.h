@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "replay/findings/Reproduction.h"
+
 struct GeneratedGame {
     enum class Make { kBuffers, kVsyncs, kTimer, kStages };
     static constexpr int kMakes = 4;
@@ -30,10 +32,7 @@ struct GeneratedGame {
 
 // What happened, for comparison with what is told from the capture.
 struct GeneratedTruth {
-    double framesPerSecond = 0;
-    int64_t lateFrames = 0;
-    int64_t stutters = 0;
-    int64_t latencyP50Ns = 0;
+    replay::Reproduction::Figures figures;
     int64_t workP50Ns = 0;
     std::string ftrace;
 };

@@ -31,20 +31,6 @@ TEST_F(Replay, ModelledLoop_NeverDeliversAFrameThatTookNoTime) {
     }
 }
 
-TEST_F(Replay, ModelledLoop_ShowsEveryBufferOnceAndOneAVsync) {
-    const json run = jsonOf("--workload bursts --refresh 90");
-    const int64_t period = run["refresh"]["period_ns"];
-    int64_t previous = -period;
-    for (const json& frame : run["frames"]) {
-        ASSERT_FALSE(frame["latched_ns"].is_null()) << frame;
-        const int64_t latched = frame["latched_ns"];
-        ASSERT_GE(latched, frame["queued_ns"]) << frame;
-        ASSERT_GE(latched - previous, period) << frame;
-        ASSERT_LE(frame["pending"], 2) << frame;
-        previous = latched;
-    }
-}
-
 // Without the library a game that runs ahead is held by its buffers alone: each one more makes a
 // frame wait one vsync longer.
 TEST_F(Replay, ModelledLoop_WithoutTheLibraryEachBufferCostsAVsyncOfLatency) {

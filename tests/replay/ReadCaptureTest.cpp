@@ -237,7 +237,8 @@ TEST(ReadCapture, FurtherCapturesInAnArchive_AreNamed) {
     const std::string ftrace = ftraceOf(gameSamples(130));
     const Capture capture =
             read(zipOf({{"a", ftrace}, {"readme", "hello"}, {"b", ftrace}, {"c", ftrace}}));
-    EXPECT_EQ(capture.lost, "2 further captures in it not read, \"b\", \"c\"");
+    EXPECT_EQ(capture.lost,
+              "of the captures in it only \"a\" is played; unpack it for \"b\", \"c\"");
 }
 
 TEST(ReadCapture, TheFrameTimeline_IsBroughtToTheClockOfTheCounters) {

@@ -32,16 +32,12 @@ Input inputOf(const std::string& capture) {
     return input;
 }
 
-Reproduction::Figures figuresOf(const GeneratedTruth& truth) {
-    return {truth.framesPerSecond, truth.lateFrames, truth.stutters, truth.latencyP50Ns};
-}
-
 // As the model's own check, but against the truth.
-bool givesBack(const GeneratedTruth& truth, const Reproduction::Figures& modelled) {
+Reproduction compared(const GeneratedTruth& truth, const Reproduction::Figures& modelled) {
     Reproduction comparison;
-    comparison.captured = figuresOf(truth);
+    comparison.captured = truth.figures;
     comparison.modelled = modelled;
-    return comparison.holds();
+    return comparison;
 }
 
 LayerEvents eventsOf(const Run& run, int pendingAtStart) {
@@ -69,6 +65,8 @@ TEST(Reproduction, GeneratedGames_AreGivenBackOrSaidNotToBe) {
     setup.model.emplace();
     size_t games = 0;
     size_t missed = 0;
+    size_t mismeasured = 0;
+    std::string which;
     forEachGame([&](const GeneratedGame& game) {
         const GeneratedTruth truth = generate(game);
         const Input input = inputOf(truth.ftrace);
@@ -81,7 +79,8 @@ TEST(Reproduction, GeneratedGames_AreGivenBackOrSaidNotToBe) {
         EXPECT_EQ(figures.latencyP50Ns, reproduction.modelled.latencyP50Ns) << game.name();
         ++games;
         missed += reproduction.holds() ? 0 : 1;
-        EXPECT_EQ(reproduction.holds(), givesBack(truth, reproduction.modelled)) << game.name();
+        EXPECT_EQ(reproduction.holds(), compared(truth, reproduction.modelled).holds())
+                << game.name();
         for (const Frame& frame : played.findings.frames) {
             int64_t sum = 0;
             for (const int64_t part : frame.parts) sum += part;
@@ -89,13 +88,14 @@ TEST(Reproduction, GeneratedGames_AreGivenBackOrSaidNotToBe) {
                 ASSERT_EQ(sum, frame.intervalNs) << game.name();
             }
         }
-        if (!game.scheduled) return;
-        EXPECT_NEAR(static_cast<double>(reproduction.workP50Ns),
-                    static_cast<double>(truth.workP50Ns),
-                    kWorkTolerance * static_cast<double>(truth.workP50Ns))
-                << game.name() << ": " << reproduction.game;
+        const auto truth50 = static_cast<double>(truth.workP50Ns);
+        const auto work50 = static_cast<double>(reproduction.workP50Ns);
+        if (!game.scheduled || std::abs(work50 - truth50) <= kWorkTolerance * truth50) return;
+        ++mismeasured;
+        which += game.name() + ": " + reproduction.game + "\n";
     });
     EXPECT_LE(100 * missed, games) << missed << " of " << games;
+    EXPECT_LE(100 * mismeasured, games) << which;
 }
 
 std::string without(const char* what, const std::string& ftrace) {
@@ -159,16 +159,14 @@ TEST(Reproduction, GamesUnderAKnownPacing_DoWhatTheyWouldHaveDone) {
         setenv("PACING_HOLD_NS", std::to_string(game.holdNs).c_str(), 1);
         const GeneratedTruth truth = generate(game);
         game.chance = 1;
-        if (!givesBack(truth, figuresOf(generate(game)))) return;
+        if (!compared(truth, generate(game).figures).holds()) return;
         const Played played = playInput(input, setup);
         const Reproduction::Figures modelled = reproductionFigures(
                 eventsOf(played.run, input.layer().pendingAtStart), played.findings.refresh);
         ++games;
-        if (givesBack(truth, modelled)) return;
+        const Reproduction comparison = compared(truth, modelled);
+        if (comparison.holds()) return;
         ++missed;
-        Reproduction comparison;
-        comparison.captured = figuresOf(truth);
-        comparison.modelled = modelled;
         which += game.name() + ": " + comparison.describe() + "; " +
                  played.findings.reproduction->game + "\n";
     });
