@@ -208,13 +208,31 @@ class Guesser {
         if (!isNew && game.strangeness * kAsGood < known->second.strangeness) known->second = game;
     }
 
-    // One frame for so many vsyncs, exactly: then something made it wait.
+    // One frame for so many vsyncs, exactly, or in a beat of its own: then something made it wait.
     bool isPaced() const {
         std::vector<int64_t> millionths;  // of a period
         for (size_t i = 0; i < mIntervals.size(); ++i)
             millionths.push_back(std::llround(1e6 * inPeriods(mIntervals[i], mTimes[i + 1])));
         const double periods = static_cast<double>(percentile(std::move(millionths), 50)) / 1e6;
-        return periods > 0.5 && std::abs(periods - std::round(periods)) < kExactly * periods;
+        const bool exactly = std::abs(periods - std::round(periods)) < kExactly * periods;
+        return (periods > 0.5 && exactly) || makesUpForFrames();
+    }
+
+    // A timer gives back to a frame what the one before was late; work alone does not. Then half of
+    // each deviation comes back with the other sign.
+    bool makesUpForFrames() const {
+        const std::vector<int64_t> intervals = differences(mTimes);
+        const int64_t median = percentile(intervals, 50);
+        double together = 0;
+        double alone = 0;
+        for (size_t i = 1; i < intervals.size(); ++i) {
+            const int64_t before = intervals[i - 1] - median;
+            const int64_t after = intervals[i] - median;
+            if (4 * std::max(std::abs(before), std::abs(after)) > median) continue;  // a hitch
+            together += static_cast<double>(before) * static_cast<double>(after);
+            alone += static_cast<double>(before) * static_cast<double>(before);
+        }
+        return together < -0.25 * alone && together > -0.75 * alone;
     }
 
     double inPeriods(int64_t lengthNs, int64_t timeNs) const {
