@@ -221,13 +221,12 @@ class Guesser {
     // A timer gives back to a frame what the one before was late; work alone does not. Then half of
     // each deviation comes back with the other sign.
     bool makesUpForFrames() const {
-        const std::vector<int64_t> intervals = differences(mTimes);
-        const int64_t median = percentile(intervals, 50);
+        const int64_t median = percentile(mIntervals, 50);
         double together = 0;
         double alone = 0;
-        for (size_t i = 1; i < intervals.size(); ++i) {
-            const int64_t before = intervals[i - 1] - median;
-            const int64_t after = intervals[i] - median;
+        for (size_t i = 1; i < mIntervals.size(); ++i) {
+            const int64_t before = mIntervals[i - 1] - median;
+            const int64_t after = mIntervals[i] - median;
             if (4 * std::max(std::abs(before), std::abs(after)) > median) continue;  // a hitch
             together += static_cast<double>(before) * static_cast<double>(after);
             alone += static_cast<double>(before) * static_cast<double>(before);
