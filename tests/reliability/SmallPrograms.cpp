@@ -21,6 +21,7 @@ const std::array<std::pair<const char*, std::string>, kProtocols> kNamed{{
          "gpd 2 71 0 0 0 0 | q2,0@2000000 q2,0@1000 | q0,0@2001000"},
         {"a period against the regulator's creation",
          "gpds 1 70 0 0 0 0 | q0,0@120000 | p1,0@120000"},
+        {"initialisations at once", "gpd 1 0 0 0 0 0 | i0,0@0 | i0,0@0 | i0,0@0"},
         {"an unload against the monitor and the boost thread", kPlayed + "| q0,0@0"},
         {"an unload against the headroom thread", kPlayed + "| v0,0@0"},
         {"an unload against the checker", "gpdu 1 71 32 0 0 0"},

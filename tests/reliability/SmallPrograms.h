@@ -20,7 +20,7 @@ struct SmallProgram {
 // A few protocols of the library by name, and all programs of two threads with two calls each,
 // which come in when a game is played, paced and boosted, and all happen in one moment.
 std::vector<SmallProgram> smallPrograms();
-inline constexpr size_t kProtocols = 8;  // come first
+inline constexpr size_t kProtocols = 9;  // come first
 
 // The schedule that `choices` is at. So many loads may be late in a run, where the library is built for
 // it (CINDRAL_EXPLORE).

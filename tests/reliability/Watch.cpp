@@ -60,8 +60,7 @@ bool tellsPeriodsInTurn(const CallProgram& program) {
                            [](const Op& op) { return op.act == Act::kPeriod; });
     };
     return std::count_if(program.threads.begin(), program.threads.end(), tells) <= 1 &&
-           !program.uses(Act::kInit) && !program.uses(Act::kClear) && !program.uses(Act::kMood) &&
-           !program.has('f');
+           !program.uses(Act::kInit);
 }
 
 template <typename T>
@@ -106,7 +105,7 @@ Watch::Watch(const CallProgram& program, bool exactTimes, bool spuriousWakes, bo
         mSpuriousWakes(spuriousWakes),
         mUnexpecting(unexpecting || program.failThread != 0),
         mSolo(program.isSolo()),
-        mFollowsPeriod(mSolo && !mUnexpecting && tellsPeriodsInTurn(program)) {}
+        mFollowsPeriod(mSolo && !mayForget() && tellsPeriodsInTurn(program)) {}
 
 void Watch::see(const Event& event) {
     if (mGone) violate("nothing-after-unload", device::describe(event));
@@ -133,9 +132,7 @@ void Watch::seeCall(const Event& event) {
 // A package that was found to be a game is known from then on; asked about again, its layer gets a
 // second tracker.
 void Watch::seeQuestion(const Event& event) {
-    const bool forgets = mProgram.uses(Act::kClear) || mProgram.uses(Act::kMood) ||
-                         mProgram.has('f') || mUnexpecting;
-    if (forgets || std::atoi(event.result.c_str()) == 0) return;
+    if (mayForget() || std::atoi(event.result.c_str()) == 0) return;
     if (!mGames.insert(event.text).second) violate("asked-once", device::describe(event));
 }
 
@@ -335,6 +332,13 @@ void Watch::checkTrackerThreads() const {
 void Watch::gamesAreTracked(int games) const {
     if (mUnexpecting || mEnvironments == games) return;
     violate("games-tracked", std::to_string(mEnvironments) + " of " + std::to_string(games));
+}
+
+void Watch::initAnswered(bool active) {
+    if (mInitAnswered && active != mReached.active && !mayForget())
+        violate("init-answers-alike", active ? "true after false" : "false after true");
+    mInitAnswered = true;
+    mReached.active = active;
 }
 
 void Watch::periodTold(int index) {

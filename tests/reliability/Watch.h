@@ -10,6 +10,7 @@
 //   signals-under-lock     a condition is signalled without the lock that is waited with
 //   published-with-order   a pointer to an object is loaded without the order of its publication
 //   destroyed-after-use    a shared field is destroyed without an order after its last use
+//   init-answers-alike     two initialisations answer differently though nothing was cleared
 //   asked-once             a checker asks about a package that was found to be a game
 //   release-taken          a queueing thread stays held though a release came while it queued
 //   vsync-turns-headroom   a vsync neither starts nor ends a cycle of the headroom thread
@@ -75,7 +76,7 @@ class Watch {
     // Around every call of an entry point. `layer` is -1 where none is named.
     int64_t callBegins(Act act, int layer);
     void callEnds(Act act, int64_t startNs);
-    void initAnswered(bool active) { mReached.active = active; }
+    void initAnswered(bool active);
     void periodTold(int index);
     void lostOwnThread() { mReached.lostOwnThread = true; }
 
@@ -96,6 +97,10 @@ class Watch {
         int64_t endNs;
     };
 
+    bool mayForget() const {
+        return mProgram.uses(Act::kClear) || mProgram.uses(Act::kMood) || mProgram.has('f') ||
+               mUnexpecting;
+    }
     bool mustBeQuiet() const { return !mProgram.has('d') && !mUnexpecting; }
     void seeCall(const device::Event& event);
     void seeQuestion(const device::Event& event);
@@ -144,6 +149,7 @@ class Watch {
     int64_t mQueuedNs = -1;        // since when the game's thread may be held
     int64_t mReleasedNs = -1;      // the first release since then
     bool mReleaseIsSpent = false;  // the next one
+    bool mInitAnswered = false;
     int64_t mUnloadNs = 0;
     bool mGone = false;
 };
