@@ -85,9 +85,7 @@ class Reading {
             throw InputError(place() + "no event so far; give ftrace text");
     }
 
-    std::string place() const {
-        return mContext.name + ":" + std::to_string(mLine.number) + ": ";
-    }
+    std::string place() const { return mContext.name + ":" + std::to_string(mLine.number) + ": "; }
 
     void useEvent(const FtraceLine& line) {
         try {
