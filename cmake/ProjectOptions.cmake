@@ -14,8 +14,8 @@ set(CINDRAL_LIBRARY_FLAGS "" CACHE STRING "More compiler flags for the library a
 option(CINDRAL_EXPLORE "Make every access of what threads share without a lock a call of the simulation (sim/SharedCell.h)")
 set(CINDRAL_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, for instance address,undefined")
 
-# For builds that compile cindral-replay and the harness of the campaigns only to have them tested: -O0 and a few
-# large pieces take a quarter of the time.
+# For builds that compile cindral-replay and the harness of the campaigns only to have them tested: a few large
+# pieces, little optimisation and only lines to debug by take a quarter of the time.
 set(CINDRAL_TOOL_FLAGS "" CACHE STRING "Further compiler flags for cindral-replay and the campaigns' harness")
 option(CINDRAL_UNITY_TOOLS "Compile cindral-replay in a few large pieces")
 

@@ -1,7 +1,5 @@
 #include "replay/base/Text.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <cctype>
 #include <cstdarg>
@@ -28,14 +26,6 @@ std::string_view trimmed(std::string_view text) {
     while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
     while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
     return text;
-}
-
-// The JSON library knows how to replace what is not UTF-8; this is its way to say so.
-std::string asUtf8(std::string_view text) {
-    using nlohmann::json;
-    const std::string quoted =
-            json(std::string(text)).dump(-1, ' ', false, json::error_handler_t::replace);
-    return json::parse(quoted).get<std::string>();
 }
 
 std::string inQuotes(std::string_view text) {

@@ -29,9 +29,6 @@ bool toNumber(std::string_view text, Number& number) {
     return error == std::errc() && end == text.data() + text.size();
 }
 
-// With a replacement character for what is not UTF-8: names in a capture may be any bytes.
-std::string asUtf8(std::string_view text);
-
 // For use inside a one-line message: unprintable bytes escaped, cut at a readable length.
 std::string inQuotes(std::string_view text);
 

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "replay/base/Text.h"
+#include "replay/report/Utf8.h"
 
 namespace replay {
 

@@ -1,7 +1,7 @@
 #include "replay/report/TraceWriter.h"
 
 #include "TrackEvents.pb.h"
-#include "replay/base/Text.h"
+#include "replay/report/Utf8.h"
 
 namespace replay {
 
