@@ -138,7 +138,7 @@ class Guesser {
     }
 
     void tryVsyncs(int buffers) {
-        for (int every = 1; every <= kMaxEveryVsyncs; ++every) {
+        for (const int every : vsyncsAFrame(mEvidence.layer, mEvidence.vsyncs)) {
             for (const bool takesMissed : {false, true}) {
                 Make make{Kind::kVsync, buffers};
                 make.everyVsyncs = every;
@@ -210,10 +210,7 @@ class Guesser {
 
     // One frame for so many vsyncs, exactly, or in a beat of its own: then something made it wait.
     bool isPaced() const {
-        std::vector<int64_t> millionths;  // of a period
-        for (size_t i = 0; i < mIntervals.size(); ++i)
-            millionths.push_back(std::llround(1e6 * inPeriods(mIntervals[i], mTimes[i + 1])));
-        const double periods = static_cast<double>(percentile(std::move(millionths), 50)) / 1e6;
+        const double periods = periodsAFrame(mEvidence.layer, mEvidence.vsyncs);
         const bool exactly = std::abs(periods - std::round(periods)) < kExactly * periods;
         return (periods > 0.5 && exactly) || makesUpForFrames();
     }

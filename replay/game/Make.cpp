@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <utility>
 
 #include "replay/base/Statistics.h"
 #include "replay/base/Text.h"
@@ -14,6 +16,8 @@ constexpr int64_t kLongAgo = INT64_MIN / 4;
 constexpr int64_t kDefaultLatchDelayNs = 1'000'000;
 constexpr int kUsualMaxBuffers = 4;
 constexpr int kNearPercent = 25;
+constexpr const char* kEvery[] = {"", "vsyncs", "every second vsync", "every third vsync",
+                                  "every fourth vsync"};
 // A beat that comes sooner after the start of a frame is the one that started it.
 constexpr int64_t kSameBeatShare = 8;
 
@@ -34,8 +38,7 @@ std::string Make::describe() const {
         case Kind::kBuffer:
             return "waits for a free buffer" + queue;
         case Kind::kVsync:
-            return std::string("starts at ") +
-                   (everyVsyncs == 1 ? "vsyncs" : "every second vsync") + phasesText(phases) +
+            return std::string("starts at ") + kEvery[everyVsyncs] + phasesText(phases) +
                    (takesMissed ? ", or at once if one was missed" : "") + queue;
         case Kind::kTimer:
             return format("starts by its own timer every %.3f ms", toMs(timerNs)) + queue;
@@ -104,6 +107,23 @@ int64_t readyNs(const Make& make, const Beats& beats, const FrameWork& frame, in
     const int64_t phaseNs = make.phaseNs(beats.periodAt(earliestNs));
     const int64_t beatNs = beats.timeNs(beats.indexFrom(earliestNs - phaseNs)) + phaseNs;
     return std::max(returnedNs, beatNs + make.wakeDelayNs + frame.passedVsyncs * periodNs);
+}
+
+double periodsAFrame(const LayerEvents& layer, const VsyncTrack& vsyncs) {
+    const std::vector<int64_t>& times = layer.queueTimesNs;
+    std::vector<int64_t> millionths;  // of a period
+    for (size_t i = 1; i < times.size(); ++i) {
+        const auto lengthNs = static_cast<double>(times[i] - times[i - 1]);
+        millionths.push_back(
+                std::llround(1e6 * lengthNs / static_cast<double>(vsyncs.periodAt(times[i]))));
+    }
+    return static_cast<double>(percentile(std::move(millionths), 50)) / 1e6;
+}
+
+std::array<int, 2> vsyncsAFrame(const LayerEvents& layer, const VsyncTrack& vsyncs) {
+    constexpr int kMost = static_cast<int>(std::size(kEvery)) - 1;
+    const double periods = std::min<double>(periodsAFrame(layer, vsyncs), kMost);
+    return {1, std::max(static_cast<int>(std::lround(periods)), 2)};
 }
 
 std::vector<int> buffersOf(const LayerEvents& layer, const Scheduling& scheduling) {

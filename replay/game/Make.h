@@ -3,6 +3,7 @@
 // What a game waits for before it begins a frame, and what of its frames is work if that is so. The
 // rules are in docs/model.md. Pure functions; times in ns.
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -15,10 +16,6 @@ namespace replay {
 
 // No frame takes less. Counters in one microsecond are two events, but never two frames.
 constexpr int64_t kMinWorkNs = 100'000;
-
-// Of games that begin at vsyncs, those at the display's rate and at half of it are told apart; slower ones are not
-// looked for.
-constexpr int kMaxEveryVsyncs = 2;
 
 struct Make {
     enum class Kind {
@@ -114,6 +111,11 @@ std::vector<int> buffersOf(const LayerEvents& layer, const Scheduling& schedulin
 // When each frame could have the buffer that it was queued in, given how many there are; long ago
 // if one was free all the time.
 std::vector<int64_t> freeTimesNs(const LayerEvents& layer, int buffers);
+
+// Display periods from one queued buffer to the next, in the median.
+double periodsAFrame(const LayerEvents& layer, const VsyncTrack& vsyncs);
+// The vsyncs for a frame that are tried: each one, and so many, two to four, as fit the frames best.
+std::array<int, 2> vsyncsAFrame(const LayerEvents& layer, const VsyncTrack& vsyncs);
 
 // The mean of what is near the median.
 int64_t meanNearMedian(const std::vector<int64_t>& values);

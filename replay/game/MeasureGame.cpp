@@ -263,7 +263,8 @@ class Measurer {
         Make best = make;
         for (const int buffers : mEvidence.buffers) {
             const std::vector<int64_t> free = freeTimesNs(mEvidence.layer, buffers);
-            for (int every = 1; every <= (vsync ? kMaxEveryVsyncs : 1); ++every) {
+            for (const int every : vsyncsAFrame(mEvidence.layer, mEvidence.vsyncs)) {
+                if (every > 1 && !vsync) break;
                 for (int takes = 0; takes <= (vsync ? 1 : 0); ++takes) {
                     Make variant = make;
                     variant.buffers = buffers;

@@ -96,7 +96,9 @@ class Simulation {
         int64_t readyNs = returnedNs;
         const Thread* waker = &kIdle;
         if (mGame.make == GeneratedGame::Make::kVsyncs) {
-            const int64_t since = mGame.takesMissed ? lastNs + 200 * kUs : returnedNs;
+            int64_t since = mGame.takesMissed ? lastNs + 200 * kUs : returnedNs;
+            if (mGame.everyVsyncs > 1)
+                since = std::max(since, lastNs + (mGame.everyVsyncs - 1) * mPeriodNs + 200 * kUs);
             int64_t beat = 0;
             while (beatNs(beat) < since) ++beat;
             readyNs = std::max(returnedNs, beatNs(beat));

@@ -19,12 +19,13 @@ struct GeneratedGame {
     int buffers = 3;
     int loadPercent = 60;      // what a frame's work takes of a vsync period
     bool takesMissed = false;  // kVsyncs: a vsync that came while it worked begins the next frame
+    int everyVsyncs = 1;       // kVsyncs: a frame begins at the earliest so many after another
     bool scheduled = false;    // the capture has scheduling
     bool slots = false;        // and the compositor's queue slices
     int64_t holdNs = 0;        // every queue call takes so long
     unsigned seed = 1;
-    int chance =
-            0;  // the same game again, but for when threads are woken and vsyncs come to the microsecond
+    // The same game again, but for when threads are woken and vsyncs come to the microsecond.
+    int chance = 0;
     int frames = 400;
 
     std::string name() const;

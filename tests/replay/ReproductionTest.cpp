@@ -145,6 +145,26 @@ TEST(Reproduction, SchedulingInEveryForm_DividesTheFramesAlike) {
 
 // With the scheduling it is known what a game would do if it were held. What it did is then told by
 // the generator alone. A game that a few microseconds turn into another one tells nothing.
+TEST(Reproduction, GamesOf30FramesASecond_AreToldToWaitForTheirVsync) {
+    replay::Setup setup;
+    setup.withLibrary = false;
+    setup.model.emplace();
+    for (const auto& [hz, vsync] :
+         {std::pair{60, "every second"}, {90, "every third"}, {120, "every fourth"}}) {
+        for (const bool scheduled : {false, true}) {
+            GeneratedGame game;
+            game.make = GeneratedGame::Make::kVsyncs;
+            game.hz = hz;
+            game.everyVsyncs = hz / 30;
+            game.scheduled = scheduled;
+            const Input input = inputOf(generate(game).ftrace);
+            const Reproduction told = *playInput(input, setup).findings.reproduction;
+            EXPECT_NE(told.game.find(vsync), std::string::npos) << hz << " Hz: " << told.game;
+            EXPECT_TRUE(told.holds()) << told.describe();
+        }
+    }
+}
+
 TEST(Reproduction, GamesUnderAKnownPacing_DoWhatTheyWouldHaveDone) {
     replay::Setup setup;
     setup.library = CINDRAL_PACING_LIBRARY;
